@@ -1,0 +1,30 @@
+# kestrova_add_library(NAME SOURCES ... [QT Core ...] [DEPS target ...])
+# One static library per subsystem folder, named kestrova_<folder>.
+function(kestrova_add_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;QT;DEPS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    set(qtlibs Qt6::Core)
+    foreach(c IN LISTS ARG_QT)
+        list(APPEND qtlibs Qt6::${c})
+    endforeach()
+    list(REMOVE_DUPLICATES qtlibs)
+    target_link_libraries(${name} PUBLIC kestrova_common ${qtlibs} ${ARG_DEPS})
+endfunction()
+
+# kestrova_add_test(NAME SOURCES ... [DEPS target ...] [LABELS ...] [TIMEOUT s])
+# A QtTest program registered with CTest. Each test gets its own settings and data
+# folders under the build tree so tests never read the developer's real settings.
+function(kestrova_add_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE kestrova_common Qt6::Core Qt6::Test kestrova_testsupport ${ARG_DEPS})
+    add_test(NAME ${name} COMMAND ${name})
+    set(home ${CMAKE_BINARY_DIR}/testhome/${name})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT ${ARG_TIMEOUT}
+        LABELS "${ARG_LABELS}"
+        ENVIRONMENT "XDG_CONFIG_HOME=${home}/config;XDG_DATA_HOME=${home}/data;KESTROVA_HOME=;QT_QPA_PLATFORM=offscreen;KESTROVA_SOURCE_DIR=${PROJECT_SOURCE_DIR};KESTROVA_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data;KESTROVA_CLI=$<TARGET_FILE:kestrova-cli>;ASAN_OPTIONS=detect_leaks=1")
+endfunction()

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Installs everything the tests need, builds Debug with AddressSanitizer and
+# UndefinedBehaviorSanitizer, and runs every test.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/install-deps.sh --test
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKESTROVA_SANITIZE=ON >/dev/null
+cmake --build build-asan
+cd build-asan
+ctest --output-on-failure --timeout 300 -j2

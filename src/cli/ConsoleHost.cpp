@@ -1,0 +1,90 @@
+#include "cli/ConsoleHost.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <cstdio>
+
+namespace kestrova::cli {
+
+ConsoleHost::ConsoleHost() : m_out(stdout), m_err(stderr) {}
+
+void ConsoleHost::appendStatusLine(const QString& line)
+{
+    if (!quiet) {
+        QString l = line;
+        l.remove(u'\r');
+        m_out << l;
+        m_out.flush();
+    }
+}
+
+void ConsoleHost::setStatusText(const QString& text)
+{
+    if (showStatusTexts && !text.isEmpty()) {
+        m_err << "  " << text << '\n';
+        m_err.flush();
+    }
+}
+
+void ConsoleHost::setProgress(const QString& percent, const QString& text)
+{
+    if (showStatusTexts) {
+        m_err << "  " << percent << ' ' << text << '\n';
+        m_err.flush();
+    }
+}
+
+void ConsoleHost::terminalEcho(const QString& text)
+{
+    if (showTerminal) {
+        QString t = text;
+        t.replace(u'\r', u'\n');
+        m_err << t;
+        m_err.flush();
+    }
+}
+
+support::MsgAnswer ConsoleHost::messageBox(const QString& text, support::MsgButtons buttons, support::MsgIcon)
+{
+    m_err << text << '\n';
+    m_err.flush();
+    switch (buttons) {
+    case support::MsgButtons::YesNo:
+    case support::MsgButtons::YesNoCancel:
+        return yesNoAnswer;
+    case support::MsgButtons::RetryCancel:
+    case support::MsgButtons::OkCancel:
+        return support::MsgAnswer::Cancel;
+    default:
+        return support::MsgAnswer::Ok;
+    }
+}
+
+QString ConsoleHost::inputBox(const QString&, const QString&)
+{
+    return {};
+}
+
+bool ConsoleHost::openUrl(const QString& url)
+{
+    m_err << url << '\n';
+    m_err.flush();
+    return false;
+}
+
+void ConsoleHost::yield(int maxWaitMs)
+{
+    // A single-shot timer bounds the wait; any socket, serial or timer event ends it
+    // sooner. WaitForMoreEvents sleeps in poll(), so an idle wait costs no CPU.
+    if (maxWaitMs > 0) {
+        QTimer t;
+        t.setSingleShot(true);
+        t.start(maxWaitMs);
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    } else {
+        QCoreApplication::processEvents();
+    }
+}
+
+} // namespace kestrova::cli

@@ -1,0 +1,9 @@
+#include "cli/Cli.h"
+
+namespace kestrova::cli {
+
+void registerPortfolioCommands(Registry&)
+{
+}
+
+} // namespace kestrova::cli

@@ -1,0 +1,126 @@
+#include "support/CLogFile.h"
+
+#include "support/Clock.h"
+#include "support/Cp1252.h"
+#include "support/Format.h"
+#include "support/Host.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace kestrova::support {
+
+CLogFile::CLogFile(const Clock& clock, Host& host) : m_clock(clock), m_host(host) {}
+
+void CLogFile::setPath(const QString& path)
+{
+    m_path = path;
+    if (!path.isEmpty() && !QFileInfo(path).isDir()) {
+        QDir().mkdir(path);
+    }
+}
+
+void CLogFile::setLogFileName(const QString& name)
+{
+    m_logFileName = name;
+    const qsizetype dot = name.indexOf(u'.');
+    m_oldFileName = (dot >= 0 ? name.left(dot) : name) + QStringLiteral(".old");
+}
+
+QString CLogFile::fullPath() const
+{
+    return m_path + u'/' + m_logFileName;
+}
+
+QString CLogFile::oldFullPath() const
+{
+    return m_path + u'/' + m_oldFileName;
+}
+
+void CLogFile::setLogEnable(bool enable)
+{
+    if (m_path.isEmpty() || m_logFileName.isEmpty()) {
+        m_host.messageBox(QStringLiteral("Invalid path or filename in LogFile Class"));
+        return;
+    }
+    m_logEnable = enable;
+    if (!m_previousEnable && enable) {
+        StartNewLog();
+    }
+    m_previousEnable = enable;
+}
+
+void CLogFile::StartNewLog()
+{
+    const QString log = fullPath();
+    const QString old = oldFullPath();
+    if (QFileInfo::exists(log)) {
+        if (QFileInfo::exists(old) && !QFile::remove(old)) {
+            m_host.messageBox(QStringLiteral("Permission denied"), MsgButtons::Ok, MsgIcon::Exclamation);
+            return;
+        }
+        QFile f(log);
+        if (!f.rename(old)) {
+            m_host.messageBox(f.errorString(), MsgButtons::Ok, MsgIcon::Exclamation);
+            return;
+        }
+    }
+    appendBytes(QByteArray(), false);
+}
+
+bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
+{
+    // O_APPEND makes each line one write at the end of the file, so a crash can cut
+    // at most the line being written and never touches the lines before it.
+    const QByteArray path = QFile::encodeName(fullPath());
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        m_host.messageBox(QString::fromLocal8Bit(std::strerror(errno)), MsgButtons::Ok, MsgIcon::Exclamation);
+        return false;
+    }
+    bool ok = true;
+    while (!bytes.isEmpty()) {
+        const ssize_t n = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
+        if (n == bytes.size()) {
+            break;
+        }
+        const QString err = QString::fromLocal8Bit(std::strerror(n < 0 ? errno : ENOSPC));
+        if (!askOnFailure ||
+            m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
+            ok = false;
+            break;
+        }
+    }
+    ::close(fd);
+    return ok;
+}
+
+void CLogFile::LogMessage(const QString& message, QString* textBox)
+{
+    if (!m_logEnable) {
+        return;
+    }
+    try {
+        const QString line = message + u' ' + generalDate(m_clock.now()) + QStringLiteral("\r\n");
+        appendBytes(encodeCp1252(line), true);
+        if (textBox) {
+            *textBox += line;
+        }
+    } catch (const std::exception& e) {
+        m_host.messageBox(QStringLiteral("Log Message Error in LogFile Class: ") + QString::fromUtf8(e.what()));
+    }
+}
+
+void CLogFile::MsgBoxLog(const QString& message)
+{
+    m_host.messageBox(message, MsgButtons::Ok, MsgIcon::None);
+    LogMessage(message);
+}
+
+} // namespace kestrova::support

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+#include <QStringView>
+
+namespace kestrova::support {
+
+// The one place that turns numbers and dates into display text. Patterns follow the
+// classic BASIC Format() language, limited to what this program uses:
+//   numbers: "0" digit, "#" optional digit, "." decimal point, "," grouping (between
+//            digit placeholders), "%" percent (value x 100), any other character is a
+//            literal; up to three sections "positive;negative;zero". A negative value
+//            with one section gets a leading "-". Rounding is half away from zero on the
+//            value's 15 significant decimal digits, as that Format() did.
+//   dates:   "m/d/yy  h:mm am/pm", "mm/dd/yyyy", "hh:mm" and friends (m, mm, d, dd, yy,
+//            yyyy, h, hh, n/nn or mm after an hour, ss, am/pm or AM/PM).
+QString formatNumber(double value, QStringView pattern);
+QString formatDate(const QDateTime& when, QStringView pattern);
+
+// The general date: "11/21/2026 1:05:03 PM"; date only at midnight, time only for the
+// zero date (12/30/1899).
+QString generalDate(const QDateTime& when);
+QDate zeroDate();
+
+// The leading number of a text: blanks skipped, an optional sign, digits with at most
+// one decimal point, stopping at the first other character. Empty or non-numeric is 0.
+double leadingNumber(QStringView text);
+
+// Plain number-to-text of a single-precision value (7 significant digits, no
+// trailing zeros, no exponent for ordinary magnitudes): 1.5 -> "1.5", -0.25 -> "-0.25".
+QString singleToText(float value);
+// The same for doubles with 15 significant digits.
+QString doubleToText(double value);
+
+// Rounds half to the even neighbour (the rule of integer conversions and currency).
+qint64 roundHalfEven(double value);
+
+} // namespace kestrova::support
