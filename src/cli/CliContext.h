@@ -1,0 +1,40 @@
+#pragma once
+
+#include "cli/Cli.h"
+#include "cli/ConsoleHost.h"
+#include "core/Options.h"
+#include "core/PortfolioTable.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+
+namespace kestrova::cli {
+
+// What a one-shot command works with: the headless face, the activity log in the data
+// directory, and the portfolio (table + options) it was pointed at.
+class CliContext
+{
+public:
+    explicit CliContext(const GlobalOptions& global);
+
+    // Loads --portfolio, else the DefaultFile setting. Prints the reader's message and
+    // returns false when the file cannot be read.
+    bool loadPortfolio();
+    // Saves back to the file that was loaded (atomically).
+    bool savePortfolio();
+
+    GlobalOptions global;
+    support::SystemClock clock;
+    ConsoleHost host;
+    support::CancelFlag cancel;
+    support::CLogFile log;
+    support::Services services;
+
+    core::Options options;
+    core::PortfolioTable portfolio;
+    QString portfolioPath;
+    QString modemDevice; // settings store: a device path overriding the COM-number mapping
+};
+
+} // namespace kestrova::cli
