@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <utility>
+
+namespace kestrova::quotes {
+
+// The web-page fetcher that quote scraping, the market summary and news retrieval share.
+// One object lives for the whole run; the real one is CurlFetcher (libcurl), tests may
+// substitute their own when they need a fault that no loopback server can produce.
+class PageFetcher
+{
+public:
+    // A transport failure: the URL (with any password already replaced by "***") and the
+    // reason. A failed fetch also returns an empty body.
+    using ErrorCallback = std::function<void(const QString& url, const QString& message)>;
+    // Called once per finished transfer of getMany, in completion order, with the URL's
+    // index and its body (empty on failure). Returning false abandons every transfer still
+    // queued or in flight; getMany then returns at once.
+    using CompletionCallback = std::function<bool(int index, const QString& body)>;
+
+    virtual ~PageFetcher() = default;
+
+    // Splits a URL so that a log-on can be put in front of its host: after setUrl,
+    // host() is the host (with ":port" when the URL names one) and path() everything
+    // from the first "/" after the host on, query included ("/" when the URL has none).
+    virtual void setUrl(const QString& url) = 0;
+    virtual QString host() const = 0;
+    virtual QString path() const = 0;
+
+    // One GET; the body decoded to text, empty on failure (reported through the error
+    // callback).
+    virtual QString get(const QString& url) = 0;
+
+    // Fetches every URL, at most maxParallel at once (capped at 8); the result holds one
+    // body per URL in the order given, empty for failures and for transfers abandoned
+    // through the completion callback.
+    virtual QStringList getMany(const QStringList& urls, int maxParallel = 8,
+                                const CompletionCallback& onDone = {}) = 0;
+
+    // Markup to tab-separated text: every tag becomes exactly one tab (see MarkupText.h).
+    virtual QString markupToText(const QString& page) const = 0;
+
+    void setErrorCallback(ErrorCallback callback) { m_onError = std::move(callback); }
+
+protected:
+    void reportError(const QString& url, const QString& message) const
+    {
+        if (m_onError)
+            m_onError(url, message);
+    }
+
+private:
+    ErrorCallback m_onError;
+};
+
+} // namespace kestrova::quotes
