@@ -35,7 +35,8 @@ int run(const QStringList& arguments)
         const QString& a = arguments[i];
         if (!rest.isEmpty()) {
             rest << a;
-        } else if ((a == QLatin1String("--data-dir") || a == QLatin1String("--portfolio")) && i + 1 < arguments.size()) {
+        } else if ((a == QLatin1String("--data-dir") || a == QLatin1String("--portfolio")) &&
+                   i + 1 < arguments.size()) {
             (a == QLatin1String("--data-dir") ? dataDir : global.portfolioFile) = arguments[++i];
         } else if (a.startsWith(QLatin1String("--data-dir="))) {
             dataDir = a.mid(11);

@@ -28,70 +28,70 @@ struct ServerLogon
 // Alphanumeric and numeric paging through the modem.
 struct PagingOptions
 {
-    bool enabled = false;          // paging enabled (chkPageEnable / mnuEnablePaging)
-    QString pagerId;               // "Pager Identifier:"
-    QString phone;                 // "PGR Service Phone No.:"
-    qint16 maxLength = 80;         // characters per page (txtPGRMaxLength)
-    qint16 retries = 3;            // "No. of Retries:"
-    qint16 retrySeconds = 30;      // "Seconds between retries:"
-    bool numeric = false;          // "Digital Pager?"
-    qint16 numericWait = 10;       // wait after dialling, seconds
-    QString numericPrefix;         // characters that precede the numeric page (txtPrefix)
-    qint16 numericPause = 4;       // pause setting whose half gives the commas of a numeric page
-    QString user;                  // 25-character fixed-width pager user field
-    bool forwardMail = false;      // forward mail headers to the pager
-    bool pageNews = false;         // append fresh news to the quote page
-    qint16 layout = 0;             // page layout switch: 1 adds the price change
+    bool enabled = false;     // paging enabled (chkPageEnable / mnuEnablePaging)
+    QString pagerId;          // "Pager Identifier:"
+    QString phone;            // "PGR Service Phone No.:"
+    qint16 maxLength = 80;    // characters per page (txtPGRMaxLength)
+    qint16 retries = 3;       // "No. of Retries:"
+    qint16 retrySeconds = 30; // "Seconds between retries:"
+    bool numeric = false;     // "Digital Pager?"
+    qint16 numericWait = 10;  // wait after dialling, seconds
+    QString numericPrefix;    // characters that precede the numeric page (txtPrefix)
+    qint16 numericPause = 4;  // pause setting whose half gives the commas of a numeric page
+    QString user;             // 25-character fixed-width pager user field
+    bool forwardMail = false; // forward mail headers to the pager
+    bool pageNews = false;    // append fresh news to the quote page
+    qint16 layout = 0;        // page layout switch: 1 adds the price change
 };
 
 struct ModemOptions
 {
-    qint16 port = 1;               // COM1..COM8
+    qint16 port = 1; // COM1..COM8
     QString settings = QStringLiteral("9600,N,8,1");
-    qint16 flowControl = 0;        // 0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH
-    bool pulse = false;            // "DP" instead of "DT"
-    qint16 speakerVolume = 1;      // 0..2 -> " L1".." L3"
-    qint16 speakerMode = 1;        // 0..3 -> " M0".." M3"
-    qint16 selected = 2;           // selected profile index
-    qint16 lastIndex = 2;          // last used slot of the profile table
+    qint16 flowControl = 0;   // 0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH
+    bool pulse = false;       // "DP" instead of "DT"
+    qint16 speakerVolume = 1; // 0..2 -> " L1".." L3"
+    qint16 speakerMode = 1;   // 0..3 -> " M0".." M3"
+    qint16 selected = 2;      // selected profile index
+    qint16 lastIndex = 2;     // last used slot of the profile table
     std::array<ModemProfile, kModemSlots> profiles{};
-    bool quoteService = false;     // quotes come by modem, not the Internet (no update runs)
+    bool quoteService = false; // quotes come by modem, not the Internet (no update runs)
 };
 
 struct SmtpOptions
 {
-    bool enabled = false;          // "Enable SMTP (Internet email) Paging"
-    QString hostName;              // "SMTP Host Name:"
-    QString hostAddress;           // "SMTP Host Address:"
+    bool enabled = false; // "Enable SMTP (Internet email) Paging"
+    QString hostName;     // "SMTP Host Name:"
+    QString hostAddress;  // "SMTP Host Address:"
     qint16 port = 25;
     QString from;
-    QString recipient;             // "Recipient Email Address:"
-    QString domain;                // EHLO name
-    qint16 maxLength = 160;        // "Max Page Length:"
-    qint16 security = 0;           // 0 plain, 1 STARTTLS, 2 implicit TLS
-    QString user;                  // AUTH user name; empty: no AUTH
-    QString password;              // AUTH password (scrambled in the file, never logged)
+    QString recipient;      // "Recipient Email Address:"
+    QString domain;         // EHLO name
+    qint16 maxLength = 160; // "Max Page Length:"
+    qint16 security = 0;    // 0 plain, 1 STARTTLS, 2 implicit TLS
+    QString user;           // AUTH user name; empty: no AUTH
+    QString password;       // AUTH password (scrambled in the file, never logged)
 };
 
 struct MailOptions
 {
-    QString server;                // POP server
+    QString server; // POP server
     qint16 port = 110;
     QString user;
-    QString password;              // scrambled in the file, never logged
-    qint16 mode = 0;               // 0 Notify Only, 1 Download and Notify, 2 Download, Page MSG Header, 3 Download Messages
-    bool pageHeaders = false;      // "Page Email Headers"
-    bool notifyWaiting = true;     // "Notify if Email is waiting"
-    bool markerComma = false;      // e-mail marker followed by "," instead of a blank
-    qint16 security = 0;           // 0 plain, 1 STLS, 2 implicit TLS
+    QString password;          // scrambled in the file, never logged
+    qint16 mode = 0;           // 0 Notify Only, 1 Download and Notify, 2 Download, Page MSG Header, 3 Download Messages
+    bool pageHeaders = false;  // "Page Email Headers"
+    bool notifyWaiting = true; // "Notify if Email is waiting"
+    bool markerComma = false;  // e-mail marker followed by "," instead of a blank
+    qint16 security = 0;       // 0 plain, 1 STLS, 2 implicit TLS
 };
 
 struct ConnectionOptions
 {
-    qint16 type = 1;               // 0 dial-up, 1 Direct, 2 External Dialer
-    QString entry;                 // dial-up entry (NetworkManager connection id)
-    QString user;                  // kept for the dialog; NetworkManager holds the secrets
-    qint16 timeout = 60;           // seconds per dial attempt (txtRASTimeout)
+    qint16 type = 1;     // 0 dial-up, 1 Direct, 2 External Dialer
+    QString entry;       // dial-up entry (NetworkManager connection id)
+    QString user;        // kept for the dialog; NetworkManager holds the secrets
+    qint16 timeout = 60; // seconds per dial attempt (txtRASTimeout)
     bool hangUpAfterUpdate = false;
 };
 
@@ -105,11 +105,11 @@ struct ProxyOptions
 
 struct QuoteOptions
 {
-    qint16 server = 0;             // default stock server index (built-in list 0..12)
-    qint16 optionServer = 0;       // default option server index
-    bool fastest = false;          // pick the fastest built-in service before each update
-    bool updateServers = false;    // fetch fresh server files at each update
-    bool marketSummary = true;     // fetch the market summary
+    qint16 server = 0;          // default stock server index (built-in list 0..12)
+    qint16 optionServer = 0;    // default option server index
+    bool fastest = false;       // pick the fastest built-in service before each update
+    bool updateServers = false; // fetch fresh server files at each update
+    bool marketSummary = true;  // fetch the market summary
     bool pageDow = true;
     bool pageNasdaq = true;
     bool pageSp500 = true;
@@ -119,26 +119,26 @@ struct QuoteOptions
 
 struct NewsOptions
 {
-    bool retrieve = false;         // news retrieval before each quote cycle
-    qint16 maxStories = 5;         // stories per page
+    bool retrieve = false; // news retrieval before each quote cycle
+    qint16 maxStories = 5; // stories per page
     qint16 purgeDays = 7;
 };
 
 struct AlarmOptions
 {
-    qint16 mode = 0;               // 0, 1: LimitPage; 2: NewLimitPage
-    bool select = false;           // selection switch: page only selected members
-    qint16 selectMode = 0;         // 0 all, 1 alarmed, 2 new alarm
+    qint16 mode = 0;       // 0, 1: LimitPage; 2: NewLimitPage
+    bool select = false;   // selection switch: page only selected members
+    qint16 selectMode = 0; // 0 all, 1 alarmed, 2 new alarm
 };
 
 struct ScheduleOptions
 {
-    bool enabled = false;          // chkScheduleEnable / mnuEnableSchedule
+    bool enabled = false;                                   // chkScheduleEnable / mnuEnableSchedule
     std::array<bool, 5> days{true, true, true, true, true}; // Monday..Friday
-    bool marketOpen = false;       // chkMktOpen
-    bool midday = false;           // chkMktMidday
-    bool marketClose = false;      // chkMktClose
-    bool interval = false;         // chkOther
+    bool marketOpen = false;                                // chkMktOpen
+    bool midday = false;                                    // chkMktMidday
+    bool marketClose = false;                               // chkMktClose
+    bool interval = false;                                  // chkOther
     QString openTime = QStringLiteral("9:30 am");
     QString middayTime = QStringLiteral("12:00 pm");
     QString closeTime = QStringLiteral("4:00 pm");
@@ -161,7 +161,7 @@ struct Options
     NewsOptions news;
     AlarmOptions alarms;
     ScheduleOptions schedule;
-    qint16 gateFlag = 0;           // when set: no fastest-server test, no "Waiting to Dial Pager"
+    qint16 gateFlag = 0; // when set: no fastest-server test, no "Waiting to Dial Pager"
 };
 
 } // namespace kestrova::core

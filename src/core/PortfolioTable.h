@@ -21,8 +21,8 @@ struct PortfolioRecord
     float lowChgLimit = 0;   // percent
     qint32 volumeLimit = 0;
     qint16 digits = 2;
-    qint16 server = 0;       // index into the built-in quote-server list
-    qint16 news = 0;         // 0/1: fetch news for this ticker
+    qint16 server = 0; // index into the built-in quote-server list
+    qint16 news = 0;   // 0/1: fetch news for this ticker
 
     // The type the rest of the program works with (the legacy flag means Option).
     qint16 effectiveType() const { return legacyOption ? qint16(1) : securityType; }

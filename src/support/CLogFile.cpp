@@ -91,8 +91,7 @@ bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
             break;
         }
         const QString err = QString::fromLocal8Bit(std::strerror(n < 0 ? errno : ENOSPC));
-        if (!askOnFailure ||
-            m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
+        if (!askOnFailure || m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
             ok = false;
             break;
         }

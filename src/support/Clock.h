@@ -26,10 +26,7 @@ public:
 class MockClock final : public Clock
 {
 public:
-    explicit MockClock(QDateTime start = QDateTime(QDate(2026, 11, 23), QTime(10, 0, 0)))
-        : m_now(std::move(start))
-    {
-    }
+    explicit MockClock(QDateTime start = QDateTime(QDate(2026, 11, 23), QTime(10, 0, 0))) : m_now(std::move(start)) {}
     QDateTime now() const override { return m_now; }
     void set(const QDateTime& t) { m_now = t; }
     void advanceMs(qint64 ms) { m_now = m_now.addMSecs(ms); }

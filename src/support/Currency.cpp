@@ -4,6 +4,8 @@
 #include "support/VbError.h"
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 
 namespace kestrova::support {
 
@@ -14,12 +16,20 @@ Currency Currency::fromDouble(double value)
     if (!std::isfinite(scaled) || std::fabs(scaled) >= 9.2233720368547e18) {
         throw VbError(VbError::Overflow);
     }
-    return fromTicks(roundHalfEven(scaled));
+    // Round the scaled value to the 15 significant digits a double shows before taking the
+    // even neighbour, so 0.00015 (stored as 1.4999999999999998e-4) is a tie, as users see it.
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%.15g", scaled);
+    return fromTicks(roundHalfEven(std::strtod(buf, nullptr)));
 }
 
 QString Currency::toString() const
 {
-    return formatNumber(toDouble(), u"0.####");
+    QString s = formatNumber(toDouble(), u"0.####");
+    if (s.endsWith(u'.')) {
+        s.chop(1);
+    }
+    return s;
 }
 
 Currency Currency::operator+(Currency o) const

@@ -12,9 +12,9 @@ namespace {
 
 struct Section
 {
-    QString prefix;  // literals before the first digit placeholder
-    QString suffix;  // literals after the last placeholder
-    int minInt = 0;  // number of '0' in the integer part
+    QString prefix; // literals before the first digit placeholder
+    QString suffix; // literals after the last placeholder
+    int minInt = 0; // number of '0' in the integer part
     int decimals = 0;
     int minDecimals = 0; // '0' placeholders after the point (the rest are '#')
     bool point = false;
@@ -357,7 +357,8 @@ QString singleToText(float value)
     std::snprintf(buf, sizeof buf, "%.7g", static_cast<double>(value));
     // %g may switch to exponent form for small magnitudes; prefer fixed where it fits.
     if (std::fabs(value) >= 1e-5 && std::fabs(value) < 1e7) {
-        const int intDigits = std::fabs(value) >= 1 ? static_cast<int>(std::floor(std::log10(std::fabs(value)))) + 1 : 0;
+        const int intDigits =
+            std::fabs(value) >= 1 ? static_cast<int>(std::floor(std::log10(std::fabs(value)))) + 1 : 0;
         const int dec = std::max(0, 7 - intDigits);
         std::snprintf(buf, sizeof buf, "%.*f", dec, static_cast<double>(value));
     }
@@ -369,7 +370,8 @@ QString doubleToText(double value)
     char buf[64];
     std::snprintf(buf, sizeof buf, "%.15g", value);
     if (std::fabs(value) >= 1e-5 && std::fabs(value) < 1e15) {
-        const int intDigits = std::fabs(value) >= 1 ? static_cast<int>(std::floor(std::log10(std::fabs(value)))) + 1 : 0;
+        const int intDigits =
+            std::fabs(value) >= 1 ? static_cast<int>(std::floor(std::log10(std::fabs(value)))) + 1 : 0;
         const int dec = std::max(0, 15 - intDigits);
         std::snprintf(buf, sizeof buf, "%.*f", dec, value);
     }

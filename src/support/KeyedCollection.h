@@ -13,8 +13,7 @@ namespace kestrova::support {
 // compared without regard to case, a key used at most once, entries without a key
 // reachable only by position. It holds shared pointers so that handing a set to another
 // holder (CopyObjects) shares the same objects.
-template <typename T>
-class KeyedCollection
+template <typename T> class KeyedCollection
 {
 public:
     using Ptr = std::shared_ptr<T>;

@@ -3,11 +3,9 @@
 namespace kestrova::support {
 
 VbError::VbError(int number, const QString& description)
-    : std::runtime_error((description.isEmpty() ? standardText(number) : description).toStdString())
-    , m_number(number)
-    , m_description(description.isEmpty() ? standardText(number) : description)
-{
-}
+    : std::runtime_error((description.isEmpty() ? standardText(number) : description).toStdString()), m_number(number),
+      m_description(description.isEmpty() ? standardText(number) : description)
+{}
 
 QString VbError::standardText(int number)
 {

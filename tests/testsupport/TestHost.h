@@ -26,8 +26,7 @@ public:
     void setStatusText(const QString& text) override { statusTexts << text; }
     void setProgress(const QString& percent, const QString& text) override { progress << percent + u'|' + text; }
     void terminalEcho(const QString& text) override { terminal += text; }
-    support::MsgAnswer messageBox(const QString& text, support::MsgButtons buttons,
-                                  support::MsgIcon icon) override;
+    support::MsgAnswer messageBox(const QString& text, support::MsgButtons buttons, support::MsgIcon icon) override;
     QString inputBox(const QString& prompt, const QString& defaultText) override;
     void setBusy(bool busy) override { busyCalls << busy; }
     bool openUrl(const QString& url) override

@@ -42,7 +42,7 @@ quint16 freePort()
 QString systemPython()
 {
     return QFileInfo::exists(QStringLiteral("/usr/bin/python3")) ? QStringLiteral("/usr/bin/python3")
-                                                                  : QStringLiteral("python3");
+                                                                 : QStringLiteral("python3");
 }
 
 } // namespace kestrova::testing

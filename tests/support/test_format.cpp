@@ -1,0 +1,144 @@
+#include "support/Format.h"
+
+#include <QTest>
+
+using namespace kestrova::support;
+
+class TestFormat : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void numbers_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QString>("pattern");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("price 2") << 105.25 << "####0.00"
+                                 << "105.25";
+        QTest::newRow("price pads") << 3.0 << "####0.00"
+                                    << "3.00";
+        QTest::newRow("price rounds half up") << 1.005 << "####0.00"
+                                              << "1.01";
+        QTest::newRow("price negative") << -1.25 << "####0.00"
+                                        << "-1.25";
+        QTest::newRow("zero digits keeps point") << 45.0 << "####0."
+                                                 << "45.";
+        QTest::newRow("three digits") << 45.375 << "####0.000"
+                                      << "45.375";
+        QTest::newRow("small keeps int zero") << 0.5 << "####0.00"
+                                              << "0.50";
+        QTest::newRow("signed positive") << 1.5 << "+0.00;-0.00"
+                                         << "+1.50";
+        QTest::newRow("signed negative") << -1.5 << "+0.00;-0.00"
+                                         << "-1.50";
+        QTest::newRow("signed zero") << 0.0 << "+0.00;-0.00"
+                                     << "+0.00";
+        QTest::newRow("summary change") << 12.46 << "+0.0;-0.0"
+                                        << "+12.5";
+        QTest::newRow("one decimal") << 2.25 << "###0.0"
+                                     << "2.3";
+        QTest::newRow("no int digit") << 0.5 << "###.0"
+                                      << ".5";
+        QTest::newRow("percent limit") << 5.0 << "###.0"
+                                       << "5.0";
+        QTest::newRow("grouping") << 1000000.0 << "#,##0"
+                                  << "1,000,000";
+        QTest::newRow("grouping small") << 999.0 << "#,##0"
+                                        << "999";
+        QTest::newRow("two digits") << 7.0 << "00"
+                                    << "07";
+        QTest::newRow("percent") << 0.5 << "###%"
+                                 << "50%";
+        QTest::newRow("percent zero") << 0.0 << "###%"
+                                      << "%";
+        QTest::newRow("ratio") << 1.5 << "###0.00"
+                               << "1.50";
+        QTest::newRow("negative rounding to zero") << -0.001 << "####0.00"
+                                                   << "0.00";
+        QTest::newRow("carry into new digit") << 9.999 << "####0.00"
+                                              << "10.00";
+    }
+    void numbers()
+    {
+        QFETCH(double, value);
+        QFETCH(QString, pattern);
+        QFETCH(QString, expected);
+        QCOMPARE(formatNumber(value, pattern), expected);
+    }
+
+    void dates_data()
+    {
+        QTest::addColumn<QDateTime>("when");
+        QTest::addColumn<QString>("pattern");
+        QTest::addColumn<QString>("expected");
+        const QDateTime afternoon(QDate(2026, 3, 7), QTime(13, 5, 9));
+        const QDateTime morning(QDate(2026, 11, 21), QTime(0, 42, 0));
+        QTest::newRow("clock label pm") << afternoon << "m/d/yy  h:mm am/pm"
+                                        << "3/7/26  1:05 pm";
+        QTest::newRow("clock label midnight hour") << morning << "m/d/yy  h:mm am/pm"
+                                                   << "11/21/26  12:42 am";
+        QTest::newRow("news date") << afternoon << "mm/dd/yyyy"
+                                   << "03/07/2026";
+        QTest::newRow("markets time") << afternoon << "hh:mm"
+                                      << "13:05";
+    }
+    void dates()
+    {
+        QFETCH(QDateTime, when);
+        QFETCH(QString, pattern);
+        QFETCH(QString, expected);
+        QCOMPARE(formatDate(when, pattern), expected);
+    }
+
+    void generalDate_data()
+    {
+        QTest::addColumn<QDateTime>("when");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("date and time") << QDateTime(QDate(2026, 11, 21), QTime(13, 5, 3)) << "11/21/2026 1:05:03 PM";
+        QTest::newRow("midnight shows date only") << QDateTime(QDate(2026, 11, 21), QTime(0, 0)) << "11/21/2026";
+        QTest::newRow("zero date shows time only") << QDateTime(zeroDate(), QTime(9, 30)) << "9:30:00 AM";
+    }
+    void generalDate()
+    {
+        QFETCH(QDateTime, when);
+        QFETCH(QString, expected);
+        QCOMPARE(kestrova::support::generalDate(when), expected);
+    }
+
+    void leadingNumber_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<double>("expected");
+        QTest::newRow("plain") << "105.25" << 105.25;
+        QTest::newRow("leading blanks") << "   12.5 up" << 12.5;
+        QTest::newRow("sign") << "-2" << -2.0;
+        QTest::newRow("plus sign") << "+1.25%" << 1.25;
+        QTest::newRow("second point stops") << "1.2.3" << 1.2;
+        QTest::newRow("comma stops") << "1,234" << 1.0;
+        QTest::newRow("empty") << "" << 0.0;
+        QTest::newRow("n/a") << "n/a" << 0.0;
+        QTest::newRow("percent first") << "%5" << 0.0;
+        QTest::newRow("bare point") << "." << 0.0;
+    }
+    void leadingNumber()
+    {
+        QFETCH(QString, text);
+        QFETCH(double, expected);
+        QCOMPARE(kestrova::support::leadingNumber(text), expected);
+    }
+
+    void numberText()
+    {
+        QCOMPARE(singleToText(1.5f), QStringLiteral("1.5"));
+        QCOMPARE(singleToText(-0.25f), QStringLiteral("-0.25"));
+        QCOMPARE(singleToText(0.1f), QStringLiteral("0.1"));
+        QCOMPARE(singleToText(0.0f), QStringLiteral("0"));
+        QCOMPARE(doubleToText(10345.21), QStringLiteral("10345.21"));
+        QCOMPARE(roundHalfEven(2.5), 2);
+        QCOMPARE(roundHalfEven(3.5), 4);
+        QCOMPARE(roundHalfEven(-2.5), -2);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFormat)
+#include "test_format.moc"

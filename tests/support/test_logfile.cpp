@@ -1,0 +1,201 @@
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+#include "support/StatusLine.h"
+
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova::support;
+using kestrova::testing::readFile;
+using kestrova::testing::TestHost;
+using kestrova::testing::writeFile;
+
+class TestLogFile : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void oldName_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("old");
+        QTest::newRow("usual") << "activity.txt"
+                               << "activity.old";
+        QTest::newRow("no dot") << "activity"
+                                << "activity.old";
+        QTest::newRow("first dot counts") << "my.log.txt"
+                                          << "my.old";
+        QTest::newRow("leading dot") << ".log"
+                                     << ".old";
+    }
+    void oldName()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, old);
+        MockClock clock;
+        TestHost host(&clock);
+        CLogFile log(clock, host);
+        log.setLogFileName(name);
+        QCOMPARE(log.oldFileName(), old);
+    }
+
+    void lineFormAndRotation()
+    {
+        QTemporaryDir dir;
+        const QString folder = dir.filePath(QStringLiteral("logs")); // created by setPath
+        MockClock clock(QDateTime(QDate(2026, 11, 23), QTime(14, 3, 7)));
+        TestHost host(&clock);
+        {
+            CLogFile log(clock, host);
+            log.setLogFileName(QStringLiteral("activity.txt"));
+            log.setPath(folder);
+            QVERIFY(QFileInfo(folder).isDir());
+            log.setLogEnable(true);
+            QString box = QStringLiteral("before\r\n");
+            log.LogMessage(QStringLiteral("Kestrova started on"), &box);
+            log.LogMessage(QStringLiteral("second"));
+            const QByteArray expected = "Kestrova started on 11/23/2026 2:03:07 PM\r\nsecond 11/23/2026 2:03:07 PM\r\n";
+            QCOMPARE(readFile(log.fullPath()), expected);
+            QCOMPARE(box, QStringLiteral("before\r\nKestrova started on 11/23/2026 2:03:07 PM\r\n"));
+
+            // Off then on again in the same run starts a fresh log; the first half becomes .old.
+            log.setLogEnable(false);
+            log.LogMessage(QStringLiteral("not written"));
+            QCOMPARE(readFile(log.fullPath()), expected);
+            log.setLogEnable(true);
+            QCOMPARE(readFile(log.oldFullPath()), expected);
+            QCOMPARE(readFile(log.fullPath()), QByteArray());
+            log.LogMessage(QStringLiteral("third"));
+            log.ClearLogFile();
+            log.ReadLogFile();
+            QCOMPARE(readFile(log.fullPath()), QByteArray("third 11/23/2026 2:03:07 PM\r\n"));
+        }
+        {
+            // The next run keeps only one generation: the run before last is gone.
+            CLogFile log(clock, host);
+            log.setLogFileName(QStringLiteral("activity.txt"));
+            log.setPath(folder);
+            log.setLogEnable(true);
+            QCOMPARE(readFile(log.oldFullPath()), QByteArray("third 11/23/2026 2:03:07 PM\r\n"));
+        }
+        QVERIFY(host.messages.isEmpty());
+    }
+
+    void disabledLogTouchesNothing()
+    {
+        QTemporaryDir dir;
+        MockClock clock;
+        TestHost host(&clock);
+        CLogFile log(clock, host);
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setPath(dir.path());
+        QString box = QStringLiteral("kept");
+        log.LogMessage(QStringLiteral("x"), &box);
+        QCOMPARE(box, QStringLiteral("kept"));
+        QVERIFY(!QFileInfo::exists(log.fullPath()));
+    }
+
+    void enableWithoutNameIsRefused()
+    {
+        MockClock clock;
+        TestHost host(&clock);
+        CLogFile log(clock, host);
+        log.setLogEnable(true);
+        QVERIFY(!log.logEnable());
+        QCOMPARE(host.messages, QStringList{QStringLiteral("Invalid path or filename in LogFile Class")});
+    }
+
+    void statusMessageGoesToListAndLog()
+    {
+        QTemporaryDir dir;
+        MockClock clock(QDateTime(QDate(2026, 11, 23), QTime(9, 0, 0)));
+        TestHost host(&clock);
+        CancelFlag cancel;
+        CLogFile log(clock, host);
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setPath(dir.path());
+        log.setLogEnable(true);
+        Services services{clock, host, cancel, log};
+        services.StatusMessage(QStringLiteral("Getting Stock Quotes"));
+        QCOMPARE(host.statusLines, QStringList{QStringLiteral("Getting Stock Quotes   11/23/2026 9:00:00 AM\r\n")});
+        QCOMPARE(readFile(log.fullPath()), QByteArray("Getting Stock Quotes 11/23/2026 9:00:00 AM\r\n"));
+    }
+
+    void pauseIsWholeSecondsAndCancellable()
+    {
+        MockClock clock;
+        TestHost host(&clock);
+        host.clockStepMs = 250;
+        CancelFlag cancel;
+        CLogFile log(clock, host);
+        Services services{clock, host, cancel, log};
+        const QDateTime start = clock.now();
+        services.pause(0.5); // rounds to even: no pause
+        QCOMPARE(clock.now(), start);
+        services.pause(2);
+        QVERIFY(start.msecsTo(clock.now()) >= 2000);
+        QVERIFY(start.msecsTo(clock.now()) <= 2250);
+        int yields = 0;
+        host.onYield = [&] {
+            if (++yields == 3) {
+                cancel.set();
+            }
+        };
+        const QDateTime before = clock.now();
+        services.pause(60);
+        QCOMPARE(before.msecsTo(clock.now()), 750);
+    }
+
+    void cappedTexts()
+    {
+        QString list(kTextCap, u'a');
+        list[kTextDrop] = u'b';
+        appendCapped(list, QStringLiteral("new"));
+        QCOMPARE(list.size(), kTextCap - kTextDrop + 3);
+        QVERIFY(list.startsWith(u'b'));
+        QVERIFY(list.endsWith(QStringLiteral("new")));
+
+        QString shortList(kTextCap - 1, u'a');
+        appendCapped(shortList, QStringLiteral("x"));
+        QCOMPARE(shortList.size(), kTextCap);
+
+        QString term(20000, u'z');
+        terminalAppend(term, QString());
+        QCOMPARE(term.size(), 15904);
+    }
+
+    void terminalEcho_data()
+    {
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("added");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("line feeds dropped") << ""
+                                            << "OK\r\n"
+                                            << "OK\r";
+        QTest::newRow("backspace deletes previous") << ""
+                                                    << "ab\bc"
+                                                    << "ac";
+        QTest::newRow("leading backspace deletes shown") << "xy"
+                                                         << "\bz"
+                                                         << "xz";
+        QTest::newRow("backspace eats the line feed first") << "a"
+                                                            << "\n\bb"
+                                                            << "ab";
+    }
+    void terminalEcho()
+    {
+        QFETCH(QString, shown);
+        QFETCH(QString, added);
+        QFETCH(QString, expected);
+        terminalAppend(shown, added);
+        QCOMPARE(shown, expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLogFile)
+#include "test_logfile.moc"
