@@ -1,0 +1,68 @@
+#pragma once
+
+#include "core/Options.h"
+
+#include <QString>
+#include <QTime>
+
+#include <functional>
+#include <optional>
+
+namespace kestrova::support {
+class Clock;
+}
+
+namespace kestrova::app {
+
+// Reads a time the way the schedule dialog keeps it ("9:30 am", "03:42:00 pm", "16:00").
+std::optional<QTime> parseTimeText(const QString& text);
+
+// The day record: which market moments ran today and when the next interval update is.
+struct ScheduleState
+{
+    int lastWeekday = 0; // Sunday = 1 ... Saturday = 7; 0 before the first check
+    bool openDone = false;
+    bool middayDone = false;
+    bool closeDone = false;
+    QString nextUpdate; // a time of day as text; empty until set
+};
+
+// A market moment is reached strictly after its time and strictly before five minutes later.
+bool TimeReached(const QTime& now, const QTime& moment);
+// The next interval update is due once the time of day is strictly later than it.
+bool IntervalDue(const QTime& now, const QTime& next);
+// This hour, this minute plus the interval, zero seconds (minutes carry into the hour).
+QTime NextUpdateTime(const QTime& now, int intervalMinutes);
+
+// What the check needs from the program around it.
+struct ScheduleHooks
+{
+    // Runs one update: update(paging enabled, market moment).
+    std::function<void(bool marketMoment)> runUpdate;
+    // Quotes come over the Internet (not by modem): only then do updates run.
+    std::function<bool()> internetService;
+    // StatusMessage.
+    std::function<void(const QString&)> status;
+};
+
+// The once-a-minute check. Market moments fire once a day on ticked weekdays; interval
+// updates repeat between the start and stop times.
+void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, const support::Clock& clock,
+                   const ScheduleHooks& hooks);
+
+// The schedule dialog's rules, as functions the GUI and the CLI share.
+enum class TimeField { Open, Midday, Close, Start, Stop };
+// The message for a rejected time entry, or an empty text when the entry is a time.
+QString validateTimeEntry(TimeField field, const QString& text);
+struct ScheduleSaveResult
+{
+    bool saved = false;
+    QString error;   // "Start time must be less than Stop time." when refused
+    QString warning; // the short-interval warning, shown after saving
+};
+// Applies the dialog's fields to the options unless the start time is later than the stop
+// time; the interval is the integer part of the field's numeric value.
+ScheduleSaveResult saveSchedule(core::ScheduleOptions& options, const core::ScheduleOptions& edited,
+                                const QString& intervalField);
+
+} // namespace kestrova::app
