@@ -1,0 +1,510 @@
+#include "sim/DemoMarket.h"
+
+#include "support/Clock.h"
+
+#include <QMetaObject>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+#include <QUrl>
+#include <QUrlQuery>
+
+#include <cmath>
+
+namespace kestrova::sim {
+
+namespace {
+
+constexpr int kMaxRequestBytes = 16 * 1024;
+
+// FNV-1a: a stable hash, so a ticker's base price is the same on every platform and run.
+quint64 stableHash(const QString& text)
+{
+    quint64 h = 1469598103934665603ULL;
+    for (const QChar c : text) {
+        h ^= c.unicode();
+        h *= 1099511628211ULL;
+    }
+    return h;
+}
+
+quint64 splitMix(quint64& state)
+{
+    quint64 z = (state += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    return z ^ (z >> 31);
+}
+
+// A uniform value in [-1, 1].
+double unitStep(quint64& state)
+{
+    return static_cast<double>(splitMix(state) % 2000001ULL) / 1000000.0 - 1.0;
+}
+
+QByteArray fixed(double v, int decimals = 2)
+{
+    return QByteArray::number(v, 'f', decimals);
+}
+
+QByteArray signedFixed(double v, int decimals = 2)
+{
+    return (v >= 0 ? QByteArray("+") : QByteArray()) + fixed(v, decimals);
+}
+
+// Old quote pages wrote prices in eighths: "123 3/8", "-0 1/8", "45".
+QByteArray eighths(double v)
+{
+    const bool negative = v < 0;
+    const long long total = std::llround(std::fabs(v) * 8.0);
+    const long long whole = total / 8;
+    long long num = total % 8;
+    long long den = 8;
+    while (num != 0 && num % 2 == 0) {
+        num /= 2;
+        den /= 2;
+    }
+    QByteArray out = negative ? QByteArray("-") : QByteArray();
+    out += QByteArray::number(whole);
+    if (num != 0) {
+        out += ' ' + QByteArray::number(num) + '/' + QByteArray::number(den);
+    }
+    return out;
+}
+
+QByteArray row(const QByteArray& label, const QByteArray& value)
+{
+    return "<tr><td>" + label + "</td><td>" + value + "</td></tr>\r\n";
+}
+
+// The ticker as the quote cycle sends it: options carry a "." or an encoded "+" in front.
+QString bareSymbol(const QString& ticker, bool* isOption = nullptr)
+{
+    QString t = ticker.trimmed();
+    bool option = false;
+    if (t.startsWith(u'.') || t.startsWith(u'+')) {
+        t.remove(0, 1);
+        option = true;
+    }
+    if (isOption) {
+        *isOption = option;
+    }
+    return t.toUpper();
+}
+
+QByteArray stamp(const QDateTime& now)
+{
+    const QTime t = now.time();
+    const int h12 = t.hour() % 12 == 0 ? 12 : t.hour() % 12;
+    return now.date().toString(QStringLiteral("MM/dd/yyyy")).toLatin1() + " @ " + QByteArray::number(h12) + ':' +
+           QByteArray::number(t.minute()).rightJustified(2, '0') + (t.hour() < 12 ? "AM" : "PM");
+}
+
+const char* const kHeadlines[] = {
+    "%1 reports quarterly earnings above estimates",
+    "%1 names new chief financial officer",
+    "Analysts raise price target on %1",
+    "%1 announces share buyback",
+    "%1 shares active in heavy trading",
+    "%1 wins large government contract",
+    "%1 Q&amp;A: chief executive on the outlook",
+    "%1 to present at investor conference",
+    "%1 settles patent dispute",
+    "%1 opens new plant in Ohio",
+};
+const char* const kSources[] = {"Demo Wire", "Market Desk", "Kestrova News Service"};
+
+} // namespace
+
+DemoMarket::DemoMarket(const support::Clock& clock, quint32 seed, QObject* parent)
+    : QObject(parent), m_clock(clock), m_seed(seed)
+{}
+
+DemoMarket::~DemoMarket()
+{
+    close();
+}
+
+bool DemoMarket::listen(quint16 port)
+{
+    close();
+    m_server = new QTcpServer(this);
+    // Enough for a whole portfolio asked for at once.
+    m_server->setMaxPendingConnections(256);
+    if (!m_server->listen(QHostAddress::LocalHost, port)) {
+        m_error = m_server->errorString();
+        delete m_server;
+        m_server = nullptr;
+        return false;
+    }
+    m_port = m_server->serverPort();
+    connect(m_server, &QTcpServer::newConnection, this, &DemoMarket::onNewConnection);
+    return true;
+}
+
+void DemoMarket::close()
+{
+    if (m_server) {
+        m_server->close();
+        delete m_server;
+        m_server = nullptr;
+    }
+    const auto sockets = m_buffers.keys();
+    m_buffers.clear();
+    for (QTcpSocket* s : sockets) {
+        s->abort();
+        s->deleteLater();
+    }
+    m_port = 0;
+}
+
+QString DemoMarket::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(m_port);
+}
+
+void DemoMarket::onNewConnection()
+{
+    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
+        m_buffers.insert(socket, {});
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            m_buffers.remove(socket);
+            socket->deleteLater();
+        });
+    }
+}
+
+void DemoMarket::onReadyRead(QTcpSocket* socket)
+{
+    auto it = m_buffers.find(socket);
+    if (it == m_buffers.end()) {
+        socket->readAll();
+        return;
+    }
+    it->append(socket->readAll());
+    const qsizetype end = it->indexOf("\r\n\r\n");
+    if (end < 0) {
+        if (it->size() > kMaxRequestBytes) {
+            sendResponse(socket, 400, "request too large");
+        }
+        return;
+    }
+    const QByteArray requestLine = it->left(it->indexOf("\r\n"));
+    // One request per connection: whatever follows the head is ignored.
+    m_buffers.erase(it);
+    disconnect(socket, &QTcpSocket::readyRead, this, nullptr);
+    const QList<QByteArray> parts = requestLine.split(' ');
+    if (parts.size() < 3 || (parts[0] != "GET" && parts[0] != "HEAD")) {
+        sendResponse(socket, 400, "bad request");
+        return;
+    }
+    ++m_requests;
+    const QByteArray target = parts[1];
+    if (m_latencyMs <= 0) {
+        respond(socket, target);
+        return;
+    }
+    const int pending = ++m_pending;
+    int seen = m_maxPending.load();
+    while (pending > seen && !m_maxPending.compare_exchange_weak(seen, pending)) {
+    }
+    QPointer<QTcpSocket> guarded(socket);
+    QTimer::singleShot(m_latencyMs, this, [this, guarded, target] {
+        --m_pending;
+        if (guarded) {
+            respond(guarded, target);
+        }
+    });
+}
+
+void DemoMarket::respond(QTcpSocket* socket, const QByteArray& target)
+{
+    const QUrl url(QString::fromLatin1(target));
+    const QString path = url.path();
+    // "+" in a query means a blank to QUrlQuery; the quote cycle sends a plus sign as "%2b".
+    QString ticker = QUrlQuery(url.query(QUrl::FullyEncoded)).queryItemValue(QStringLiteral("t"), QUrl::FullyDecoded);
+    const QString bare = bareSymbol(ticker);
+
+    if (bare == QLatin1String("HANG")) {
+        return; // keep the connection open and say nothing
+    }
+    if (bare == QLatin1String("ERR500")) {
+        sendResponse(socket, 500, "<html><body>Internal Server Error</body></html>");
+        return;
+    }
+    if (bare == QLatin1String("EMPTY")) {
+        sendResponse(socket, 200, {});
+        return;
+    }
+    const bool cut = bare == QLatin1String("CUT");
+
+    QByteArray body;
+    if (path == QLatin1String("/stock")) {
+        body = stockPage(ticker);
+    } else if (path == QLatin1String("/option")) {
+        body = optionPage(ticker);
+    } else if (path == QLatin1String("/labelled")) {
+        body = labelledPage(ticker);
+    } else if (path == QLatin1String("/index") || path == QLatin1String("/cgi-bin/getquote.dll")) {
+        body = indexPage();
+    } else if (path == QLatin1String("/news")) {
+        body = newsPage(ticker);
+    } else {
+        sendResponse(socket, 404, "<html><body>Not Found</body></html>");
+        return;
+    }
+    sendResponse(socket, 200, body, cut);
+}
+
+void DemoMarket::sendResponse(QTcpSocket* socket, int status, const QByteArray& body, bool cut)
+{
+    QByteArray reason = "OK";
+    if (status == 400) {
+        reason = "Bad Request";
+    } else if (status == 404) {
+        reason = "Not Found";
+    } else if (status == 500) {
+        reason = "Internal Server Error";
+    }
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reason + "\r\n";
+    head += "Content-Type: text/html; charset=windows-1252\r\n";
+    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    head += "Connection: close\r\n\r\n";
+    socket->write(head);
+    socket->write(cut ? body.left(body.size() / 2) : body);
+    // Closes once everything queued has gone out; for CUT that is half the promised body.
+    socket->disconnectFromHost();
+}
+
+DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePrice)
+{
+    auto it = m_instruments.find(key);
+    if (it != m_instruments.end()) {
+        return *it;
+    }
+    Instrument in;
+    in.rng = stableHash(key) ^ (static_cast<quint64>(m_seed) * 0x9E3779B97F4A7C15ULL);
+    const double spread = 0.1 * basePrice;
+    in.previousClose = basePrice + spread * unitStep(in.rng);
+    in.open = in.previousClose * (1.0 + 0.01 * unitStep(in.rng));
+    in.last = in.open;
+    in.dayHigh = std::max(in.open, in.previousClose);
+    in.dayLow = std::min(in.open, in.previousClose);
+    in.yearHigh = in.previousClose * 1.35;
+    in.yearLow = in.previousClose * 0.7;
+    in.volume = static_cast<qint64>(100000 + splitMix(in.rng) % 5000000ULL);
+    in.openInterest = static_cast<qint64>(100 + splitMix(in.rng) % 20000ULL);
+    in.eps = in.previousClose / (8.0 + static_cast<double>(splitMix(in.rng) % 3000ULL) / 100.0);
+    return *m_instruments.insert(key, in);
+}
+
+DemoMarket::Instrument& DemoMarket::step(const QString& key, double basePrice)
+{
+    Instrument& in = instrument(key, basePrice);
+    // Moves of up to 3% a step, so a demo portfolio crosses its limits within a few updates.
+    in.last = std::max(0.05, in.last * (1.0 + 0.03 * unitStep(in.rng)));
+    in.dayHigh = std::max(in.dayHigh, in.last);
+    in.dayLow = std::min(in.dayLow, in.last);
+    in.yearHigh = std::max(in.yearHigh, in.last);
+    in.yearLow = std::min(in.yearLow, in.last);
+    in.volume += static_cast<qint64>(splitMix(in.rng) % 50000ULL);
+    ++in.steps;
+    return in;
+}
+
+QByteArray DemoMarket::stockPage(const QString& ticker)
+{
+    const QString sym = bareSymbol(ticker);
+    const double base = 10.0 + static_cast<double>(stableHash(sym) % 19000ULL) / 100.0;
+    Instrument& in = step(QStringLiteral("S:") + sym, base);
+    const double change = in.last - in.previousClose;
+    const QByteArray name = "Demo " + sym.toLatin1() + " Corp";
+    QByteArray page = "<html><head><title>Demo Market quote: " + sym.toLatin1() +
+                      "</title></head>\r\n<body><h1>Demo Market</h1>\r\n<table class=quote>\r\n";
+    page += row("Name:", name);
+    page += row("Last Trade:", fixed(in.last));
+    page += row("Change:", signedFixed(change));
+    page += row("Pct Change:", signedFixed(change * 100.0 / in.previousClose) + '%');
+    page += row("Volume: " + QByteArray::number(in.volume) + " shares", QByteArray());
+    page += row("Bid:", fixed(in.last - 0.05));
+    page += row("Ask:", fixed(in.last + 0.05));
+    page += row("Open:", fixed(in.open));
+    page += row("Prev Close:", fixed(in.previousClose));
+    page += row("Day High:", fixed(in.dayHigh));
+    page += row("Day Low:", fixed(in.dayLow));
+    page += row("Day Range:", fixed(in.dayLow) + " - " + fixed(in.dayHigh));
+    page += row("52-Week High:", fixed(in.yearHigh));
+    page += row("52-Week Low:", fixed(in.yearLow));
+    page += row("EPS:", fixed(in.eps));
+    page += row("P/E:", fixed(in.last / in.eps));
+    page += row("Updated:", stamp(m_clock.now()) + " ET");
+    page += "</table>\r\n<p>Quotes are simulated.</p></body></html>\r\n";
+    return page;
+}
+
+QByteArray DemoMarket::optionPage(const QString& symbol)
+{
+    const QString sym = bareSymbol(symbol);
+    const double base = 0.5 + static_cast<double>(stableHash(sym) % 1450ULL) / 100.0;
+    Instrument& in = step(QStringLiteral("O:") + sym, base);
+    const double change = in.last - in.previousClose;
+    QByteArray page = "<html><head><title>Demo Market option: " + sym.toLatin1() +
+                      "</title></head>\r\n<body><h1>Demo Market</h1>\r\n<table class=quote>\r\n";
+    page += row("Name:", "Demo option " + sym.toLatin1());
+    page += row("Last Trade:", fixed(in.last));
+    page += row("Change:", signedFixed(change));
+    page += row("Pct Change:", signedFixed(change * 100.0 / in.previousClose) + '%');
+    page += row("Volume: " + QByteArray::number(in.volume / 100) + " contracts", QByteArray());
+    page += row("Bid:", fixed(in.last - 0.05));
+    page += row("Ask:", fixed(in.last + 0.05));
+    page += row("Open:", fixed(in.open));
+    page += row("Prev Close:", fixed(in.previousClose));
+    page += row("Day High:", fixed(in.dayHigh));
+    page += row("Day Low:", fixed(in.dayLow));
+    page += row("Day Range:", fixed(in.dayLow) + " - " + fixed(in.dayHigh));
+    page += row("Open Int:", QByteArray::number(in.openInterest));
+    page += row("Updated:", stamp(m_clock.now()) + " ET");
+    page += "</table>\r\n</body></html>\r\n";
+    return page;
+}
+
+QByteArray DemoMarket::labelledPage(const QString& ticker)
+{
+    bool option = false;
+    const QString sym = bareSymbol(ticker, &option);
+    const double base = option ? 0.5 + static_cast<double>(stableHash(sym) % 1450ULL) / 100.0
+                               : 10.0 + static_cast<double>(stableHash(sym) % 19000ULL) / 100.0;
+    // Shares the walk with the stock or option page of the same symbol.
+    Instrument& in = step((option ? QStringLiteral("O:") : QStringLiteral("S:")) + sym, base);
+    const QDateTime now = m_clock.now();
+    QByteArray page = "<html><head><title>" + sym.toLatin1() + " detailed quote</title></head>\r\n<body><table>\r\n";
+    page += row("Name:", (option ? "Demo option " : "Demo ") + sym.toLatin1() + (option ? "" : " Corp"));
+    page += row("Earnings (12 mo.):", fixed(in.eps));
+    page += row("P/E Ratio:", fixed(in.last / in.eps));
+    page += row("Dividend:", fixed(in.eps / 4.0));
+    page += row("Date & Time:", now.date().toString(QStringLiteral("MM/dd/yyyy")).toLatin1() + ' ' +
+                                    now.time().toString(QStringLiteral("hh:mm")).toLatin1());
+    page += row("Open:", eighths(in.open));
+    if (option) {
+        page += row("Volume:", QByteArray::number(in.volume / 100));
+        page += row("Open Interest:", QByteArray::number(in.openInterest));
+        page += row("Est. Volume:", QByteArray::number(in.volume / 90));
+    } else {
+        page += row("Volume:", QByteArray::number(in.volume));
+    }
+    page += row("High:", eighths(in.dayHigh));
+    page += row("Low:", eighths(in.dayLow));
+    page += row("Bid:", eighths(in.last - 0.125));
+    page += row("Ask:", eighths(in.last + 0.125));
+    page += row("LAST:", eighths(in.last));
+    page += row("CHANGE:", eighths(in.last - in.previousClose));
+    page += row("Market Cap:", QByteArray::number(in.volume * 40));
+    page += "</table></body></html>\r\n";
+    return page;
+}
+
+QByteArray DemoMarket::indexPage()
+{
+    struct Index
+    {
+        const char* key;
+        double base;
+    };
+    static const Index indices[] = {{"DOW", 10345.21}, {"NASDAQ", 2891.48}, {"S&P 500", 1382.95}};
+    QByteArray page = "<html><head><title>Demo Market indices</title></head>\r\n<body><table class=indices>\r\n";
+    for (const Index& ix : indices) {
+        Instrument& in = step(QStringLiteral("I:") + QLatin1String(ix.key), ix.base);
+        // Key, level and change each one tag apart, so the level is the first cell after the
+        // key and the change the second.
+        page += QByteArray("<tr><td>") + ix.key + "<td>" + fixed(in.last) + "<td>" +
+                signedFixed(in.last - in.previousClose) + "</tr>\r\n";
+    }
+    page += "</table></body></html>\r\n";
+    return page;
+}
+
+QByteArray DemoMarket::newsPage(const QString& ticker)
+{
+    const QString sym = bareSymbol(ticker);
+    const QByteArray t = sym.toLatin1();
+    const QByteArray name = "Demo " + t + " Corp";
+    const QDate today = m_clock.today();
+    QByteArray page = "<html><head><title>Demo Market news: " + t + "</title></head>\r\n<body><h1>News for " + t +
+                      "</h1>\r\n<ul class=news>\r\n";
+    // Two stories today, one yesterday and one ten days old, chosen by ticker, seed and day,
+    // so a second fetch on the same day finds nothing new.
+    static const int ages[] = {0, 0, 1, 10};
+    const int headlineCount = static_cast<int>(std::size(kHeadlines));
+    const int sourceCount = static_cast<int>(std::size(kSources));
+    quint64 pick = stableHash(sym) ^ m_seed;
+    for (int i = 0; i < 4; ++i) {
+        const QDate day = today.addDays(-ages[i]);
+        quint64 state = pick ^ static_cast<quint64>(day.toJulianDay()) ^ static_cast<quint64>(i * 7919);
+        const int h = static_cast<int>(splitMix(state) % static_cast<quint64>(headlineCount));
+        const int s = static_cast<int>(splitMix(state) % static_cast<quint64>(sourceCount));
+        const int minutes = 8 * 60 + static_cast<int>(splitMix(state) % (9 * 60));
+        const QTime time(minutes / 60, minutes % 60);
+        const QByteArray headline = t + ": " + QByteArray(kHeadlines[h]).replace("%1", name);
+        page += "<li class=story><b class=hl>" + headline + "</b> - <i class=src>" + kSources[s] +
+                "</i> <span class=date>" + day.toString(QStringLiteral("MM/dd/yyyy")).toLatin1() +
+                "</span> <span class=time>" + time.toString(QStringLiteral("h:mm AP")).toLatin1() + "</span></li>\r\n";
+    }
+    page += "</ul>\r\n</body></html>\r\n";
+    return page;
+}
+
+DemoMarketThread::DemoMarketThread(const support::Clock& clock, quint32 seed, int latencyMs)
+    : m_clock(clock), m_seed(seed), m_latencyMs(latencyMs)
+{}
+
+DemoMarketThread::~DemoMarketThread()
+{
+    stop();
+}
+
+bool DemoMarketThread::start(quint16 port)
+{
+    stop();
+    m_thread = std::make_unique<QThread>();
+    m_market = new DemoMarket(m_clock, m_seed);
+    m_market->setLatencyMs(m_latencyMs);
+    m_market->moveToThread(m_thread.get());
+    QObject::connect(m_thread.get(), &QThread::finished, m_market, &QObject::deleteLater);
+    m_thread->start();
+    bool ok = false;
+    QMetaObject::invokeMethod(
+        m_market, [this, port, &ok] { ok = m_market->listen(port); }, Qt::BlockingQueuedConnection);
+    if (!ok) {
+        stop();
+    }
+    return ok;
+}
+
+void DemoMarketThread::stop()
+{
+    if (!m_thread) {
+        return;
+    }
+    if (m_market) {
+        QMetaObject::invokeMethod(
+            m_market, [m = m_market] { m->close(); }, Qt::BlockingQueuedConnection);
+    }
+    m_thread->quit();
+    m_thread->wait();
+    m_thread.reset();
+    m_market = nullptr;
+}
+
+quint16 DemoMarketThread::port() const
+{
+    return m_market ? m_market->port() : 0;
+}
+
+QString DemoMarketThread::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(port());
+}
+
+} // namespace kestrova::sim

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QHostAddress>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <atomic>
+#include <memory>
+
+class QTcpServer;
+class QTcpSocket;
+class QThread;
+
+namespace kestrova::support {
+class Clock;
+}
+
+namespace kestrova::sim {
+
+// A small quote service on loopback for the demo and the tests. It answers HTTP/1.1 GETs
+// for any ticker with pages laid out the way the "Demo Market" definitions in servers.dat
+// and server.dat expect:
+//
+//   /stock?t=TICKER          stock quote page (cells: "Last Trade:" etc.)
+//   /option?t=.SYM           option quote page (the "." or "%2b" prefix is dropped)
+//   /labelled?t=TICKER       the "Name: ... Earnings ... LAST: ... CHANGE:" label layout
+//   /index, /cgi-bin/getquote.dll   market index table ("DOW", "NASDAQ", "S&P 500")
+//   /news?t=TICKER           news headlines
+//
+// Each price page request moves that ticker's price one step along a random walk that
+// depends only on the seed, the ticker and how many times that ticker was asked for, so a
+// test can replay a session exactly. Some tickers misbehave on purpose: ERR500 (status
+// 500), EMPTY (200 with an empty body), HANG (never answers), CUT (closes mid-body).
+//
+// Responses are delayed by a QTimer when a latency is set, never by sleeping, so many
+// requests wait side by side. Every response closes its connection.
+class DemoMarket : public QObject
+{
+    Q_OBJECT
+public:
+    explicit DemoMarket(const support::Clock& clock, quint32 seed = 1, QObject* parent = nullptr);
+    ~DemoMarket() override;
+
+    // Listens on 127.0.0.1; port 0 picks a free one. False (with errorString()) when the
+    // port is taken.
+    bool listen(quint16 port = 0);
+    void close();
+    quint16 port() const { return m_port; }
+    QString errorString() const { return m_error; }
+    QString baseUrl() const;
+
+    void setLatencyMs(int ms) { m_latencyMs = ms; }
+    int latencyMs() const { return m_latencyMs; }
+    quint32 seed() const { return m_seed; }
+
+    // Counters for tests; safe to read from another thread.
+    int requestCount() const { return m_requests.load(); }
+    // The most responses that were waiting for their latency at the same moment.
+    int maxPending() const { return m_maxPending.load(); }
+
+    // The page bodies, also used by the benchmarks to build large pages. Each call for a
+    // price page advances the ticker's walk by one step.
+    QByteArray stockPage(const QString& ticker);
+    QByteArray optionPage(const QString& symbol);
+    QByteArray labelledPage(const QString& ticker);
+    QByteArray indexPage();
+    QByteArray newsPage(const QString& ticker);
+
+    // The state of one instrument after its latest step.
+    struct Instrument
+    {
+        QString name;
+        double previousClose = 0;
+        double open = 0;
+        double last = 0;
+        double dayHigh = 0;
+        double dayLow = 0;
+        double yearHigh = 0;
+        double yearLow = 0;
+        qint64 volume = 0;
+        qint64 openInterest = 0;
+        double eps = 0;
+        quint64 rng = 0;
+        int steps = 0;
+    };
+
+private:
+    void onNewConnection();
+    void onReadyRead(QTcpSocket* socket);
+    void respond(QTcpSocket* socket, const QByteArray& target);
+    void sendResponse(QTcpSocket* socket, int status, const QByteArray& body, bool cut = false);
+    Instrument& instrument(const QString& key, double basePrice);
+    Instrument& step(const QString& key, double basePrice);
+
+    const support::Clock& m_clock;
+    quint32 m_seed;
+    int m_latencyMs = 0;
+    QTcpServer* m_server = nullptr;
+    quint16 m_port = 0;
+    QString m_error;
+    QHash<QString, Instrument> m_instruments;
+    QHash<QTcpSocket*, QByteArray> m_buffers;
+    std::atomic<int> m_requests{0};
+    std::atomic<int> m_pending{0};
+    std::atomic<int> m_maxPending{0};
+};
+
+// Runs a DemoMarket on a thread of its own, so that code that blocks its own thread while
+// it waits for the network (a curl transfer, a blocking socket) still gets answers.
+class DemoMarketThread
+{
+public:
+    DemoMarketThread(const support::Clock& clock, quint32 seed = 1, int latencyMs = 0);
+    ~DemoMarketThread();
+    DemoMarketThread(const DemoMarketThread&) = delete;
+    DemoMarketThread& operator=(const DemoMarketThread&) = delete;
+
+    bool start(quint16 port = 0);
+    void stop();
+    quint16 port() const;
+    QString baseUrl() const;
+    DemoMarket* market() const { return m_market; }
+
+private:
+    const support::Clock& m_clock;
+    quint32 m_seed;
+    int m_latencyMs;
+    std::unique_ptr<QThread> m_thread;
+    DemoMarket* m_market = nullptr;
+};
+
+} // namespace kestrova::sim
