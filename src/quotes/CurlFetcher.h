@@ -1,0 +1,51 @@
+#pragma once
+
+#include "core/Options.h"
+#include "quotes/PageFetcher.h"
+
+namespace kestrova::support {
+class Host;
+}
+
+namespace kestrova::quotes {
+
+// The page fetcher over libcurl. Transfers run on curl's multi interface; while they run,
+// the fetcher waits in curl_multi_poll for at most 100 ms at a time and lets the face
+// process its events in between, so the program stays responsive and never spins.
+class CurlFetcher final : public PageFetcher
+{
+public:
+    static constexpr int kMaxParallel = 8;
+
+    CurlFetcher(support::Host& host, core::ProxyOptions proxy = {});
+    ~CurlFetcher() override;
+    CurlFetcher(const CurlFetcher&) = delete;
+    CurlFetcher& operator=(const CurlFetcher&) = delete;
+
+    void setProxy(const core::ProxyOptions& proxy) { m_proxy = proxy; }
+    // Whole-transfer and connect time-outs (30 s and 15 s unless changed).
+    void setTimeoutMs(int ms) { m_timeoutMs = ms; }
+    void setConnectTimeoutMs(int ms) { m_connectTimeoutMs = ms; }
+
+    void setUrl(const QString& url) override;
+    QString host() const override { return m_host; }
+    QString path() const override { return m_path; }
+    QString get(const QString& url) override;
+    QStringList getMany(const QStringList& urls, int maxParallel = kMaxParallel,
+                        const CompletionCallback& onDone = {}) override;
+    QString markupToText(const QString& page) const override;
+
+    // The URL with the password of a "user:password@" part replaced by "***": the only
+    // form in which a URL may reach a log line or a message.
+    static QString redactUrl(const QString& url);
+
+private:
+    support::Host& m_hostFace;
+    core::ProxyOptions m_proxy;
+    int m_timeoutMs = 30000;
+    int m_connectTimeoutMs = 15000;
+    QString m_host;
+    QString m_path;
+};
+
+} // namespace kestrova::quotes

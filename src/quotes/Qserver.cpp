@@ -1,0 +1,324 @@
+#include "quotes/Qserver.h"
+
+#include "core/Quote.h"
+#include "quotes/PageFetcher.h"
+#include "support/Clock.h"
+#include "support/Format.h"
+#include "support/Host.h"
+#include "support/Text.h"
+#include "support/VbError.h"
+
+#include <QUrl>
+
+#include <optional>
+
+namespace kestrova::quotes {
+
+namespace {
+
+const QString kNotOffered = QStringLiteral("n/a");
+const QString kNotFound = QStringLiteral("???");
+
+// InStr: 1-based position of needle in hay searching from start, 0 when absent. A start of
+// 0 or less is an invalid call, as it always was; a start past the end finds nothing.
+qsizetype inStr(qsizetype start, const QString& hay, QChar needle)
+{
+    if (start <= 0)
+        throw support::VbError(support::VbError::InvalidCall);
+    if (start > hay.size())
+        return 0;
+    return hay.indexOf(needle, start - 1) + 1;
+}
+
+// Reads a number of digits at pos; -1 when there is none.
+int readNumber(QStringView s, qsizetype& pos, int maxDigits)
+{
+    int value = 0;
+    int n = 0;
+    while (pos < s.size() && n < maxDigits && s[pos].isDigit()) {
+        value = value * 10 + s[pos].digitValue();
+        ++pos;
+        ++n;
+    }
+    return n == 0 ? -1 : value;
+}
+
+void skipBlanks(QStringView s, qsizetype& pos)
+{
+    while (pos < s.size() && s[pos].isSpace())
+        ++pos;
+}
+
+// The date-and-time texts quote pages print: "m/d/yyyy", "m/d/yy" (00-29 is this century),
+// "-" instead of "/" too, optionally followed by "h:mm[:ss]" and "AM"/"PM" ("A"/"P"), or
+// the time alone (then on the zero date). Anything else does not read as a date.
+std::optional<QDateTime> readDate(QStringView text)
+{
+    qsizetype pos = 0;
+    skipBlanks(text, pos);
+    QDate date = support::zeroDate();
+    bool any = false;
+
+    const qsizetype start = pos;
+    int first = readNumber(text, pos, 4);
+    if (first >= 0 && pos < text.size() && (text[pos] == u'/' || text[pos] == u'-')) {
+        const QChar sep = text[pos++];
+        const int day = readNumber(text, pos, 2);
+        if (day < 0 || pos >= text.size() || text[pos] != sep)
+            return std::nullopt;
+        ++pos;
+        const qsizetype yearStart = pos;
+        int year = readNumber(text, pos, 4);
+        if (year < 0 || (pos < text.size() && text[pos].isDigit()))
+            return std::nullopt;
+        if (pos - yearStart <= 2)
+            year += year < 30 ? 2000 : 1900;
+        date = QDate(year, first, day);
+        if (!date.isValid())
+            return std::nullopt;
+        any = true;
+        if (pos < text.size() && !text[pos].isSpace())
+            return std::nullopt;
+        skipBlanks(text, pos);
+    } else {
+        pos = start;
+    }
+
+    QTime time(0, 0);
+    if (pos < text.size()) {
+        const int hour = readNumber(text, pos, 2);
+        if (hour < 0 || pos >= text.size() || text[pos] != u':')
+            return std::nullopt;
+        ++pos;
+        const int minute = readNumber(text, pos, 2);
+        if (minute < 0)
+            return std::nullopt;
+        int second = 0;
+        if (pos < text.size() && text[pos] == u':') {
+            ++pos;
+            second = readNumber(text, pos, 2);
+            if (second < 0)
+                return std::nullopt;
+        }
+        skipBlanks(text, pos);
+        int h = hour;
+        if (pos < text.size()) {
+            const QChar c = text[pos].toUpper();
+            if (c != u'A' && c != u'P')
+                return std::nullopt;
+            ++pos;
+            if (pos < text.size() && text[pos].toUpper() == u'M')
+                ++pos;
+            if (hour < 1 || hour > 12)
+                return std::nullopt;
+            h = (hour % 12) + (c == u'P' ? 12 : 0);
+        }
+        skipBlanks(text, pos);
+        if (pos != text.size())
+            return std::nullopt;
+        time = QTime(h, minute, second);
+        if (!time.isValid())
+            return std::nullopt;
+        any = true;
+    }
+    if (!any)
+        return std::nullopt;
+    return QDateTime(date, time);
+}
+
+} // namespace
+
+QString Qserver::FindKey(const QString& key, qint16 offset, const QString& page)
+{
+    if (offset == -1)
+        return kNotOffered;
+    // An empty key is found at the first character, as the old search did.
+    const qsizetype p = page.isEmpty() ? 0 : page.indexOf(key) + 1;
+
+    if (offset == 0) {
+        const qsizetype blank = inStr(p, page, u' ');
+        if (blank == 0)
+            return kNotFound;
+        qsizetype q = blank;
+        while (q <= page.size() && page[q - 1] == u' ')
+            ++q;
+        const qsizetype end = inStr(q, page, u' ');
+        if (end == 0)
+            return kNotFound;
+        return page.mid(q - 1, end - q);
+    }
+
+    if (p == 0)
+        return kNotFound;
+    qsizetype s = p;
+    // A negative count below -1 never runs out on its own: it ends when the tabs do.
+    for (int n = 0; offset < -1 || n < offset; ++n) {
+        const qsizetype tab = inStr(s, page, u'\t');
+        if (tab == 0) {
+            s = 0;
+            break;
+        }
+        s = tab + 1;
+    }
+    const qsizetype tab = inStr(s, page, u'\t');
+    if (tab > 0)
+        return page.mid(s - 1, tab - s);
+    // Right(page, len - s): the character at s itself is dropped here, and a page that ends
+    // in the tab just counted leaves a negative length, an invalid call.
+    const qsizetype tail = page.size() - s;
+    if (tail < 0)
+        throw support::VbError(support::VbError::InvalidCall);
+    return page.right(tail);
+}
+
+QString Qserver::requestUrl(PageFetcher& fetcher) const
+{
+    QString url = m_url + m_ticker;
+    fetcher.setUrl(url);
+    const QString host = fetcher.host();
+    const QString path = fetcher.path();
+    if (!m_username.isEmpty()) {
+        // Encoded so that a password holding ":" or "@" still reaches the server intact.
+        url = QStringLiteral("HTTP://") + QString::fromLatin1(QUrl::toPercentEncoding(m_username)) + u':' +
+              QString::fromLatin1(QUrl::toPercentEncoding(m_password)) + u'@' + host + path;
+    }
+    return url;
+}
+
+bool Qserver::GetQuote(core::Quote& quote, const ScrapeContext& ctx) const
+{
+    ctx.host.setBusy(true);
+    const QString page = ctx.fetcher.get(requestUrl(ctx.fetcher));
+    // A failure inside the fill leaves the pointer busy; the cycle's error handler resets it.
+    const bool filled = fillQuote(quote, page, ctx);
+    ctx.host.setBusy(false);
+    return filled;
+}
+
+QString Qserver::preparePage(const QString& body, const PageFetcher& fetcher)
+{
+    QString page = body;
+    if (page.contains(u'<')) {
+        for (const char* tag : {"<sup>", "</sup>", "<sub>", "</sub>"})
+            page.remove(QLatin1String(tag), Qt::CaseSensitive);
+    }
+    if (page.contains(u'&'))
+        page.replace(QLatin1String("&nbsp;"), QLatin1String(" "), Qt::CaseSensitive);
+    return fetcher.markupToText(page);
+}
+
+bool Qserver::fillQuote(core::Quote& quote, const QString& body, const ScrapeContext& ctx) const
+{
+    if (body.isEmpty())
+        return false;
+    const QString page = preparePage(body, ctx.fetcher);
+    if (ctx.builtIn.isEntry(m_serverName, BuiltInServers::kLabelledPage))
+        fillLabelled(quote, page);
+    else
+        fillByKeys(quote, page, ctx.builtIn, ctx.clock.today());
+    return true;
+}
+
+void Qserver::fillByKeys(core::Quote& quote, const QString& page, const BuiltInServers& builtIn,
+                         const QDate& today) const
+{
+    quote.setName(FindKey(Field::Name, page));
+    quote.setLast(FindKey(Field::Last, page));
+    quote.setBid(FindKey(Field::Bid, page));
+    quote.setAsk(FindKey(Field::Ask, page));
+    quote.setVolume(FindKey(Field::Volume, page));
+    quote.setOpenPrice(FindKey(Field::Open, page));
+    quote.setPreviousClose(FindKey(Field::Previous, page));
+
+    const QString change = FindKey(Field::Change, page);
+    if (change != kNotOffered)
+        quote.setChange(change);
+    else
+        quote.setChange(support::singleToText(quote.Calc_PriceChg()));
+
+    const QString percent = FindKey(Field::PercentChg, page);
+    if (percent != kNotOffered)
+        quote.setPercentChg(percent);
+    else if (quote.previousClose() != kNotOffered)
+        quote.setPercentChg(support::formatNumber(quote.Calc_PricePercentChg(), u"###0.0"));
+    else
+        quote.setPercentChg(percent);
+
+    // These services print every change unsigned.
+    if (builtIn.isEntry(m_serverName, BuiltInServers::kSignByText)) {
+        // Compared as text on purpose: this is how the service's pages have always been read.
+        if (QString::compare(quote.last(), quote.openPrice(), Qt::CaseSensitive) < 0)
+            quote.setChange(u'-' + quote.change());
+    } else if (builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent1) ||
+               builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent2)) {
+        if (support::leadingNumber(quote.percentChg()) < 0)
+            quote.setChange(u'-' + quote.change());
+    }
+
+    quote.setDayHigh(FindKey(Field::DayHigh, page));
+    quote.setDayLow(FindKey(Field::DayLow, page));
+    quote.setYearHigh(FindKey(Field::YearHigh, page));
+    quote.setYearLow(FindKey(Field::YearLow, page));
+    quote.setEPS(FindKey(Field::EPS, page));
+    quote.setPE(FindKey(Field::PE, page));
+    quote.setOpenInterest(FindKey(Field::Interest, page));
+
+    const QString stamp = FindKey(Field::Update, page);
+    quote.setUpdateDate(stampDate(stamp, today));
+    quote.setUpdate(stamp);
+}
+
+QDateTime Qserver::stampDate(const QString& text, const QDate& today)
+{
+    QString datePart;
+    QString timePart;
+    const qsizetype at = text.indexOf(u'@') + 1;
+    if (at > 0) {
+        datePart = text.left(at - 1);
+        const qsizetype et = text.indexOf(QLatin1String("ET"), at - 1) + 1;
+        if (et > 0)
+            timePart = text.mid(at, et - at - 1);
+    } else {
+        datePart = support::formatDate(QDateTime(today, QTime(0, 0)), u"mm/dd/yyyy");
+    }
+    // Tested joined without a blank, converted with one: a stamp whose parts only read as
+    // a date when separated still gives the zero date.
+    if (!readDate(QString(datePart + timePart)))
+        return QDateTime(support::zeroDate(), QTime(0, 0));
+    const auto when = readDate(QString(datePart + u' ' + timePart));
+    return when ? *when : QDateTime(support::zeroDate(), QTime(0, 0));
+}
+
+void Qserver::fillLabelled(core::Quote& quote, const QString& prepared)
+{
+    const QString page = support::RemoveAll(prepared, QStringLiteral("\t"));
+    auto text = [&](const char* from, const char* to) {
+        return support::ExtractBetween(QString::fromLatin1(from), QString::fromLatin1(to), page).trimmed();
+    };
+    auto price = [&](const char* from, const char* to) {
+        return support::ConvertFraction(
+            support::ExtractBetween(QString::fromLatin1(from), QString::fromLatin1(to), page), quote.digits());
+    };
+    quote.setName(text("Name:", "Earnings"));
+    quote.setLast(price("LAST:", "CHANGE:"));
+    quote.setBid(price("Bid:", "Ask:"));
+    quote.setAsk(price("Ask:", "LAST:"));
+    if (quote.securityType() != 0)
+        quote.setVolume(text("Volume:", "Open Interest:"));
+    else
+        quote.setVolume(text("Volume:", "High:"));
+    quote.setDayHigh(price("High:", "Low:"));
+    quote.setDayLow(price("Low:", "Bid:"));
+    quote.setOpenPrice(price("Open:", "Volume:"));
+    quote.setChange(price("CHANGE:", "Market"));
+    quote.setPE(price("P/E Ratio:", "Dividend:"));
+    quote.setEPS(price("Earnings (12 mo.):", "P/E Ratio:"));
+    quote.setUpdate(text("Date & Time:", "Open:"));
+    quote.setOpenInterest(text("Open Interest:", "Est. Volume:"));
+    quote.setPercentChg(kNotOffered);
+    quote.setPreviousClose(kNotOffered);
+    quote.setYearHigh(kNotOffered);
+    quote.setYearLow(kNotOffered);
+}
+
+} // namespace kestrova::quotes
