@@ -1,0 +1,66 @@
+#pragma once
+
+#include "core/Options.h"
+#include "core/PortfolioTable.h"
+#include "core/Quotes.h"
+#include "quotes/BuiltInServers.h"
+#include "quotes/PageFetcher.h"
+#include "quotes/ServersDat.h"
+#include "support/Services.h"
+
+#include <QString>
+
+#include <functional>
+
+namespace kestrova::quotes {
+
+// Everything one retrieval cycle works with.
+struct CycleContext
+{
+    const support::Services& services;
+    PageFetcher& fetcher;
+    const BuiltInServers& builtIn;
+    const ServerDefinitions& servers;
+    const core::Options& options;
+    const core::PortfolioTable& portfolio;
+    // News retrieval, run first when switched on. A VbError (or other exception) it throws
+    // is logged and the cycle goes on.
+    std::function<void()> retrieveNews;
+    // The main window's stop flag, read like the cancel flag after every security.
+    const bool* stop = nullptr;
+    // Pages fetched side by side; 1 gives the one-page-at-a-time cycle.
+    int maxParallel = 8;
+};
+
+struct CycleResult
+{
+    bool completed = false; // false: cancelled or stopped part-way
+    bool quotesAvailable = false;
+    int requested = 0; // securities the portfolio asked for
+};
+
+// One quote for every included security: stocks (every type but options) into stockSet,
+// options into optionSet, each set cleared first. Pages are fetched side by side but the
+// quotes are filled strictly in list order, so the sets, progress, status lines and log
+// are those of a cycle that fetched one page after the other. A security whose page came
+// back empty is simply absent; one whose page or definition raises an error is reported
+// as "GetQuotes:: ..." and skipped, and the cycle goes on with the next.
+CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet);
+
+// The ticker form a server wants for an option symbol ("%2b" + symbol for built-in
+// servers 5 and 11, "." + symbol for the others); blanks are dropped from the symbol.
+QString optionTicker(const QString& symbol, int serverIndex);
+
+// Fastest server: the probe host of the test-flagged built-in entry with the smallest
+// response time (-1 = no answer), the first entry's host when none answered. When apply
+// is set and an entry other than the first won, its index becomes defaultServer.
+// responseTime measures one host; tests pass their own.
+QString FastestServer(bool apply, const BuiltInServers& builtIn, const support::Services& services,
+                      const std::function<double(const QString& host)>& responseTime, qint16& defaultServer,
+                      int* chosenIndex = nullptr);
+
+// Response time of a host: milliseconds until a TCP connection to host:port stands, -1
+// when none within timeoutMs (measured on the program clock).
+double ResponseTime(const QString& host, quint16 port, int timeoutMs, const support::Services& services);
+
+} // namespace kestrova::quotes
