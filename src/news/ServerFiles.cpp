@@ -1,0 +1,98 @@
+#include "news/ServerFiles.h"
+
+#include "news/NewsServer.h"
+#include "news/ServerDat.h"
+#include "quotes/ServersDat.h"
+#include "support/Paths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSaveFile>
+
+namespace kestrova::news {
+
+namespace {
+
+const QString kNewsFile = QStringLiteral("server.dat");
+const QString kQuoteFile = QStringLiteral("servers.dat");
+
+bool copyIfMissing(const QDir& to, const QDir& from, const QString& name)
+{
+    if (QFile::exists(to.filePath(name))) {
+        return true;
+    }
+    QFile source(from.filePath(name));
+    if (!source.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    QSaveFile target(to.filePath(name));
+    if (!target.open(QIODevice::WriteOnly)) {
+        return false;
+    }
+    target.write(source.readAll());
+    return target.commit();
+}
+
+} // namespace
+
+bool installServerFiles(const QString& dataDir, const QString& installedDir)
+{
+    const QDir to(dataDir);
+    const QDir from(installedDir);
+    if (to.absolutePath() == from.absolutePath()) {
+        return true;
+    }
+    const bool news = copyIfMissing(to, from, kNewsFile);
+    const bool quote = copyIfMissing(to, from, kQuoteFile);
+    return news && quote;
+}
+
+bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quotes::ServerDefinitions& quoteServers,
+                           const quotes::BuiltInServers& builtIn, support::Host& host)
+{
+    installServerFiles(dataDir, support::installedDataDir());
+    newsServers.Clear();
+    quoteServers.stock.Clear();
+    quoteServers.option.Clear();
+    const QDir dir(dataDir);
+    const bool news = loadServerDat(dir.filePath(kNewsFile), newsServers, host);
+    const bool quote = quotes::loadServersDat(dir.filePath(kQuoteFile), quoteServers, builtIn, host);
+    return news && quote;
+}
+
+bool retargetDemoMarket(const QString& dataDir, quint16 port)
+{
+    // Only the demo definitions point at the loopback address, so whatever port they name
+    // now (the shipped one or an earlier demo's) is replaced.
+    static const QRegularExpression loopback(QStringLiteral(R"(127\.0\.0\.1:\d+)"));
+    const QString to = QStringLiteral("127.0.0.1:") + QString::number(port);
+    bool ok = true;
+    for (const QString& name : {kNewsFile, kQuoteFile}) {
+        const QString path = QDir(dataDir).filePath(name);
+        QFile in(path);
+        if (!in.open(QIODevice::ReadOnly)) {
+            ok = false;
+            continue;
+        }
+        // Latin-1 maps every byte to one character and back, so the file's own code page
+        // survives untouched.
+        QString text = QString::fromLatin1(in.readAll());
+        in.close();
+        if (!text.contains(loopback)) {
+            continue;
+        }
+        text.replace(loopback, to);
+        const QByteArray bytes = text.toLatin1();
+        QSaveFile out(path);
+        if (!out.open(QIODevice::WriteOnly)) {
+            ok = false;
+            continue;
+        }
+        out.write(bytes);
+        ok = out.commit() && ok;
+    }
+    return ok;
+}
+
+} // namespace kestrova::news
