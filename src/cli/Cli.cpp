@@ -25,6 +25,7 @@ int run(const QStringList& arguments)
 {
     Registry reg;
     registerPortfolioCommands(reg);
+    registerOptionsCommands(reg);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

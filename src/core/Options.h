@@ -147,6 +147,14 @@ struct ScheduleOptions
     qint16 intervalMinutes = 15;
 };
 
+// Positions of the portfolio file that no option uses yet. They are kept exactly as read,
+// so a file written by a later version loses nothing when this one saves it.
+struct SpareItems
+{
+    std::array<QString, 8> texts{};
+    std::array<qint16, 4> numbers{};
+};
+
 // Every option a watch setup carries. The portfolio file is its only persistent form
 // (except modem.device, which belongs to the machine and lives in the settings store).
 struct Options
@@ -162,6 +170,7 @@ struct Options
     AlarmOptions alarms;
     ScheduleOptions schedule;
     qint16 gateFlag = 0; // when set: no fastest-server test, no "Waiting to Dial Pager"
+    SpareItems spare;
 };
 
 } // namespace kestrova::core

@@ -1,0 +1,163 @@
+#include "cli/Cli.h"
+#include "cli/CliContext.h"
+#include "core/OptionRegistry.h"
+#include "settings/Preferences.h"
+#include "settings/SettingsStore.h"
+
+#include <QFileInfo>
+#include <QTextStream>
+
+#include <cstdio>
+
+namespace kestrova::cli {
+
+namespace {
+
+using core::OptionDef;
+using core::OptionRegistry;
+using core::OptionType;
+
+bool wantsHelp(const QStringList& args)
+{
+    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
+}
+
+int usageError(const QString& usage, const QString& why)
+{
+    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
+    return kExitUsage;
+}
+
+// The options of a watch setup live in the portfolio file; a missing file is fine for
+// reading (the defaults show) and is created by the first change.
+bool loadIfPresent(CliContext& ctx)
+{
+    return !QFileInfo::exists(ctx.portfolioPath) || ctx.loadPortfolio();
+}
+
+QString shownValue(const OptionDef& def, const CliContext& ctx)
+{
+    if (def.inStore()) {
+        return def.storeKey == QLatin1String("ModemDevice")
+                   ? ctx.modemDevice
+                   : settings::SettingsStore().get(settings::kSettingsSection, def.storeKey);
+    }
+    return OptionRegistry::display(def, ctx.options);
+}
+
+const QString kListUsage = QStringLiteral("Usage: kestrova-cli [global options] options list\n"
+                                          "Lists every option: name, type and value (passwords as ***).\n");
+
+int listCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kListUsage;
+        return kExitOk;
+    }
+    if (!args.isEmpty()) {
+        return usageError(kListUsage, QStringLiteral("unexpected argument ") + args.first());
+    }
+    CliContext ctx(g);
+    if (!loadIfPresent(ctx)) {
+        return kExitFailure;
+    }
+    QTextStream out(stdout);
+    for (const OptionDef& def : OptionRegistry::all()) {
+        out << def.name.leftJustified(28) << ' ' << OptionRegistry::typeName(def.type).leftJustified(9) << ' '
+            << shownValue(def, ctx) << '\n';
+    }
+    return kExitOk;
+}
+
+const QString kGetUsage = QStringLiteral("Usage: kestrova-cli [global options] options get NAME\n"
+                                         "Prints one option's value (a password that is set prints as ***).\n");
+
+int getCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kGetUsage;
+        return kExitOk;
+    }
+    if (args.size() != 1) {
+        return usageError(kGetUsage, QStringLiteral("exactly one option name is needed"));
+    }
+    const OptionDef* def = OptionRegistry::find(args.first());
+    if (!def) {
+        return usageError(kGetUsage, QStringLiteral("unknown option ") + args.first());
+    }
+    CliContext ctx(g);
+    if (!loadIfPresent(ctx)) {
+        return kExitFailure;
+    }
+    QTextStream(stdout) << shownValue(*def, ctx) << '\n';
+    return kExitOk;
+}
+
+const QString kSetUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] options set NAME VALUE\n"
+                   "Checks the value against the option's type and range and saves it (the portfolio file,\n"
+                   "or the settings store for modem.device). A VALUE of - reads the value from the first\n"
+                   "line of standard input, which is the way to give a password.\n");
+
+int setCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kSetUsage;
+        return kExitOk;
+    }
+    if (args.size() != 2) {
+        return usageError(kSetUsage, QStringLiteral("an option name and a value are needed"));
+    }
+    const OptionDef* def = OptionRegistry::find(args[0]);
+    if (!def) {
+        return usageError(kSetUsage, QStringLiteral("unknown option ") + args[0]);
+    }
+    QString value = args[1];
+    if (value == QLatin1String("-")) {
+        QTextStream in(stdin);
+        value = in.readLine();
+        if (value.endsWith(u'\r')) {
+            value.chop(1);
+        }
+    }
+    QTextStream err(stderr);
+    CliContext ctx(g);
+    if (def->inStore()) {
+        if (value.contains(u'\n') || value.contains(u'\r')) {
+            err << def->name << ": may not hold line breaks\n";
+            return kExitFailure;
+        }
+        settings::SettingsStore store;
+        store.save(settings::kSettingsSection, def->storeKey, value);
+        if (!store.sync()) {
+            err << def->name << ": the settings store could not be written (" << store.fileName() << ")\n";
+            return kExitFailure;
+        }
+        return kExitOk;
+    }
+    if (!loadIfPresent(ctx)) {
+        return kExitFailure;
+    }
+    const QString refusal = OptionRegistry::assign(*def, ctx.options, value);
+    if (!refusal.isEmpty()) {
+        err << refusal << '\n';
+        return kExitFailure;
+    }
+    if (!ctx.savePortfolio()) {
+        return kExitFailure;
+    }
+    // Never echo a password back, not even to say what was stored.
+    QTextStream(stdout) << def->name << " = " << OptionRegistry::display(*def, ctx.options) << '\n';
+    return kExitOk;
+}
+
+} // namespace
+
+void registerOptionsCommands(Registry& r)
+{
+    r.add({QStringLiteral("options list"), QStringLiteral("list every option with its type and value"), listCommand});
+    r.add({QStringLiteral("options get"), QStringLiteral("print one option"), getCommand});
+    r.add({QStringLiteral("options set"), QStringLiteral("check and save one option"), setCommand});
+}
+
+} // namespace kestrova::cli

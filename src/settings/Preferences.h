@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+namespace kestrova::settings {
+
+class SettingsStore;
+
+inline const QString kSettingsSection = QStringLiteral("Settings");
+
+// The program-wide preferences, read from section "Settings" with the readings the program
+// has always applied to them.
+struct Preferences
+{
+    QString defaultFile;      // portfolio opened at start-up
+    bool showStatus = true;   // only "0" turns it off
+    bool checkMail = true;    // only "0" turns it off
+    bool getMail = true;      // only "0" turns it off
+    bool systemTray = true;   // only "0" turns it off
+    int mailSize = 20;        // kilobytes, integer part of the stored number
+    bool wwwButtons = true;   // only "1" shows them
+    bool checkUpdates = true; // only the exact text "True" turns it on
+    std::optional<int> statusLeft;
+    std::optional<int> statusTop;
+    QString modemDevice; // a device path that overrides the COM-number mapping
+};
+
+// Reads every preference; absent keys take their defaults (DefaultFile: dataDir + "/DEFAULT.PGR").
+Preferences readPreferences(const SettingsStore& store, const QString& dataDir);
+// Writes back what the options dialog owns (not the status-window position, which the
+// status window writes itself when it closes).
+void savePreferences(SettingsStore& store, const Preferences& prefs);
+void saveStatusPosition(SettingsStore& store, int left, int top);
+
+// The stored text of a flag that only "0" switches off.
+bool readOnUnlessZero(const QString& text);
+
+} // namespace kestrova::settings

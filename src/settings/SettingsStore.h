@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+class QSettings;
+
+namespace kestrova::settings {
+
+// The per-user preferences store: QSettings in INI form under the user's config folder,
+// organisation and application "Kestrova". Values are text. Key names are matched without
+// regard to case, because older releases read "DefaultFile" as "Defaultfile" and the
+// Windows store they were written for never cared.
+class SettingsStore
+{
+public:
+    SettingsStore();
+    // A store over an explicit INI file (tests, or a second store beside the user's).
+    explicit SettingsStore(const QString& iniFile);
+    ~SettingsStore();
+    SettingsStore(const SettingsStore&) = delete;
+    SettingsStore& operator=(const SettingsStore&) = delete;
+
+    QString get(const QString& section, const QString& key, const QString& defaultText = {}) const;
+    // Replaces the value under any existing spelling of the key.
+    void save(const QString& section, const QString& key, const QString& text);
+    bool contains(const QString& section, const QString& key) const;
+    void remove(const QString& section, const QString& key);
+    // Writes pending changes to disk and reports whether the file could be written.
+    bool sync();
+    QString fileName() const;
+
+private:
+    QString findKey(const QString& section, const QString& key) const;
+
+    std::unique_ptr<QSettings> m_settings;
+};
+
+} // namespace kestrova::settings
