@@ -438,11 +438,14 @@ QByteArray DemoMarket::newsPage(const QString& ticker)
     static const int ages[] = {0, 0, 1, 10};
     const int headlineCount = static_cast<int>(std::size(kHeadlines));
     const int sourceCount = static_cast<int>(std::size(kSources));
-    quint64 pick = stableHash(sym) ^ m_seed;
+    const quint64 pick = stableHash(sym) ^ m_seed;
     for (int i = 0; i < 4; ++i) {
         const QDate day = today.addDays(-ages[i]);
+        // Templates picked from a start that moves three places a day: with these four ages
+        // the picks land on four different templates, so a page never repeats a headline.
+        const quint64 start = (pick % 1000ULL) + static_cast<quint64>(day.toJulianDay()) * 3ULL;
+        const int h = static_cast<int>((start + static_cast<quint64>(i)) % static_cast<quint64>(headlineCount));
         quint64 state = pick ^ static_cast<quint64>(day.toJulianDay()) ^ static_cast<quint64>(i * 7919);
-        const int h = static_cast<int>(splitMix(state) % static_cast<quint64>(headlineCount));
         const int s = static_cast<int>(splitMix(state) % static_cast<quint64>(sourceCount));
         const int minutes = 8 * 60 + static_cast<int>(splitMix(state) % (9 * 60));
         const QTime time(minutes / 60, minutes % 60);
