@@ -3,8 +3,6 @@
 
 #include <QTest>
 
-#include <functional>
-
 using namespace kestrova::core;
 
 namespace {
@@ -12,15 +10,9 @@ namespace {
 using Setter = void (Quote::*)(const QString&);
 using Getter = QString (Quote::*)() const;
 
-struct PriceField
+std::pair<Setter, Getter> field(const QString& name)
 {
-    Setter set;
-    Getter get;
-};
-
-PriceField priceField(const QString& name)
-{
-    static const QHash<QString, PriceField> fields{
+    static const QHash<QString, std::pair<Setter, Getter>> fields{
         {"Last", {&Quote::setLast, &Quote::last}},
         {"Bid", {&Quote::setBid, &Quote::bid}},
         {"Ask", {&Quote::setAsk, &Quote::ask}},
@@ -31,8 +23,26 @@ PriceField priceField(const QString& name)
         {"Change", {&Quote::setChange, &Quote::change}},
         {"OpenPrice", {&Quote::setOpenPrice, &Quote::openPrice}},
         {"PreviousClose", {&Quote::setPreviousClose, &Quote::previousClose}},
+        {"PercentChg", {&Quote::setPercentChg, &Quote::percentChg}},
+        {"Volume", {&Quote::setVolume, &Quote::volume}},
+        {"EPS", {&Quote::setEPS, &Quote::eps}},
+        {"PE", {&Quote::setPE, &Quote::pe}},
     };
     return fields.value(name);
+}
+
+// The alarm flags of a quote as letters: H high, L low, C high change, D low change,
+// V volume, N new alarm.
+QString flags(const Quote& q)
+{
+    QString f;
+    f += q.highAlarm() ? "H" : "";
+    f += q.lowAlarm() ? "L" : "";
+    f += q.highChgAlarm() ? "C" : "";
+    f += q.lowChgAlarm() ? "D" : "";
+    f += q.volumeAlarm() ? "V" : "";
+    f += q.newLimit() ? "N" : "";
+    return f;
 }
 
 } // namespace
@@ -41,268 +51,190 @@ class TestQuote : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void limitSentinels_data()
+    void unsetLimitsReadBackAsSentinels()
     {
-        QTest::addColumn<QString>("limit");
-        QTest::addColumn<float>("given");
-        QTest::addColumn<float>("stored");
-        QTest::newRow("high unset") << "High" << 0.0F << 9999999.0F;
-        QTest::newRow("low unset") << "Low" << 0.0F << -999999.0F;
-        QTest::newRow("high chg unset") << "HighChg" << 0.0F << 9999999.0F;
-        QTest::newRow("low chg unset") << "LowChg" << 0.0F << -9999999.0F;
-        QTest::newRow("volume unset") << "Volume" << 0.0F << 10000000000.0F;
-        QTest::newRow("high set") << "High" << 50.5F << 50.5F;
-        QTest::newRow("low negative") << "Low" << -1.0F << -1.0F;
-        QTest::newRow("low chg set") << "LowChg" << -2.0F << -2.0F;
-        QTest::newRow("volume set") << "Volume" << 1e6F << 1e6F;
-    }
-    void limitSentinels()
-    {
-        QFETCH(QString, limit);
-        QFETCH(float, given);
-        QFETCH(float, stored);
         Quote q;
-        const QHash<QString, std::pair<void (Quote::*)(float), float (Quote::*)() const>> access{
-            {"High", {&Quote::setHighLimit, &Quote::highLimit}},
-            {"Low", {&Quote::setLowLimit, &Quote::lowLimit}},
-            {"HighChg", {&Quote::setHighChgLimit, &Quote::highChgLimit}},
-            {"LowChg", {&Quote::setLowChgLimit, &Quote::lowChgLimit}},
-            {"Volume", {&Quote::setVolumeLimit, &Quote::volumeLimit}},
-        };
-        const auto [set, get] = access.value(limit);
-        (q.*set)(given);
-        QCOMPARE((q.*get)(), stored);
+        q.setHighLimit(0);
+        q.setLowLimit(0);
+        q.setHighChgLimit(0);
+        q.setLowChgLimit(0);
+        q.setVolumeLimit(0);
+        QCOMPARE(q.highLimit(), 9999999.0F);
+        QCOMPARE(q.lowLimit(), -999999.0F);
+        QCOMPARE(q.highChgLimit(), 9999999.0F);
+        QCOMPARE(q.lowChgLimit(), -9999999.0F);
+        QCOMPARE(q.volumeLimit(), 10000000000.0F);
+        q.setLowLimit(-1);
+        QCOMPARE(q.lowLimit(), -1.0F);
     }
 
-    void priceRule_data()
+    void fieldText_data()
     {
-        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("name");
         QTest::addColumn<int>("digits");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("stored");
         QTest::addColumn<int>("digitsAfter");
-        QTest::newRow("fraction with whole") << "Last" << 3 << "45 3/8"
-                                             << "45.375" << 3;
-        QTest::newRow("fraction alone") << "Bid" << 2 << "3/8"
-                                        << "0.38" << 2;
-        QTest::newRow("negative fraction") << "Change" << 2 << "-1 1/4"
-                                           << "-1.25" << 2;
-        QTest::newRow("fraction zero denominator") << "Ask" << 2 << "5 1/0"
-                                                   << "5.00" << 2;
-        QTest::newRow("n/a kept") << "DayHigh" << 2 << " n/a "
-                                  << "n/a" << 2;
-        QTest::newRow("unset digits become 2") << "Bid" << -1 << "3"
-                                               << "3.00" << 2;
-        QTest::newRow("n/a still fixes digits") << "Ask" << -5 << "n/a"
-                                                << "n/a" << 2;
-        QTest::newRow("zero digits trailing point") << "DayLow" << 0 << "45"
-                                                    << "45." << 0;
-        QTest::newRow("zero digits rounds") << "YearHigh" << 0 << "45.5"
-                                            << "46." << 0;
-        QTest::newRow("trailing words") << "YearLow" << 1 << "  12.34 USD"
-                                        << "12.3" << 1;
-        QTest::newRow("grouped number reads leading part") << "OpenPrice" << 2 << "1,234.5"
-                                                           << "1.00" << 2;
-        QTest::newRow("empty") << "PreviousClose" << 2 << ""
-                               << "0.00" << 2;
-        QTest::newRow("garbage") << "Last" << 2 << "<b>"
-                                 << "0.00" << 2;
-        QTest::newRow("no grouping") << "Last" << 2 << "12345.678"
-                                     << "12345.68" << 2;
-        QTest::newRow("explicit plus") << "Change" << 2 << "+0.5"
-                                       << "0.50" << 2;
+        // clang-format off
+        QTest::newRow("fraction with whole") << "Last" << 3 << "45 3/8" << "45.375" << 3;
+        QTest::newRow("fraction alone") << "Bid" << 2 << "3/8" << "0.38" << 2;
+        QTest::newRow("negative fraction") << "Change" << 2 << "-1 1/4" << "-1.25" << 2;
+        QTest::newRow("unset digits become 2") << "Bid" << -1 << "3" << "3.00" << 2;
+        QTest::newRow("n/a still fixes digits") << "Ask" << -5 << "n/a" << "n/a" << 2;
+        QTest::newRow("zero digits, trailing point") << "DayLow" << 0 << "45" << "45." << 0;
+        QTest::newRow("zero digits rounds") << "YearHigh" << 0 << "45.5" << "46." << 0;
+        QTest::newRow("trailing words") << "YearLow" << 1 << "  12.34 USD" << "12.3" << 1;
+        QTest::newRow("grouping stops the number") << "OpenPrice" << 2 << "1,234.5" << "1.00" << 2;
+        QTest::newRow("empty") << "PreviousClose" << 2 << "" << "0.00" << 2;
+        QTest::newRow("percent suffix") << "PercentChg" << 2 << "+1.25%" << "1.25" << 2;
+        QTest::newRow("leading percent stays") << "PercentChg" << 2 << "%1.5" << "0.00" << 2;
+        QTest::newRow("percent n/a") << "PercentChg" << -1 << "n/a%" << "n/a" << 2;
+        QTest::newRow("volume grouped") << "Volume" << 2 << " 1,234,567 " << "1234567" << 2;
+        QTest::newRow("volume n/a") << "Volume" << 2 << "n/a" << "0" << 2;
+        QTest::newRow("volume largest") << "Volume" << 2 << "2,147,483,647" << "2147483647" << 2;
+        QTest::newRow("volume overflow") << "Volume" << 2 << "2147483648" << "0" << 2;
+        QTest::newRow("volume huge") << "Volume" << 2 << "99999999999999999999999" << "0" << 2;
+        QTest::newRow("volume smallest") << "Volume" << 2 << "-2147483648" << "-2147483648" << 2;
+        QTest::newRow("volume half up") << "Volume" << 2 << "3.5" << "4" << 2;
+        QTest::newRow("volume suffix") << "Volume" << 2 << "1.2M" << "0" << 2;
+        QTest::newRow("eps n/a") << "EPS" << -1 << " n/a" << "n/a" << -1;
+        QTest::newRow("eps two decimals") << "EPS" << -1 << "1.5" << "1.50" << -1;
+        QTest::newRow("pe rounds") << "PE" << 0 << "-0.456" << "-0.46" << 0;
+        // clang-format on
     }
-    void priceRule()
+    void fieldText()
     {
-        QFETCH(QString, field);
+        QFETCH(QString, name);
         QFETCH(int, digits);
         QFETCH(QString, text);
         QFETCH(QString, stored);
         QFETCH(int, digitsAfter);
-        const PriceField f = priceField(field);
-        QVERIFY(f.set);
+        const auto [set, get] = field(name);
+        QVERIFY(set);
         Quote q;
         q.setDigits(qint16(digits));
-        (q.*f.set)(text);
-        QCOMPARE((q.*f.get)(), stored);
+        (q.*set)(text);
+        QCOMPARE((q.*get)(), stored);
         QCOMPARE(int(q.digits()), digitsAfter);
     }
 
-    void lastKeepsItsValue_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<float>("value");
-        QTest::newRow("fraction, two digits") << "45 3/8" << 45.38F;
-        QTest::newRow("n/a") << "n/a" << 0.0F;
-        QTest::newRow("rounded first") << "1.006" << 1.01F;
-    }
-    void lastKeepsItsValue()
-    {
-        QFETCH(QString, text);
-        QFETCH(float, value);
-        Quote q;
-        q.setDigits(2);
-        q.setLast(text);
-        QCOMPARE(q.lastValue(), value);
-    }
-
-    void percentText_data()
-    {
-        QTest::addColumn<int>("digits");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("stored");
-        QTest::newRow("suffix") << 2 << "+1.25%"
-                                << "1.25";
-        QTest::newRow("suffix and more") << 2 << " -0.7 % today"
-                                         << "-0.70";
-        QTest::newRow("leading percent stays") << 2 << "%1.5"
-                                               << "0.00";
-        QTest::newRow("second percent cuts") << 2 << "%1.5%"
-                                             << "0.00";
-        QTest::newRow("no percent") << 1 << "3.46"
-                                    << "3.5";
-        QTest::newRow("n/a") << 2 << "n/a%"
-                             << "n/a";
-        QTest::newRow("fraction") << 3 << "1/8%"
-                                  << "0.125";
-    }
-    void percentText()
-    {
-        QFETCH(int, digits);
-        QFETCH(QString, text);
-        QFETCH(QString, stored);
-        Quote q;
-        q.setDigits(qint16(digits));
-        q.setPercentChg(text);
-        QCOMPARE(q.percentChg(), stored);
-    }
-
-    void volumeText_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("stored");
-        QTest::newRow("grouped") << "1,234,567"
-                                 << "1234567";
-        QTest::newRow("blanks") << "  42 "
-                                << "42";
-        QTest::newRow("n/a") << "n/a"
-                             << "0";
-        QTest::newRow("empty") << ""
-                               << "0";
-        QTest::newRow("largest") << "2,147,483,647"
-                                 << "2147483647";
-        QTest::newRow("overflow") << "2147483648"
-                                  << "0";
-        QTest::newRow("huge") << "99999999999999999999999"
-                              << "0";
-        QTest::newRow("smallest") << "-2147483648"
-                                  << "-2147483648";
-        QTest::newRow("plus sign") << "+7"
-                                   << "7";
-        QTest::newRow("half to even down") << "2.5"
-                                           << "2";
-        QTest::newRow("half to even up") << "3.5"
-                                         << "4";
-        QTest::newRow("suffix") << "1.2M"
-                                << "0";
-        QTest::newRow("sign only") << "-"
-                                   << "0";
-        QTest::newRow("inner blank") << "12 000"
-                                     << "0";
-    }
-    void volumeText()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, stored);
-        Quote q;
-        q.setVolume(text);
-        QCOMPARE(q.volume(), stored);
-    }
-
-    void ratioText_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("stored");
-        QTest::newRow("n/a") << " n/a"
-                             << "n/a";
-        QTest::newRow("two decimals") << "1.5"
-                                      << "1.50";
-        QTest::newRow("rounds") << "-0.456"
-                                << "-0.46";
-        QTest::newRow("below one") << ".5x"
-                                   << "0.50";
-        QTest::newRow("garbage") << "N/A"
-                                 << "0.00";
-        QTest::newRow("large") << "12345.6"
-                               << "12345.60";
-    }
-    void ratioText()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, stored);
-        Quote q;
-        q.setDigits(-1); // ratios ignore the price digits and must not touch them
-        q.setEPS(text);
-        q.setPE(text);
-        QCOMPARE(q.eps(), stored);
-        QCOMPARE(q.pe(), stored);
-        QCOMPARE(int(q.digits()), -1);
-    }
-
+    // Columns: digits, last, change, previous close -> price change, price percent change.
     void priceChanges_data()
     {
-        QTest::addColumn<int>("digits");
-        QTest::addColumn<QString>("last");
-        QTest::addColumn<QString>("change");
-        QTest::addColumn<QString>("previous");
+        QTest::addColumn<QStringList>("in");
         QTest::addColumn<float>("priceChg");
         QTest::addColumn<float>("pricePct");
-        QTest::newRow("up") << 2 << "105.25"
-                            << "5.15"
-                            << "100.10" << 5.15F << float(5.15 * 100 / 100.1);
-        QTest::newRow("down") << 3 << "99"
-                              << "-1.125"
-                              << "100.125" << -1.125F << float(-1.125 * 100 / 100.125);
-        QTest::newRow("down to two digits") << 2 << "99"
-                                            << "-1"
-                                            << "100.125" << -1.13F << float(-100 / 100.13);
-        QTest::newRow("zero digits") << 0 << "10.4"
-                                     << "0"
-                                     << "5" << 5.0F << 0.0F;
-        QTest::newRow("no previous close") << 2 << "10"
-                                           << "1"
-                                           << "0" << 0.0F << 0.0F;
-        QTest::newRow("previous close n/a") << 2 << "10"
-                                            << "1"
-                                            << "n/a" << 0.0F << 0.0F;
-        QTest::newRow("unchanged") << 2 << "7.25"
-                                   << "0"
-                                   << "7.25" << 0.0F << 0.0F;
+        // clang-format off
+        QTest::newRow("up") << QStringList{"2", "105.25", "5.15", "100.10"} << 5.15F << float(515 / 100.1);
+        QTest::newRow("rounded to digits") << QStringList{"2", "99", "-1", "100.125"} << -1.13F << float(-100 / 100.13);
+        QTest::newRow("zero digits") << QStringList{"0", "10.4", "0", "5"} << 5.0F << 0.0F;
+        QTest::newRow("no previous close") << QStringList{"2", "10", "1", "0"} << 0.0F << 0.0F;
+        QTest::newRow("previous close n/a") << QStringList{"-1", "10", "1", "n/a"} << 0.0F << 0.0F;
+        // clang-format on
     }
     void priceChanges()
     {
-        QFETCH(int, digits);
-        QFETCH(QString, last);
-        QFETCH(QString, change);
-        QFETCH(QString, previous);
+        QFETCH(QStringList, in);
         QFETCH(float, priceChg);
         QFETCH(float, pricePct);
         Quote q;
-        q.setDigits(qint16(digits));
-        q.setLast(last);
-        q.setChange(change);
-        q.setPreviousClose(previous);
+        q.setDigits(qint16(in[0].toInt()));
+        q.setLast(in[1]);
+        q.setChange(in[2]);
+        q.setPreviousClose(in[3]);
         QCOMPARE(q.Calc_PriceChg(), priceChg);
         QCOMPARE(q.Calc_PricePercentChg(), pricePct);
     }
 
-    void priceChangeFixesUnsetDigits()
+    // setup: limits as Name=value, "+L" presets LowAlarm, Digits=n; then one field write.
+    void alarms_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("result");
+        // clang-format off
+        QTest::newRow("no limits") << "" << "Last" << "50" << "";
+        QTest::newRow("high inclusive") << "High=50" << "Last" << "50" << "HN";
+        QTest::newRow("low inclusive") << "Low=40" << "Last" << "40" << "LN";
+        QTest::newRow("fraction reaches low") << "Low=40.5" << "Last" << "40 1/2" << "LN";
+        QTest::newRow("zero price keeps low") << "Low=40 +L" << "Last" << "0" << "L";
+        QTest::newRow("n/a price raises nothing") << "Low=40" << "Last" << "n/a" << "";
+        QTest::newRow("price clears low") << "Low=40 +L" << "Last" << "41" << "";
+        QTest::newRow("preset low is not new") << "Low=40 +L" << "Last" << "39" << "L";
+        QTest::newRow("both price alarms") << "High=50 Low=60" << "Last" << "55" << "HLN";
+        QTest::newRow("negative price") << "Low=-1" << "Last" << "-1 1/4" << "LN";
+        QTest::newRow("change inclusive") << "HighChg=5" << "PercentChg" << "5%" << "CN";
+        QTest::newRow("stored text decides") << "HighChg=5 Digits=0" << "PercentChg" << "4.6%" << "CN";
+        QTest::newRow("low change inclusive") << "LowChg=-2" << "PercentChg" << "-2%" << "DN";
+        QTest::newRow("no exemption for 0") << "LowChg=1" << "PercentChg" << "%7" << "DN";
+        QTest::newRow("volume inclusive") << "Volume=1000000" << "Volume" << "1,000,000" << "VN";
+        QTest::newRow("unset volume limit") << "" << "Volume" << "2147483647" << "";
+        QTest::newRow("unreadable volume") << "Volume=1" << "Volume" << "3000000000" << "";
+        // clang-format on
+    }
+    void alarms()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, name);
+        QFETCH(QString, text);
+        QFETCH(QString, result);
+        Quote q;
+        q.setDigits(2);
+        for (const QString& item : setup.split(u' ', Qt::SkipEmptyParts)) {
+            const float v = item.section(u'=', 1).toFloat();
+            const QString key = item.section(u'=', 0, 0);
+            if (key == "High")
+                q.setHighLimit(v);
+            else if (key == "Low")
+                q.setLowLimit(v);
+            else if (key == "HighChg")
+                q.setHighChgLimit(v);
+            else if (key == "LowChg")
+                q.setLowChgLimit(v);
+            else if (key == "Volume")
+                q.setVolumeLimit(v);
+            else if (key == "Digits")
+                q.setDigits(qint16(v));
+            else if (key == "+L")
+                q.setLowAlarm(true);
+            else
+                QFAIL(qPrintable(item));
+        }
+        (q.*field(name).first)(text);
+        QCOMPARE(flags(q), result);
+    }
+
+    void newLimitOnlyOnSwitchOn()
     {
         Quote q;
-        q.setDigits(-1);
-        QVERIFY(q.last().isEmpty());
-        QCOMPARE(q.Calc_PriceChg(), 0.0F);
-        QCOMPARE(int(q.digits()), 2);
+        q.setDigits(2);
+        q.setHighLimit(50);
+        q.setLast(QStringLiteral("60"));
+        q.setLast(QStringLiteral("61"));
+        QCOMPARE(flags(q), QStringLiteral("HN")); // never cleared by a test
+        q.setNewLimit(false);
+        q.setLast(QStringLiteral("62"));
+        QCOMPARE(flags(q), QStringLiteral("H")); // still on: nothing new
+        q.setLast(QStringLiteral("10"));
+        q.setLast(QStringLiteral("50"));
+        QCOMPARE(flags(q), QStringLiteral("HN")); // off, then on again
+    }
+
+    void newLimitPage()
+    {
+        Quotes set;
+        QVERIFY(!set.NewLimitPage());
+        auto a = set.Add(std::make_shared<Quote>(), QStringLiteral("A"));
+        auto b = set.Add(std::make_shared<Quote>(), QStringLiteral("B"));
+        QVERIFY(!set.NewLimitPage());
+        a->setNewLimit(true);
+        QVERIFY(set.NewLimitPage()); // a later quiet member does not reset it
+        a->setNewLimit(false);
+        QVERIFY(!set.NewLimitPage());
+        b->setVolumeLimit(5);
+        b->setVolume(QStringLiteral("5"));
+        QVERIFY(set.NewLimitPage());
     }
 };
 
