@@ -128,10 +128,21 @@ std::vector<OptionDef> buildAll()
     v.push_back(intOption(
         "pager.numeric_pause", [](Options& o) -> qint16& { return o.paging.numericPause; }, 0, 100,
         "pause setting; half of it gives the commas"));
-    v.push_back(withCheck(
-        textOption(
-            "pager.user", [](Options& o) -> QString& { return o.paging.user; }, "pager user field (25 characters)"),
-        checkPagerUser));
+    {
+        // A fixed-width field: the blanks that pad it to 25 characters are not part of the value.
+        OptionDef d = withCheck(
+            textOption(
+                "pager.user", [](Options& o) -> QString& { return o.paging.user; }, "pager user field (25 characters)"),
+            checkPagerUser);
+        d.get = [](const Options& o) {
+            QString s = o.paging.user;
+            while (s.endsWith(u' ')) {
+                s.chop(1);
+            }
+            return s;
+        };
+        v.push_back(d);
+    }
     v.push_back(boolOption(
         "pager.forward_mail", [](Options& o) -> bool& { return o.paging.forwardMail; },
         "forward mail headers to the pager"));

@@ -1,0 +1,245 @@
+#include "core/ModemProfiles.h"
+#include "core/OptionRegistry.h"
+#include "core/PortfolioFile.h"
+
+#include "TestUtil.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTest>
+
+using namespace kestrova::core;
+
+namespace {
+
+// A valid value for the option that differs from what a fresh Options holds.
+QString otherValue(const OptionDef& d, const Options& fresh, int salt)
+{
+    const QString now = d.get(fresh);
+    switch (d.type) {
+    case OptionType::Bool:
+        return now == QLatin1String("true") ? QStringLiteral("false") : QStringLiteral("true");
+    case OptionType::Int: {
+        const int n = now.toInt();
+        if (d.name == QLatin1String("modem.profile")) {
+            return QStringLiteral("1");
+        }
+        return QString::number(n == d.max ? d.min : std::min(d.max, std::max(d.min, n + 1 + salt % 3)));
+    }
+    case OptionType::Password:
+        return QStringLiteral("pw-%1").arg(salt);
+    case OptionType::Text:
+        if (d.name.endsWith(QLatin1String("_time"))) {
+            return QStringLiteral("10:%1 am").arg(10 + salt % 50);
+        }
+        if (d.name == QLatin1String("modem.settings")) {
+            return QStringLiteral("2400,E,7,2");
+        }
+        if (d.name == QLatin1String("smtp.recipient")) {
+            return QStringLiteral("r%1@example").arg(salt);
+        }
+        return QStringLiteral("v%1").arg(salt);
+    }
+    return {};
+}
+
+} // namespace
+
+class TestOptionRegistry : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void namesAreUniqueAndComplete()
+    {
+        QSet<QString> seen;
+        for (const OptionDef& d : OptionRegistry::all()) {
+            QVERIFY2(!seen.contains(d.name.toLower()), qPrintable(d.name));
+            seen.insert(d.name.toLower());
+            QVERIFY2(d.inStore() || (d.get && d.set), qPrintable(d.name));
+        }
+        const QStringList needed{"paging.enabled",    "pager.id",           "pager.phone",
+                                 "pager.max_length",  "pager.retries",      "pager.retry_seconds",
+                                 "pager.numeric",     "pager.numeric_wait", "pager.numeric_prefix",
+                                 "modem.port",        "modem.settings",     "modem.device",
+                                 "modem.profile",     "modem.pulse",        "smtp.enabled",
+                                 "smtp.host",         "smtp.address",       "smtp.port",
+                                 "smtp.from",         "smtp.recipient",     "smtp.domain",
+                                 "smtp.max_length",   "mail.server",        "mail.port",
+                                 "mail.user",         "mail.password",      "mail.mode",
+                                 "mail.page_headers", "connection.type",    "connection.entry",
+                                 "quotes.server",     "quotes.fastest",     "alarms.mode",
+                                 "alarms.select",     "alarms.select_mode", "page.layout",
+                                 "schedule.enabled",  "schedule.interval",  "smtp.security",
+                                 "smtp.user",         "smtp.password",      "mail.security",
+                                 "proxy.port",        "quotes.market_url",  "gate_flag"};
+        for (const QString& n : needed) {
+            QVERIFY2(OptionRegistry::find(n), qPrintable(n));
+        }
+        QCOMPARE(OptionRegistry::find(QStringLiteral("Pager.ID")), OptionRegistry::find(QStringLiteral("pager.id")));
+        QVERIFY(!OptionRegistry::find(QStringLiteral("pager")));
+    }
+
+    void values_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<QString>("shown"); // what get/display gives afterwards when accepted
+        QTest::newRow("page length") << "pager.max_length"
+                                     << "120" << true << "120";
+        QTest::newRow("zero page length") << "pager.max_length"
+                                          << "0" << false << "";
+        QTest::newRow("page length text") << "pager.max_length"
+                                          << "long" << false << "";
+        QTest::newRow("page length fraction") << "pager.max_length"
+                                              << "12.5" << false << "";
+        QTest::newRow("page length beyond 16 bits") << "pager.max_length"
+                                                    << "40000" << false << "";
+        QTest::newRow("bool yes") << "paging.enabled"
+                                  << "yes" << true << "true";
+        QTest::newRow("bool OFF") << "smtp.enabled"
+                                  << "OFF" << true << "false";
+        QTest::newRow("bool other") << "paging.enabled"
+                                    << "maybe" << false << "";
+        QTest::newRow("high port") << "smtp.port"
+                                   << "60000" << true << "60000";
+        QTest::newRow("port zero") << "mail.port"
+                                   << "0" << false << "";
+        QTest::newRow("port too high") << "smtp.port"
+                                       << "65536" << false << "";
+        QTest::newRow("com port 8") << "modem.port"
+                                    << "8" << true << "8";
+        QTest::newRow("com port 9") << "modem.port"
+                                    << "9" << false << "";
+        QTest::newRow("serial settings") << "modem.settings"
+                                         << "19200,n,8,1.5" << true << "19200,n,8,1.5";
+        QTest::newRow("serial settings junk") << "modem.settings"
+                                              << "fast" << false << "";
+        QTest::newRow("profile in use") << "modem.profile"
+                                        << "1" << true << "1";
+        QTest::newRow("profile not in use") << "modem.profile"
+                                            << "3" << false << "";
+        QTest::newRow("time am") << "schedule.open_time"
+                                 << "03:42:00 pm" << true << "03:42:00 pm";
+        QTest::newRow("time 24h") << "schedule.stop_time"
+                                  << "16:00" << true << "16:00";
+        QTest::newRow("time bad hour") << "schedule.start_time"
+                                       << "13:00 pm" << false << "";
+        QTest::newRow("time bad minute") << "schedule.close_time"
+                                         << "4:60 pm" << false << "";
+        QTest::newRow("interval") << "schedule.interval"
+                                  << "5" << true << "5";
+        QTest::newRow("interval zero") << "schedule.interval"
+                                       << "0" << false << "";
+        QTest::newRow("quote server 12") << "quotes.server"
+                                         << "12" << true << "12";
+        QTest::newRow("quote server 13") << "quotes.server"
+                                         << "13" << false << "";
+        QTest::newRow("mail mode 4") << "mail.mode"
+                                     << "4" << false << "";
+        QTest::newRow("text with comma") << "smtp.from"
+                                         << "a,b@c" << true << "a,b@c";
+        QTest::newRow("text with quote") << "smtp.from"
+                                         << "a\"b" << false << "";
+        QTest::newRow("recipient") << "smtp.recipient"
+                                   << "pager@example" << true << "pager@example";
+        QTest::newRow("recipient no at") << "smtp.recipient"
+                                         << "pager" << false << "";
+        QTest::newRow("pager user 25") << "pager.user" << QString(25, u'u') << true << QString(25, u'u');
+        QTest::newRow("pager user 26") << "pager.user" << QString(26, u'u') << false << "";
+        QTest::newRow("password shown masked") << "mail.password"
+                                               << "s3cret" << true << "***";
+        QTest::newRow("password non-ascii") << "smtp.password"
+                                            << "s\u00e9same" << false << "";
+        QTest::newRow("logon password") << "quotes.logon.4.password"
+                                        << "x" << true << "***";
+        QTest::newRow("logon user") << "quotes.logon.4.user"
+                                    << "me" << true << "me";
+    }
+    void values()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        QFETCH(bool, accepted);
+        QFETCH(QString, shown);
+        const OptionDef* d = OptionRegistry::find(name);
+        QVERIFY(d);
+        Options o;
+        setBuiltInModemProfiles(o.modem);
+        const QString before = d->get(o);
+        const QString why = OptionRegistry::assign(*d, o, value);
+        if (accepted) {
+            QVERIFY2(why.isEmpty(), qPrintable(why));
+            QCOMPARE(OptionRegistry::display(*d, o), shown);
+        } else {
+            QVERIFY(why.startsWith(name + QStringLiteral(": ")));
+            QCOMPARE(d->get(o), before);
+        }
+    }
+
+    void everyOptionHasAFilePosition()
+    {
+        // Every option set to a value of its own survives a save and a read, so no two
+        // options share a position and none is left out of the file.
+        const Options fresh = [] {
+            Options o;
+            setBuiltInModemProfiles(o.modem);
+            return o;
+        }();
+        Options changed = fresh;
+        int salt = 0;
+        for (const OptionDef& d : OptionRegistry::all()) {
+            if (d.inStore()) {
+                continue;
+            }
+            const QString v = otherValue(d, fresh, salt++);
+            const QString why = OptionRegistry::assign(d, changed, v);
+            QVERIFY2(why.isEmpty(), qPrintable(why));
+            QVERIFY2(d.get(changed) != d.get(fresh), qPrintable(d.name));
+        }
+        PortfolioTable table;
+        Options back;
+        PortfolioFile::decode(PortfolioFile::encode(table, changed), table, back);
+        for (const OptionDef& d : OptionRegistry::all()) {
+            if (!d.inStore()) {
+                QVERIFY2(d.get(back) == d.get(changed), qPrintable(d.name + ": " + d.get(back)));
+            }
+        }
+    }
+
+    void documentationNamesEveryOption()
+    {
+        const QString root = qEnvironmentVariable("KESTROVA_SOURCE_DIR");
+        if (root.isEmpty()) {
+            QSKIP("KESTROVA_SOURCE_DIR is not set for this run");
+        }
+        const QString doc =
+            QString::fromUtf8(kestrova::testing::readFile(root + QStringLiteral("/docs/portfolio-file.md")));
+        QVERIFY(!doc.isEmpty());
+        for (const OptionDef& d : OptionRegistry::all()) {
+            const QString name = d.name.contains(QLatin1String("quotes.logon."))
+                                     ? QStringLiteral("quotes.logon.N.") + d.name.section(u'.', 3)
+                                     : d.name;
+            QVERIFY2(doc.contains(u'`' + name + u'`'), qPrintable(name));
+        }
+    }
+
+    void builtInProfiles()
+    {
+        ModemOptions m;
+        m.lastIndex = 0;
+        m.profiles[1].name = QStringLiteral("from a file");
+        setBuiltInModemProfiles(m);
+        QCOMPARE(m.lastIndex, qint16(2));
+        QCOMPARE(m.profiles[0].name, QStringLiteral("Stored Profile"));
+        QCOMPARE(m.profiles[1].init, QStringLiteral("AT&F"));
+        QCOMPARE(m.profiles[2].pagerInit, QStringLiteral("AT&F E0 V1 &D2 &C1 &Q0"));
+        m.lastIndex = 5;
+        setBuiltInModemProfiles(m);
+        QCOMPARE(m.lastIndex, qint16(5));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestOptionRegistry)
+#include "test_optionregistry.moc"

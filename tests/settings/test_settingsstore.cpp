@@ -1,0 +1,301 @@
+#include "settings/IniMigration.h"
+#include "settings/Preferences.h"
+#include "settings/SettingsStore.h"
+
+#include "TestUtil.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova::settings;
+using kestrova::testing::writeFile;
+
+namespace {
+
+// The preference a key feeds, as text, so one table covers flags and numbers alike.
+QString reading(const Preferences& p, const QString& key)
+{
+    auto flag = [](bool b) { return b ? QStringLiteral("on") : QStringLiteral("off"); };
+    if (key == QLatin1String("ShowStatus")) {
+        return flag(p.showStatus);
+    }
+    if (key == QLatin1String("CheckMail")) {
+        return flag(p.checkMail);
+    }
+    if (key == QLatin1String("GetMail")) {
+        return flag(p.getMail);
+    }
+    if (key == QLatin1String("SystemTray")) {
+        return flag(p.systemTray);
+    }
+    if (key == QLatin1String("WWWButtons")) {
+        return flag(p.wwwButtons);
+    }
+    if (key == QLatin1String("CheckUpdates")) {
+        return flag(p.checkUpdates);
+    }
+    if (key == QLatin1String("MailSize")) {
+        return QString::number(p.mailSize);
+    }
+    if (key == QLatin1String("StatusLeft")) {
+        return p.statusLeft ? QString::number(*p.statusLeft) : QStringLiteral("none");
+    }
+    return QStringLiteral("?");
+}
+
+} // namespace
+
+class TestSettingsStore : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString storePath(const char* name) const { return m_dir.filePath(QString::fromLatin1(name) + ".ini"); }
+
+private Q_SLOTS:
+    void readings_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("stored"); // a null string: key absent
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("ShowStatus absent") << "ShowStatus" << QString() << "on";
+        QTest::newRow("ShowStatus 0") << "ShowStatus"
+                                      << "0"
+                                      << "off";
+        QTest::newRow("ShowStatus no") << "ShowStatus"
+                                       << "no"
+                                       << "on";
+        QTest::newRow("ShowStatus 00") << "ShowStatus"
+                                       << "00"
+                                       << "on";
+        QTest::newRow("ShowStatus empty") << "ShowStatus"
+                                          << ""
+                                          << "on";
+        QTest::newRow("CheckMail 0") << "CheckMail"
+                                     << "0"
+                                     << "off";
+        QTest::newRow("GetMail 0") << "GetMail"
+                                   << "0"
+                                   << "off";
+        QTest::newRow("GetMail False") << "GetMail"
+                                       << "False"
+                                       << "on";
+        QTest::newRow("SystemTray 0") << "SystemTray"
+                                      << "0"
+                                      << "off";
+        QTest::newRow("SystemTray absent") << "SystemTray" << QString() << "on";
+        QTest::newRow("CheckUpdates absent") << "CheckUpdates" << QString() << "on";
+        QTest::newRow("CheckUpdates True") << "CheckUpdates"
+                                           << "True"
+                                           << "on";
+        QTest::newRow("CheckUpdates 1") << "CheckUpdates"
+                                        << "1"
+                                        << "off";
+        QTest::newRow("CheckUpdates true lower") << "CheckUpdates"
+                                                 << "true"
+                                                 << "off";
+        QTest::newRow("CheckUpdates padded") << "CheckUpdates"
+                                             << " True"
+                                             << "off";
+        QTest::newRow("WWWButtons absent") << "WWWButtons" << QString() << "on";
+        QTest::newRow("WWWButtons 1") << "WWWButtons"
+                                      << "1"
+                                      << "on";
+        QTest::newRow("WWWButtons 0") << "WWWButtons"
+                                      << "0"
+                                      << "off";
+        QTest::newRow("WWWButtons yes") << "WWWButtons"
+                                        << "yes"
+                                        << "off";
+        QTest::newRow("MailSize absent") << "MailSize" << QString() << "20";
+        QTest::newRow("MailSize decimals") << "MailSize"
+                                           << "35.9"
+                                           << "35";
+        QTest::newRow("MailSize unit") << "MailSize"
+                                       << "12kb"
+                                       << "12";
+        QTest::newRow("MailSize text") << "MailSize"
+                                       << "big"
+                                       << "0";
+        QTest::newRow("MailSize negative") << "MailSize"
+                                           << "-3.7"
+                                           << "-3";
+        QTest::newRow("StatusLeft absent") << "StatusLeft" << QString() << "none";
+        QTest::newRow("StatusLeft set") << "StatusLeft"
+                                        << "1200"
+                                        << "1200";
+        QTest::newRow("StatusLeft junk") << "StatusLeft"
+                                         << "x"
+                                         << "none";
+    }
+    void readings()
+    {
+        QFETCH(QString, key);
+        QFETCH(QString, stored);
+        QFETCH(QString, expected);
+        const QString path = storePath(QTest::currentDataTag());
+        QFile::remove(path);
+        SettingsStore store(path);
+        if (!stored.isNull()) {
+            store.save(kSettingsSection, key, stored);
+        }
+        QCOMPARE(reading(readPreferences(store, QStringLiteral("/data")), key), expected);
+    }
+
+    void defaultFileDefaultsToDataDirectory()
+    {
+        SettingsStore store(storePath("defaultfile"));
+        QCOMPARE(readPreferences(store, QStringLiteral("/srv/k")).defaultFile, QStringLiteral("/srv/k/DEFAULT.PGR"));
+        store.save(kSettingsSection, QStringLiteral("DefaultFile"), QStringLiteral("/home/u/mine.pgr"));
+        QCOMPARE(readPreferences(store, QStringLiteral("/srv/k")).defaultFile, QStringLiteral("/home/u/mine.pgr"));
+    }
+
+    void keysMatchWithoutCase_data()
+    {
+        QTest::addColumn<QString>("writtenAs");
+        QTest::addColumn<QString>("readAs");
+        QTest::newRow("same") << "DefaultFile"
+                              << "DefaultFile";
+        QTest::newRow("start-up spelling") << "DefaultFile"
+                                           << "Defaultfile";
+        QTest::newRow("upper") << "DEFAULTFILE"
+                               << "defaultfile";
+    }
+    void keysMatchWithoutCase()
+    {
+        QFETCH(QString, writtenAs);
+        QFETCH(QString, readAs);
+        const QString path = storePath(QTest::currentDataTag());
+        QFile::remove(path);
+        {
+            SettingsStore store(path);
+            store.save(kSettingsSection, writtenAs, QStringLiteral("a.pgr"));
+            QVERIFY(store.sync());
+        }
+        SettingsStore again(path);
+        QVERIFY(again.contains(kSettingsSection, readAs));
+        QCOMPARE(again.get(kSettingsSection, readAs, QStringLiteral("none")), QStringLiteral("a.pgr"));
+    }
+
+    void saveReplacesAnyOtherSpelling()
+    {
+        const QString path = storePath("replace");
+        SettingsStore store(path);
+        store.save(kSettingsSection, QStringLiteral("defaultfile"), QStringLiteral("old.pgr"));
+        store.save(kSettingsSection, QStringLiteral("DefaultFile"), QStringLiteral("new.pgr"));
+        QVERIFY(store.sync());
+        QSettings raw(path, QSettings::IniFormat);
+        raw.beginGroup(kSettingsSection);
+        QCOMPARE(raw.childKeys(), QStringList{QStringLiteral("DefaultFile")});
+        QCOMPARE(raw.value(QStringLiteral("DefaultFile")).toString(), QStringLiteral("new.pgr"));
+    }
+
+    void otherSectionsAreSeparate()
+    {
+        SettingsStore store(storePath("sections"));
+        store.save(QStringLiteral("Other"), QStringLiteral("ShowStatus"), QStringLiteral("0"));
+        QVERIFY(readPreferences(store, QStringLiteral("/d")).showStatus);
+    }
+
+    void userStoreLivesUnderConfigHome()
+    {
+        // ctest points XDG_CONFIG_HOME at a folder of this test's own.
+        const QString home = qEnvironmentVariable("XDG_CONFIG_HOME");
+        if (home.isEmpty()) {
+            QSKIP("XDG_CONFIG_HOME is not set for this run");
+        }
+        SettingsStore store;
+        store.save(kSettingsSection, QStringLiteral("ModemDevice"), QStringLiteral("/dev/pts/7"));
+        QVERIFY(store.sync());
+        QCOMPARE(store.fileName(), home + QStringLiteral("/Kestrova/Kestrova.ini"));
+        SettingsStore again;
+        QCOMPARE(readPreferences(again, QStringLiteral("/d")).modemDevice, QStringLiteral("/dev/pts/7"));
+    }
+
+    void preferencesSurviveSaving()
+    {
+        SettingsStore store(storePath("saveprefs"));
+        Preferences p;
+        p.defaultFile = QStringLiteral("/x/y.pgr");
+        p.showStatus = false;
+        p.getMail = false;
+        p.mailSize = 64;
+        p.wwwButtons = false;
+        p.checkUpdates = false;
+        savePreferences(store, p);
+        const Preferences back = readPreferences(store, QStringLiteral("/d"));
+        QCOMPARE(back.defaultFile, p.defaultFile);
+        QCOMPARE(back.showStatus, false);
+        QCOMPARE(back.checkMail, true);
+        QCOMPARE(back.getMail, false);
+        QCOMPARE(back.mailSize, 64);
+        QCOMPARE(back.wwwButtons, false);
+        QCOMPARE(back.checkUpdates, false);
+    }
+
+    void iniMigration_data()
+    {
+        QTest::addColumn<QByteArray>("ini");
+        QTest::addColumn<QStringList>("expected"); // DefaultFile, ShowStatus, CheckMail, GetMail
+        QTest::newRow("all keys") << QByteArray("[Kestrova]\r\nDefaultFile=C:\\K\\MY.PGR\r\nShowStatus=0\r\n"
+                                                "CheckMail=1\r\nGetMail=0\r\n")
+                                  << QStringList{"C:\\K\\MY.PGR", "0", "1", "0"};
+        QTest::newRow("absent keys take the defaults")
+            << QByteArray("[Kestrova]\nShowStatus=1\n") << QStringList{"", "1", "", "1"};
+        QTest::newRow("section and keys in any case")
+            << QByteArray("[KESTROVA]\ndefaultfile = a.pgr \ncheckmail=0\n") << QStringList{"a.pgr", "", "0", "1"};
+        QTest::newRow("other sections ignored")
+            << QByteArray("[Other]\nDefaultFile=wrong.pgr\nGetMail=0\n[Kestrova]\nCheckMail=0\n[Later]\nShowStatus=0\n")
+            << QStringList{"", "", "0", "1"};
+        QTest::newRow("quoted value") << QByteArray("[Kestrova]\nDefaultFile=\"C:\\My Files\\a.pgr\"\n")
+                                      << QStringList{"C:\\My Files\\a.pgr", "", "", "1"};
+        QTest::newRow("comments skipped")
+            << QByteArray("; old file\n[Kestrova]\n;GetMail=0\nGetMail=5\n") << QStringList{"", "", "", "5"};
+        QTest::newRow("long value cut to the read buffer")
+            << QByteArray("[Kestrova]\nDefaultFile=" + QByteArray(300, 'p') + "\n")
+            << QStringList{QString(254, u'p'), "", "", "1"};
+        QTest::newRow("8-bit text") << QByteArray("[Kestrova]\nDefaultFile=C:\\B\xf6rse.pgr\n")
+                                    << QStringList{QStringLiteral("C:\\B\u00f6rse.pgr"), "", "", "1"};
+    }
+    void iniMigration()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(QStringList, expected);
+        QTemporaryDir data;
+        writeFile(data.filePath(kLegacyIniName), ini);
+        const QString path = storePath(QTest::currentDataTag());
+        QFile::remove(path);
+        SettingsStore store(path);
+        const std::optional<QString> migrated = migrateLegacyIni(data.path(), store);
+        QVERIFY(migrated.has_value());
+        QCOMPARE(*migrated, expected[0]);
+        const QStringList keys{"DefaultFile", "ShowStatus", "CheckMail", "GetMail"};
+        for (int i = 0; i < keys.size(); ++i) {
+            QVERIFY2(store.contains(kSettingsSection, keys[i]), qPrintable(keys[i]));
+            QCOMPARE(store.get(kSettingsSection, keys[i], QStringLiteral("absent")), expected[i]);
+        }
+        QVERIFY(!QFile::exists(data.filePath(kLegacyIniName)));
+        // The file is gone, so the next start migrates nothing and overwrites nothing.
+        store.save(kSettingsSection, QStringLiteral("GetMail"), QStringLiteral("later"));
+        QVERIFY(!migrateLegacyIni(data.path(), store).has_value());
+        QCOMPARE(store.get(kSettingsSection, QStringLiteral("GetMail")), QStringLiteral("later"));
+    }
+
+    void noIniLeavesStoreUntouched()
+    {
+        QTemporaryDir data;
+        const QString path = storePath("noini");
+        QFile::remove(path);
+        SettingsStore store(path);
+        store.save(kSettingsSection, QStringLiteral("ShowStatus"), QStringLiteral("0"));
+        QVERIFY(!migrateLegacyIni(data.path(), store).has_value());
+        QVERIFY(!INI_to_Registry(data.path(), store).has_value());
+        QCOMPARE(store.get(kSettingsSection, QStringLiteral("ShowStatus")), QStringLiteral("0"));
+        QVERIFY(!store.contains(kSettingsSection, QStringLiteral("DefaultFile")));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSettingsStore)
+#include "test_settingsstore.moc"
