@@ -1,0 +1,415 @@
+#include "core/Quote.h"
+#include "quotes/BuiltInServers.h"
+#include "quotes/CurlFetcher.h"
+#include "quotes/MarkupText.h"
+#include "quotes/Qserver.h"
+#include "quotes/ServersDat.h"
+#include "sim/DemoMarket.h"
+#include "support/Clock.h"
+#include "support/Format.h"
+
+#include "TestHost.h"
+
+#include <QElapsedTimer>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include <memory>
+#include <vector>
+
+using kestrova::sim::DemoMarket;
+using kestrova::sim::DemoMarketThread;
+using kestrova::support::leadingNumber;
+using kestrova::support::MockClock;
+
+namespace {
+
+struct Reply
+{
+    bool answered = false; // a status line came back
+    bool closed = false;   // the server closed the connection
+    int status = 0;
+    qint64 contentLength = -1;
+    QByteArray body;
+};
+
+Reply parse(const QByteArray& raw, bool closed)
+{
+    Reply r;
+    r.closed = closed;
+    const qsizetype headEnd = raw.indexOf("\r\n\r\n");
+    if (headEnd < 0) {
+        return r;
+    }
+    r.answered = true;
+    const QList<QByteArray> lines = raw.left(headEnd).split('\n');
+    r.status = lines.value(0).split(' ').value(1).toInt();
+    for (const QByteArray& l : lines) {
+        if (l.toLower().startsWith("content-length:")) {
+            r.contentLength = l.mid(15).trimmed().toLongLong();
+        }
+    }
+    r.body = raw.mid(headEnd + 4);
+    return r;
+}
+
+QByteArray request(const QByteArray& target)
+{
+    return "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: test\r\n\r\n";
+}
+
+// Reads until the server closes or the time is up.
+Reply finish(QTcpSocket& s, int timeoutMs)
+{
+    QByteArray raw;
+    QElapsedTimer t;
+    t.start();
+    while (s.state() == QAbstractSocket::ConnectedState && t.elapsed() < timeoutMs) {
+        s.waitForReadyRead(static_cast<int>(std::max<qint64>(1, timeoutMs - t.elapsed())));
+        raw += s.readAll();
+    }
+    raw += s.readAll();
+    return parse(raw, s.state() != QAbstractSocket::ConnectedState);
+}
+
+Reply get(quint16 port, const QByteArray& target, int timeoutMs = 5000, const QByteArray& raw = {})
+{
+    QTcpSocket s;
+    s.connectToHost(QHostAddress::LocalHost, port);
+    if (!s.waitForConnected(3000)) {
+        return {};
+    }
+    s.write(raw.isEmpty() ? request(target) : raw);
+    s.waitForBytesWritten(3000);
+    return finish(s, timeoutMs);
+}
+
+QString shipped(const QString& name)
+{
+    return qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/data/") + name;
+}
+
+double num(const QString& text)
+{
+    return leadingNumber(text);
+}
+
+} // namespace
+
+class TestDemoMarket : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void pageTypes_data();
+    void pageTypes();
+    void stockAndOptionPagesFillQuotes_data();
+    void stockAndOptionPagesFillQuotes();
+    void labelledPageFillsQuote_data();
+    void labelledPageFillsQuote();
+    void indexPageKeys();
+    void walkIsDeterministicPerSeedAndTicker();
+    void sameSeedSameBodiesOverHttp();
+    void faults_data();
+    void faults();
+    void badRequests_data();
+    void badRequests();
+    void latencyDoesNotSerialise();
+    void portInUse();
+
+private:
+    MockClock m_clock{QDateTime(QDate(2026, 11, 23), QTime(10, 5))};
+    std::unique_ptr<DemoMarketThread> m_market;
+    kestrova::quotes::ServerDefinitions m_defs;
+};
+
+void TestDemoMarket::initTestCase()
+{
+    m_market = std::make_unique<DemoMarketThread>(m_clock, 7);
+    QVERIFY(m_market->start());
+    QVERIFY(m_market->port() != 0);
+    QCOMPARE(kestrova::quotes::readServersDat(shipped("servers.dat"), m_defs, {}).error, 0);
+}
+
+void TestDemoMarket::pageTypes_data()
+{
+    QTest::addColumn<QByteArray>("target");
+    QTest::addColumn<QByteArray>("marker");
+    QTest::newRow("stock") << QByteArray("/stock?t=IBM") << QByteArray("<td>Last Trade:</td>");
+    QTest::newRow("option with dot") << QByteArray("/option?t=.XYZAB") << QByteArray("<td>Open Int:</td>");
+    QTest::newRow("option with encoded plus") << QByteArray("/option?t=%2bXYZAB") << QByteArray("Demo option XYZAB");
+    QTest::newRow("labelled") << QByteArray("/labelled?t=IBM") << QByteArray("<td>LAST:</td>");
+    QTest::newRow("index") << QByteArray("/index") << QByteArray("<td>S&P 500<td>");
+    QTest::newRow("market page address") << QByteArray("/cgi-bin/getquote.dll?ticker=csco")
+                                         << QByteArray("<td>NASDAQ<td>");
+    QTest::newRow("news") << QByteArray("/news?t=IBM") << QByteArray("<li class=story><b class=hl>IBM: ");
+    QTest::newRow("lower-case ticker") << QByteArray("/stock?t=ibm") << QByteArray("Demo IBM Corp");
+}
+
+void TestDemoMarket::pageTypes()
+{
+    QFETCH(QByteArray, target);
+    QFETCH(QByteArray, marker);
+    const int before = m_market->market()->requestCount();
+    const Reply r = get(m_market->port(), target);
+    QVERIFY(r.answered);
+    QCOMPARE(r.status, 200);
+    QVERIFY(r.closed);
+    QCOMPARE(r.contentLength, qint64(r.body.size()));
+    QVERIFY2(r.body.contains(marker), r.body.constData());
+    QCOMPARE(m_market->market()->requestCount(), before + 1);
+}
+
+void TestDemoMarket::stockAndOptionPagesFillQuotes_data()
+{
+    QTest::addColumn<bool>("option");
+    QTest::addColumn<QString>("ticker");
+    QTest::newRow("stock") << false << "IBM";
+    QTest::newRow("another stock") << false << "MSFT";
+    QTest::newRow("option") << true << ".XYZAB";
+}
+
+// The shipped "Demo Market" definitions read every field they offer from the pages.
+void TestDemoMarket::stockAndOptionPagesFillQuotes()
+{
+    QFETCH(bool, option);
+    QFETCH(QString, ticker);
+    DemoMarket market(m_clock, 3);
+    const QString body = QString::fromLatin1(option ? market.optionPage(ticker) : market.stockPage(ticker));
+    const auto server = (option ? m_defs.option : m_defs.stock).Item(QStringLiteral("Demo Market"));
+    kestrova::testing::TestHost host;
+    kestrova::quotes::CurlFetcher fetcher(host);
+    const kestrova::quotes::BuiltInServers builtIn;
+    kestrova::quotes::ScrapeContext ctx{fetcher, builtIn, m_clock, host};
+    kestrova::core::Quote q;
+    q.setDigits(2);
+    q.setSecurityType(option ? 1 : 0);
+    QVERIFY(server->fillQuote(q, body, ctx));
+
+    const QString bare = ticker.mid(option ? 1 : 0);
+    QCOMPARE(q.name(), option ? QString("Demo option " + bare) : QString("Demo " + bare + " Corp"));
+    const QStringList prices{q.last(), q.bid(), q.ask(), q.openPrice(), q.previousClose(), q.dayHigh(), q.dayLow()};
+    for (const QString& p : prices) {
+        QVERIFY2(p != "???" && p != "n/a" && num(p) > 0, qPrintable(p));
+    }
+    QVERIFY(num(q.bid()) < num(q.ask()));
+    QVERIFY(num(q.dayLow()) <= num(q.last()) && num(q.last()) <= num(q.dayHigh()));
+    QVERIFY(q.volume().toLongLong() > 0);
+    // The change on the page is last minus previous close, with its sign.
+    const double change = q.change().toDouble();
+    QVERIFY(qAbs(change - (num(q.last()) - num(q.previousClose()))) < 0.011);
+    QVERIFY(qAbs(q.percentChg().toDouble() - change * 100 / num(q.previousClose())) < 0.02);
+    QCOMPARE(q.updateDate().date(), m_clock.today());
+    if (option) {
+        QVERIFY(q.openInterest().toInt() > 0);
+        QCOMPARE(q.eps(), QStringLiteral("n/a"));
+    } else {
+        QVERIFY(num(q.eps()) > 0);
+        QVERIFY(num(q.pe()) > 0);
+        QVERIFY(num(q.yearLow()) <= num(q.last()) && num(q.last()) <= num(q.yearHigh()));
+    }
+}
+
+void TestDemoMarket::labelledPageFillsQuote_data()
+{
+    QTest::addColumn<QString>("ticker");
+    QTest::addColumn<int>("type");
+    QTest::newRow("stock") << "IBM" << 0;
+    QTest::newRow("option") << "+XYZAB" << 1;
+}
+
+// The labelled layout is what the built-in service 11 parser reads.
+void TestDemoMarket::labelledPageFillsQuote()
+{
+    QFETCH(QString, ticker);
+    QFETCH(int, type);
+    DemoMarket market(m_clock, 3);
+    const QString body = QString::fromLatin1(market.labelledPage(ticker));
+    const kestrova::quotes::BuiltInServers builtIn;
+    kestrova::quotes::Qserver server;
+    server.setServerName(builtIn.at(kestrova::quotes::BuiltInServers::kLabelledPage).name);
+    kestrova::testing::TestHost host;
+    kestrova::quotes::CurlFetcher fetcher(host);
+    kestrova::quotes::ScrapeContext ctx{fetcher, builtIn, m_clock, host};
+    kestrova::core::Quote q;
+    q.setDigits(3);
+    q.setSecurityType(qint16(type));
+    QVERIFY(server.fillQuote(q, body, ctx));
+    QVERIFY(q.name().startsWith(QStringLiteral("Demo ")));
+    for (const QString& p : {q.last(), q.bid(), q.ask(), q.dayHigh(), q.dayLow(), q.openPrice()}) {
+        QVERIFY2(num(p) > 0, qPrintable(p));
+        // Eighths converted to decimals.
+        QCOMPARE(std::fmod(num(p) * 8, 1.0), 0.0);
+    }
+    QVERIFY(num(q.bid()) < num(q.ask()));
+    QVERIFY(q.volume().toLongLong() > 0);
+    QVERIFY(!q.update().isEmpty());
+    QCOMPARE(q.percentChg(), QStringLiteral("n/a"));
+    if (type == 1) {
+        QVERIFY(q.openInterest().toInt() > 0);
+    }
+}
+
+void TestDemoMarket::indexPageKeys()
+{
+    DemoMarket market(m_clock, 3);
+    const QString page = kestrova::quotes::markupToTabs(QString::fromLatin1(market.indexPage()));
+    for (const char* key : {"DOW", "NASDAQ", "S&P 500"}) {
+        const QString level = kestrova::quotes::Qserver::FindKey(QString::fromLatin1(key), 1, page);
+        const QString change = kestrova::quotes::Qserver::FindKey(QString::fromLatin1(key), 2, page);
+        QVERIFY2(num(level) > 100, qPrintable(level));
+        QVERIFY2(change.startsWith(u'+') || change.startsWith(u'-'), qPrintable(change));
+        bool ok = false;
+        change.toDouble(&ok);
+        QVERIFY(ok);
+    }
+}
+
+void TestDemoMarket::walkIsDeterministicPerSeedAndTicker()
+{
+    auto lastOf = [](const QByteArray& page) {
+        const QString tabs = kestrova::quotes::markupToTabs(QString::fromLatin1(page));
+        return kestrova::quotes::Qserver::FindKey(QStringLiteral("Last Trade:"), 2, tabs);
+    };
+    DemoMarket a(m_clock, 11);
+    DemoMarket b(m_clock, 11);
+    DemoMarket c(m_clock, 12);
+    QStringList seqA;
+    QStringList seqB;
+    QStringList seqC;
+    for (int i = 0; i < 6; ++i) {
+        seqA << lastOf(a.stockPage(QStringLiteral("IBM")));
+        // Other tickers asked for in between do not disturb IBM's walk.
+        b.stockPage(QStringLiteral("MSFT"));
+        b.labelledPage(QStringLiteral("T"));
+        seqB << lastOf(b.stockPage(QStringLiteral("IBM")));
+        seqC << lastOf(c.stockPage(QStringLiteral("IBM")));
+    }
+    QCOMPARE(seqB, seqA);
+    QVERIFY(seqC != seqA);
+    // The price moves between requests.
+    QVERIFY(QSet<QString>(seqA.begin(), seqA.end()).size() > 1);
+    // The walk is per ticker: a ticker's first page does not depend on what came before.
+    DemoMarket d(m_clock, 11);
+    QCOMPARE(lastOf(d.stockPage(QStringLiteral("IBM"))), seqA.first());
+}
+
+void TestDemoMarket::sameSeedSameBodiesOverHttp()
+{
+    DemoMarketThread other(m_clock, 7);
+    QVERIFY(other.start());
+    DemoMarketThread fresh(m_clock, 7);
+    QVERIFY(fresh.start());
+    for (int i = 0; i < 3; ++i) {
+        const Reply a = get(other.port(), "/stock?t=WALK");
+        const Reply b = get(fresh.port(), "/stock?t=WALK");
+        QCOMPARE(a.status, 200);
+        QCOMPARE(b.body, a.body);
+    }
+}
+
+void TestDemoMarket::faults_data()
+{
+    QTest::addColumn<QByteArray>("target");
+    QTest::addColumn<bool>("answered");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("fullBody");
+    QTest::newRow("500") << QByteArray("/stock?t=ERR500") << true << 500 << true;
+    QTest::newRow("500 for an option") << QByteArray("/option?t=%2bERR500") << true << 500 << true;
+    QTest::newRow("empty body") << QByteArray("/stock?t=EMPTY") << true << 200 << true;
+    QTest::newRow("cut mid-body") << QByteArray("/stock?t=CUT") << true << 200 << false;
+    QTest::newRow("cut news") << QByteArray("/news?t=CUT") << true << 200 << false;
+    QTest::newRow("never answers") << QByteArray("/stock?t=HANG") << false << 0 << false;
+    QTest::newRow("unknown page") << QByteArray("/nowhere?t=IBM") << true << 404 << true;
+}
+
+void TestDemoMarket::faults()
+{
+    QFETCH(QByteArray, target);
+    QFETCH(bool, answered);
+    QFETCH(int, status);
+    QFETCH(bool, fullBody);
+    const Reply r = get(m_market->port(), target, answered ? 5000 : 600);
+    QCOMPARE(r.answered, answered);
+    if (!answered) {
+        QVERIFY(!r.closed); // still open, still silent
+        return;
+    }
+    QVERIFY(r.closed);
+    QCOMPARE(r.status, status);
+    QCOMPARE(r.contentLength == r.body.size(), fullBody);
+    if (target.contains("EMPTY")) {
+        QCOMPARE(r.contentLength, qint64(0));
+    }
+    if (!fullBody) {
+        QVERIFY(r.body.size() > 0);
+        QVERIFY(r.body.size() < r.contentLength);
+    }
+    // The market keeps serving after a fault.
+    QCOMPARE(get(m_market->port(), "/stock?t=IBM").status, 200);
+}
+
+void TestDemoMarket::badRequests_data()
+{
+    QTest::addColumn<QByteArray>("raw");
+    QTest::newRow("not http") << QByteArray("HELLO\r\n\r\n");
+    QTest::newRow("post") << QByteArray("POST /stock?t=IBM HTTP/1.1\r\nContent-Length: 0\r\n\r\n");
+    QTest::newRow("head never ends") << QByteArray(20000, 'x');
+    QTest::newRow("binary noise") << QByteArray("\x00\x01\xff\xfe\r\n\r\n", 8);
+}
+
+void TestDemoMarket::badRequests()
+{
+    QFETCH(QByteArray, raw);
+    const Reply r = get(m_market->port(), {}, 5000, raw);
+    QVERIFY(r.answered);
+    QCOMPARE(r.status, 400);
+    QCOMPARE(get(m_market->port(), "/stock?t=IBM").status, 200);
+}
+
+// 60 requests with 100 ms latency each wait side by side. The check is functional (all
+// were pending at once); the time bound is only there to catch a server that answers one
+// request after another (6 s), the speed target itself lives in the benchmark.
+void TestDemoMarket::latencyDoesNotSerialise()
+{
+    DemoMarketThread slow(m_clock, 5, 100);
+    QVERIFY(slow.start());
+    std::vector<std::unique_ptr<QTcpSocket>> sockets;
+    QElapsedTimer t;
+    t.start();
+    for (int i = 0; i < 60; ++i) {
+        auto s = std::make_unique<QTcpSocket>();
+        s->connectToHost(QHostAddress::LocalHost, slow.port());
+        QVERIFY(s->waitForConnected(3000));
+        sockets.push_back(std::move(s));
+    }
+    for (size_t i = 0; i < sockets.size(); ++i) {
+        sockets[i]->write(request("/stock?t=T" + QByteArray::number(qulonglong(i))));
+        sockets[i]->flush();
+    }
+    int ok = 0;
+    for (auto& s : sockets) {
+        const Reply r = finish(*s, 5000);
+        ok += r.status == 200 && r.contentLength == r.body.size() ? 1 : 0;
+    }
+    const qint64 elapsed = t.elapsed();
+    QCOMPARE(ok, 60);
+    QCOMPARE(slow.market()->requestCount(), 60);
+    // A server that answered one at a time would never have more than one waiting; a busy
+    // machine may let the first few finish before the last arrive.
+    QVERIFY2(slow.market()->maxPending() >= 45, qPrintable(QString::number(slow.market()->maxPending())));
+    QVERIFY2(elapsed < 3000, qPrintable(QString::number(elapsed)));
+}
+
+void TestDemoMarket::portInUse()
+{
+    DemoMarketThread second(m_clock, 7);
+    QVERIFY(!second.start(m_market->port()));
+    QCOMPARE(second.port(), quint16(0));
+    // The first one is untouched.
+    QCOMPARE(get(m_market->port(), "/index").status, 200);
+}
+
+QTEST_GUILESS_MAIN(TestDemoMarket)
+#include "test_demomarket.moc"
