@@ -26,6 +26,7 @@ int run(const QStringList& arguments)
     Registry reg;
     registerPortfolioCommands(reg);
     registerOptionsCommands(reg);
+    registerQuotesCommands(reg);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

@@ -42,6 +42,7 @@ private:
 // Each subsystem's commands file registers its commands here.
 void registerPortfolioCommands(Registry& r);
 void registerOptionsCommands(Registry& r);
+void registerQuotesCommands(Registry& r);
 
 // Parses global options, finds the command and runs it.
 int run(const QStringList& arguments);

@@ -1,0 +1,249 @@
+#include "cli/Cli.h"
+#include "cli/CliContext.h"
+#include "news/NewsRetrieval.h"
+#include "news/NewsServer.h"
+#include "news/NewsStories.h"
+#include "news/ServerFiles.h"
+#include "quotes/CurlFetcher.h"
+#include "quotes/MarketSummary.h"
+#include "quotes/QuoteCycle.h"
+#include "quotes/ServersDat.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+namespace kestrova::cli {
+
+namespace {
+
+bool wantsHelp(const QStringList& args)
+{
+    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
+}
+
+int usageError(const QString& usage, const QString& why)
+{
+    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
+    return kExitUsage;
+}
+
+const QString kServersUsage = QStringLiteral("Usage: kestrova-cli [global options] servers\n"
+                                             "Loads server.dat and servers.dat from the data directory and lists\n"
+                                             "the stock and option quote servers they define.\n");
+
+const QString kQuotesUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] quotes [--json]\n"
+                   "Runs one retrieval cycle for the portfolio (with the market summary and news\n"
+                   "when the portfolio switches them on) and prints the quotes with their alarm\n"
+                   "marks. Exits with 1 when no quote at all could be fetched.\n");
+
+bool loadDefinitions(CliContext& ctx, const quotes::BuiltInServers& builtIn, quotes::ServerDefinitions& defs,
+                     news::NewsServers& newsServers)
+{
+    return news::loadServerDefinitions(ctx.global.dataDir, newsServers, defs, builtIn, ctx.host);
+}
+
+void listServers(QTextStream& out, const QString& title, const quotes::QServers& servers,
+                 const quotes::BuiltInServers& builtIn)
+{
+    out << title << " (" << servers.Count() << "):\n";
+    for (const auto& s : servers) {
+        const bool known = s->serverIndex() >= 0 && s->serverIndex() < quotes::BuiltInServers::kCount;
+        out << "  " << QString::number(s->serverIndex()).rightJustified(2) << "  " << s->serverName().leftJustified(20)
+            << ' ' << quotes::CurlFetcher::redactUrl(s->url())
+            << (known && !builtIn.at(s->serverIndex()).user.isEmpty() ? QStringLiteral("  (log-on)") : QString())
+            << '\n';
+    }
+}
+
+int serversCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kServersUsage;
+        return kExitOk;
+    }
+    if (!args.isEmpty())
+        return usageError(kServersUsage, QStringLiteral("unexpected argument ") + args.first());
+    CliContext ctx(g);
+    // Log-ons live in the portfolio; without one the list is still worth showing.
+    if (!ctx.portfolioPath.isEmpty())
+        ctx.loadPortfolio();
+    const quotes::BuiltInServers builtIn(ctx.options.quotes);
+    quotes::ServerDefinitions defs;
+    news::NewsServers newsServers;
+    const bool ok = loadDefinitions(ctx, builtIn, defs, newsServers);
+    QTextStream out(stdout);
+    out << "servers.dat version: " << defs.version << '\n';
+    listServers(out, QStringLiteral("Stock quote servers"), defs.stock, builtIn);
+    listServers(out, QStringLiteral("Option quote servers"), defs.option, builtIn);
+    return ok ? kExitOk : kExitFailure;
+}
+
+QString alarmMarks(const core::Quote& q)
+{
+    QString m;
+    if (q.highAlarm())
+        m += u'H';
+    if (q.lowAlarm())
+        m += u'L';
+    if (q.volumeAlarm())
+        m += u'V';
+    if (q.highChgAlarm())
+        m += QStringLiteral("+%");
+    if (q.lowChgAlarm())
+        m += QStringLiteral("-%");
+    if (q.newLimit())
+        m.prepend(u'*');
+    return m;
+}
+
+QJsonObject quoteJson(const core::Quote& q)
+{
+    return QJsonObject{{QStringLiteral("ticker"), q.ticker()},
+                       {QStringLiteral("name"), q.name()},
+                       {QStringLiteral("last"), q.last()},
+                       {QStringLiteral("change"), q.change()},
+                       {QStringLiteral("percentChg"), q.percentChg()},
+                       {QStringLiteral("volume"), q.volume()},
+                       {QStringLiteral("bid"), q.bid()},
+                       {QStringLiteral("ask"), q.ask()},
+                       {QStringLiteral("open"), q.openPrice()},
+                       {QStringLiteral("previousClose"), q.previousClose()},
+                       {QStringLiteral("dayHigh"), q.dayHigh()},
+                       {QStringLiteral("dayLow"), q.dayLow()},
+                       {QStringLiteral("update"), q.update()},
+                       {QStringLiteral("news"), q.news() != 0},
+                       {QStringLiteral("alarms"), alarmMarks(q)}};
+}
+
+void printTable(QTextStream& out, const QString& title, const core::Quotes& set)
+{
+    out << title << ":\n";
+    out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
+               .arg(QStringLiteral("Ticker"), -10)
+               .arg(QStringLiteral("Last"), 10)
+               .arg(QStringLiteral("Change"), 9)
+               .arg(QStringLiteral("%Chg"), 7)
+               .arg(QStringLiteral("Volume"), 11)
+               .arg(QStringLiteral("Alarm"), -5)
+               .arg(QStringLiteral("News"), -4)
+               .arg(QStringLiteral("Update"));
+    for (const auto& q : set) {
+        out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
+                   .arg(q->ticker(), -10)
+                   .arg(q->last(), 10)
+                   .arg(q->change(), 9)
+                   .arg(q->percentChg(), 7)
+                   .arg(q->volume(), 11)
+                   .arg(alarmMarks(*q), -5)
+                   .arg(q->news() ? QStringLiteral("yes") : QString(), -4)
+                   .arg(q->update());
+    }
+}
+
+int quotesCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kQuotesUsage;
+        return kExitOk;
+    }
+    bool json = false;
+    for (const QString& a : args) {
+        if (a == QLatin1String("--json"))
+            json = true;
+        else
+            return usageError(kQuotesUsage, QStringLiteral("unexpected argument ") + a);
+    }
+    CliContext ctx(g);
+    if (!ctx.loadPortfolio())
+        return kExitFailure;
+    const quotes::BuiltInServers builtIn(ctx.options.quotes);
+    quotes::ServerDefinitions defs;
+    news::NewsServers newsServers;
+    loadDefinitions(ctx, builtIn, defs, newsServers);
+
+    quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
+    fetcher.setErrorCallback([&ctx](const QString& url, const QString& message) {
+        ctx.log.LogMessage(QStringLiteral("GetQuote: ") + url + QStringLiteral(": ") + message);
+    });
+
+    quotes::MarketSummary market;
+    bool haveMarket = false;
+    if (ctx.options.quotes.marketSummary)
+        haveMarket = quotes::GetMarketData(market, fetcher, ctx.options.quotes.marketUrl, ctx.services);
+
+    if (ctx.options.quotes.fastest && ctx.options.gateFlag == 0) {
+        const QString host = quotes::FastestServer(
+            true, builtIn, ctx.services,
+            [&ctx](const QString& h) { return quotes::ResponseTime(h, 80, 3000, ctx.services); },
+            ctx.options.quotes.server);
+        ctx.log.LogMessage(QStringLiteral("Connecting to: ") + host);
+    }
+
+    news::NewsStories stories(ctx.clock, QDir(g.dataDir).filePath(QStringLiteral("news.dat")));
+    if (ctx.options.news.retrieve)
+        stories.ReadNews();
+    quotes::CycleContext cycle{ctx.services, fetcher, builtIn, defs, ctx.options, ctx.portfolio, {}};
+    cycle.retrieveNews = [&] {
+        news::RetrieveNews(ctx.portfolio, ctx.options.quotes, builtIn, newsServers, fetcher, stories, ctx.services);
+    };
+    core::Quotes stocks;
+    core::Quotes options;
+    const quotes::CycleResult result = quotes::GetQuotes(cycle, stocks, options);
+    if (ctx.options.news.retrieve)
+        news::markFreshNews(stocks, stories);
+
+    const int got = stocks.Count() + options.Count();
+    QTextStream out(stdout);
+    if (json) {
+        QJsonArray s;
+        for (const auto& q : stocks)
+            s.append(quoteJson(*q));
+        QJsonArray o;
+        for (const auto& q : options)
+            o.append(quoteJson(*q));
+        QJsonObject doc{{QStringLiteral("requested"), result.requested},
+                        {QStringLiteral("retrieved"), got},
+                        {QStringLiteral("completed"), result.completed},
+                        {QStringLiteral("stocks"), s},
+                        {QStringLiteral("options"), o}};
+        if (haveMarket) {
+            doc.insert(
+                QStringLiteral("market"),
+                QJsonObject{{QStringLiteral("caption"), market.caption},
+                            {QStringLiteral("dow"), market.lblDow},
+                            {QStringLiteral("dowChange"), market.lblDowChg},
+                            {QStringLiteral("nasdaq"), market.lblNASDAQ},
+                            {QStringLiteral("nasdaqChange"), market.lblNASDAQChg},
+                            {QStringLiteral("sp500"), market.lblSP500},
+                            {QStringLiteral("sp500Change"), market.lblSP500Chg},
+                            {QStringLiteral("pageText"), quotes::MarketSummaryPageText(market, ctx.options.quotes)}});
+        }
+        out << QJsonDocument(doc).toJson(QJsonDocument::Indented);
+    } else {
+        printTable(out, QStringLiteral("Stocks"), stocks);
+        printTable(out, QStringLiteral("Options"), options);
+        if (haveMarket) {
+            out << market.caption << ": DOW " << market.lblDow << ' ' << market.lblDowChg << ", NASDAQ "
+                << market.lblNASDAQ << ' ' << market.lblNASDAQChg << ", S&P 500 " << market.lblSP500 << ' '
+                << market.lblSP500Chg << '\n';
+        }
+        out << got << " of " << result.requested << " quotes retrieved\n";
+    }
+    return got > 0 ? kExitOk : kExitFailure;
+}
+
+} // namespace
+
+void registerQuotesCommands(Registry& r)
+{
+    r.add(
+        {QStringLiteral("servers"), QStringLiteral("list the stock and option quote servers loaded"), serversCommand});
+    r.add({QStringLiteral("quotes"), QStringLiteral("run one quote retrieval cycle and print the quotes"),
+           quotesCommand});
+}
+
+} // namespace kestrova::cli
