@@ -15,7 +15,16 @@ QString between(const QString& text, const QString& start, const QString& end)
     if (from < 0) {
         return {};
     }
-    const qsizetype valueStart = from + start.size();
+    qsizetype valueStart = from + start.size();
+    // A marker that stops inside a tag ("<a href=") lets the tag's attributes vary; the
+    // value then starts after that tag.
+    if (start.lastIndexOf(u'<') > start.lastIndexOf(u'>')) {
+        const qsizetype close = text.indexOf(u'>', valueStart);
+        if (close < 0) {
+            return {};
+        }
+        valueStart = close + 1;
+    }
     const qsizetype to = end.isEmpty() ? text.size() : text.indexOf(end, valueStart);
     if (to < 0) {
         return {};

@@ -22,7 +22,9 @@ struct ScrapedStory
 // page is cut into stories at every occurrence of StoryKey (the text before the first one
 // is not a story; an empty StoryKey makes the whole page one story). In each story, a field
 // is the text between its start marker and the next end marker after it; a field whose
-// start marker is empty is not offered, one whose markers are not found is empty. Markup
+// start marker is empty is not offered, one whose markers are not found is empty; an empty
+// end marker takes the rest of the story. A start marker that stops inside a tag ("<a href=")
+// puts the value after the end of that tag. Markup
 // inside a field is dropped, entities decoded and blanks and line breaks collapsed.
 class NewsServer
 {

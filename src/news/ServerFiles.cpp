@@ -71,6 +71,9 @@ bool retargetDemoMarket(const QString& dataDir, quint16 port)
     for (const QString& name : {kNewsFile, kQuoteFile}) {
         const QString path = QDir(dataDir).filePath(name);
         QFile in(path);
+        if (!in.exists()) {
+            continue; // nothing there points anywhere
+        }
         if (!in.open(QIODevice::ReadOnly)) {
             ok = false;
             continue;
