@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -250,6 +251,30 @@ private Q_SLOTS:
         compareTables(table, readTable);
         compareOptions(options, readOptions);
         QCOMPARE(PortfolioFile::encode(table, options), readFile(fixture));
+    }
+
+    void demoPortfolioIsCurrent()
+    {
+        const QString root = qEnvironmentVariable("KESTROVA_SOURCE_DIR");
+        if (root.isEmpty()) {
+            QSKIP("KESTROVA_SOURCE_DIR is not set for this run");
+        }
+        const QString demo = root + QStringLiteral("/data/demo.pgr");
+        PortfolioTable table;
+        Options options;
+        const PortfolioFileResult r = PortfolioFile::read(demo, table, options);
+        QVERIFY2(r.ok(), qPrintable(r.message));
+        QVERIFY(table.count >= 10);
+        QSet<qint16> types;
+        bool someLimit = false;
+        for (int i = 0; i < table.count; ++i) {
+            const PortfolioRecord& rec = table.records[static_cast<size_t>(i)];
+            types.insert(rec.effectiveType());
+            someLimit = someLimit || rec.highLimit != 0 || rec.lowChgLimit != 0 || rec.volumeLimit != 0;
+        }
+        QCOMPARE(types, (QSet<qint16>{0, 1, 2, 3}));
+        QVERIFY(someLimit);
+        QCOMPARE(PortfolioFile::encode(table, options), readFile(demo));
     }
 
     void perRecordPassesFollowTheTable()

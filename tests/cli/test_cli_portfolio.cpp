@@ -1,0 +1,289 @@
+#include "core/ModemProfiles.h"
+#include "core/PortfolioFile.h"
+
+#include "TestUtil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova::core;
+using kestrova::testing::readFile;
+using kestrova::testing::writeFile;
+
+namespace {
+
+struct Run
+{
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+} // namespace
+
+// Runs the real kestrova-cli in a data folder and a settings folder of its own.
+class TestCliPortfolio : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_home;
+    QString dataDir() const { return m_home->filePath(QStringLiteral("data")); }
+    QString configDir() const { return m_home->filePath(QStringLiteral("config")); }
+    QString defaultFile() const { return dataDir() + QStringLiteral("/DEFAULT.PGR"); }
+
+    Run cli(const QStringList& args, const QByteArray& input = {})
+    {
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configDir());
+        env.remove(QStringLiteral("KESTROVA_HOME"));
+        p.setProcessEnvironment(env);
+        p.start(qEnvironmentVariable("KESTROVA_CLI"), QStringList{QStringLiteral("--data-dir"), dataDir()} + args);
+        Run r;
+        if (!p.waitForStarted(10000)) {
+            return r;
+        }
+        p.write(input);
+        p.closeWriteChannel();
+        p.waitForFinished(30000);
+        r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -2;
+        r.out = QString::fromUtf8(p.readAllStandardOutput());
+        r.err = QString::fromUtf8(p.readAllStandardError());
+        return r;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (qEnvironmentVariable("KESTROVA_CLI").isEmpty()) {
+            QSKIP("KESTROVA_CLI does not name the program");
+        }
+    }
+    void init()
+    {
+        m_home = std::make_unique<QTemporaryDir>();
+        QDir().mkpath(dataDir());
+    }
+
+    void exitCodes_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("code");
+        QTest::newRow("program help") << QStringList{"--help"} << 0;
+        QTest::newRow("no command") << QStringList{} << 2;
+        QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2;
+        QTest::newRow("unknown global option") << QStringList{"--nope", "portfolio", "show"} << 2;
+        QTest::newRow("show help") << QStringList{"portfolio", "show", "--help"} << 0;
+        QTest::newRow("add help") << QStringList{"portfolio", "add", "--help"} << 0;
+        QTest::newRow("remove help") << QStringList{"portfolio", "remove", "--help"} << 0;
+        QTest::newRow("list help") << QStringList{"options", "list", "--help"} << 0;
+        QTest::newRow("get help") << QStringList{"options", "get", "--help"} << 0;
+        QTest::newRow("set help") << QStringList{"options", "set", "--help"} << 0;
+        QTest::newRow("show without a file") << QStringList{"portfolio", "show"} << 1;
+        QTest::newRow("remove without a file") << QStringList{"portfolio", "remove", "IBM"} << 1;
+        QTest::newRow("add without ticker") << QStringList{"portfolio", "add"} << 2;
+        QTest::newRow("add bad type") << QStringList{"portfolio", "add", "X", "--type", "bond"} << 2;
+        QTest::newRow("add bad limit") << QStringList{"portfolio", "add", "X", "--high", "lots"} << 2;
+        QTest::newRow("add server out of range") << QStringList{"portfolio", "add", "X", "--server", "13"} << 2;
+        QTest::newRow("add unknown switch") << QStringList{"portfolio", "add", "X", "--colour"} << 2;
+        QTest::newRow("get unknown option") << QStringList{"options", "get", "pager.colour"} << 2;
+        QTest::newRow("set without value") << QStringList{"options", "set", "pager.id"} << 2;
+        QTest::newRow("set out of range") << QStringList{"options", "set", "pager.max_length", "0"} << 1;
+        QTest::newRow("list with no file yet") << QStringList{"options", "list"} << 0;
+    }
+    void exitCodes()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, code);
+        const Run r = cli(args);
+        QCOMPARE(r.code, code);
+        if (code != 0) {
+            QVERIFY(!r.err.isEmpty());
+        }
+    }
+
+    void missingFileMessage()
+    {
+        const Run r = cli({"portfolio", "show"});
+        QCOMPARE(r.err.trimmed(), QStringLiteral("File ") + defaultFile() + QStringLiteral(" does not exist."));
+    }
+
+    void addShowRemove()
+    {
+        QCOMPARE(cli({"portfolio", "add", "IBM", "--high", "150.5", "--low", "120", "--high-chg", "5", "--low-chg",
+                      "-7.25", "--volume", "1500000", "--news"})
+                     .code,
+                 0);
+        QCOMPARE(cli({"portfolio", "add", "XYZ AB", "--type", "option", "--digits", "3", "--server", "5", "--no-pager"})
+                     .code,
+                 0);
+        QCOMPARE(cli({"portfolio", "add", "VFIAX", "--type", "fund", "--market-only"}).code, 0);
+        QCOMPARE(cli({"portfolio", "add", "ibm"}).code, 1); // already there, whatever the case
+
+        const Run show = cli({"portfolio", "show"});
+        QCOMPARE(show.code, 0);
+        const QStringList lines = show.out.split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 4);
+        const QStringList ibm = lines[1].simplified().split(u' ');
+        QCOMPARE(ibm.mid(0, 11), (QStringList{"0", "IBM", "Stock", "150.50", "120.00", "5.0%", "-7.3%", "1,500,000",
+                                              "Shares", "2", "0"}));
+        QCOMPARE(ibm.mid(11), (QStringList{"yes", "no", "yes"}));
+        QVERIFY(lines[2].contains(QLatin1String("XYZ AB")));
+        QVERIFY(lines[2].contains(QLatin1String(" Option ")));
+        QVERIFY(lines[2].contains(QLatin1String("0.000")));
+        QVERIFY(lines[3].contains(QLatin1String("Mutual Fund")));
+
+        QCOMPARE(cli({"portfolio", "remove", "xyz ab"}).code, 0);
+        QCOMPARE(cli({"portfolio", "remove", "XYZ AB"}).code, 1);
+
+        PortfolioTable t;
+        Options o;
+        QVERIFY(PortfolioFile::read(defaultFile(), t, o).ok());
+        QCOMPARE(t.count, qint16(2));
+        QCOMPARE(t.records[0].ticker, QStringLiteral("IBM"));
+        QCOMPARE(t.records[0].highLimit, 150.5f);
+        QCOMPARE(t.records[0].lowChgLimit, -7.25f);
+        QCOMPARE(t.records[0].volumeLimit, 1500000);
+        QCOMPARE(t.records[0].news, qint16(1));
+        QCOMPARE(t.records[0].toPager, qint16(1));
+        QCOMPARE(t.records[1].ticker, QStringLiteral("VFIAX"));
+        QCOMPARE(t.records[1].securityType, qint16(2));
+        QCOMPARE(t.records[1].marketOnly, qint16(1));
+        QCOMPARE(QFile::permissions(defaultFile()) & QFileDevice::ReadOther, QFileDevice::Permissions());
+    }
+
+    void fiftyIsTheLimit()
+    {
+        PortfolioTable t;
+        t.count = 50;
+        for (int i = 0; i < 50; ++i) {
+            t.records[static_cast<size_t>(i)].ticker = QStringLiteral("T%1").arg(i);
+        }
+        Options o;
+        setBuiltInModemProfiles(o.modem);
+        const QString file = m_home->filePath(QStringLiteral("full.pgr"));
+        QVERIFY(PortfolioFile::write(file, t, o).ok());
+        const QByteArray before = readFile(file);
+        const Run r = cli({"--portfolio", file, "portfolio", "add", "ONE_MORE"});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.err.trimmed(), QStringLiteral("Too Many Tickers (50 Max)"));
+        QCOMPARE(readFile(file), before);
+    }
+
+    void refusedValueSavesNothing_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("zero length") << "pager.max_length"
+                                     << "0";
+        QTest::newRow("not a number") << "smtp.port"
+                                      << "twenty-five";
+        QTest::newRow("not a bool") << "paging.enabled"
+                                    << "perhaps";
+        QTest::newRow("bad time") << "schedule.start_time"
+                                  << "9 o'clock";
+        QTest::newRow("bad serial settings") << "modem.settings"
+                                             << "9600-N-8-1";
+    }
+    void refusedValueSavesNothing()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        QCOMPARE(cli({"portfolio", "add", "IBM"}).code, 0);
+        const QByteArray before = readFile(defaultFile());
+        const Run r = cli({"options", "set", name, value});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains(name), qPrintable(r.err));
+        QCOMPARE(readFile(defaultFile()), before);
+    }
+
+    void setAndGet()
+    {
+        QCOMPARE(cli({"options", "set", "pager.max_length", "120"}).code, 0);
+        QCOMPARE(cli({"options", "set", "smtp.port", "60025"}).code, 0);
+        QCOMPARE(cli({"options", "set", "schedule.interval", "10"}).code, 0);
+        QCOMPARE(cli({"options", "get", "pager.max_length"}).out.trimmed(), QStringLiteral("120"));
+        QCOMPARE(cli({"options", "get", "smtp.port"}).out.trimmed(), QStringLiteral("60025"));
+        PortfolioTable t;
+        Options o;
+        QVERIFY(PortfolioFile::read(defaultFile(), t, o).ok());
+        QCOMPARE(o.paging.maxLength, qint16(120));
+        QCOMPARE(o.schedule.intervalMinutes, qint16(10));
+        QCOMPARE(o.modem.profiles[2].name, QStringLiteral("Hayes Compatible"));
+        const QString list = cli({"options", "list"}).out;
+        QVERIFY(list.contains(QRegularExpression(QStringLiteral("\\npager\\.max_length +int +120\\n"))));
+        QVERIFY(list.contains(QRegularExpression(QStringLiteral("\\nsmtp\\.enabled +bool +false\\n"))));
+    }
+
+    void passwordFromStdinIsNeverShown()
+    {
+        const QByteArray secret = "Xq7-secret";
+        const Run set = cli({"options", "set", "mail.password", "-"}, secret + "\n");
+        QCOMPARE(set.code, 0);
+        QVERIFY(!set.out.contains(QString::fromLatin1(secret)));
+        QVERIFY(!set.err.contains(QString::fromLatin1(secret)));
+        const Run get = cli({"options", "get", "mail.password"});
+        QCOMPARE(get.out.trimmed(), QStringLiteral("***"));
+        const Run list = cli({"options", "list"});
+        QVERIFY(list.out.contains(QRegularExpression(QStringLiteral("\\nmail\\.password +password +\\*\\*\\*\\n"))));
+        QVERIFY(!list.out.contains(QString::fromLatin1(secret)));
+        QVERIFY(!readFile(defaultFile()).contains(secret)); // scrambled in the file
+        QVERIFY(!readFile(dataDir() + QStringLiteral("/activity.txt")).contains(secret));
+        PortfolioTable t;
+        Options o;
+        QVERIFY(PortfolioFile::read(defaultFile(), t, o).ok());
+        QCOMPARE(o.mail.password, QString::fromLatin1(secret));
+    }
+
+    void modemDeviceLivesInTheSettingsStore()
+    {
+        QCOMPARE(cli({"options", "set", "modem.device", "/dev/pts/9"}).code, 0);
+        QCOMPARE(cli({"options", "get", "modem.device"}).out.trimmed(), QStringLiteral("/dev/pts/9"));
+        QVERIFY(readFile(configDir() + QStringLiteral("/Kestrova/Kestrova.ini")).contains("ModemDevice=/dev/pts/9"));
+        QVERIFY(!QFile::exists(defaultFile())); // the portfolio is not touched
+    }
+
+    void startupFileFromSettingsAndIni()
+    {
+        // An old ini names the startup file; the first run migrates it and removes the ini.
+        const QString mine = m_home->filePath(QStringLiteral("mine.pgr"));
+        writeFile(dataDir() + QStringLiteral("/kestrova.ini"),
+                  "[Kestrova]\r\nDefaultFile=" + mine.toLocal8Bit() + "\r\nShowStatus=0\r\n");
+        QCOMPARE(cli({"portfolio", "add", "MSFT"}).code, 0);
+        QVERIFY(!QFile::exists(dataDir() + QStringLiteral("/kestrova.ini")));
+        QVERIFY(QFile::exists(mine));
+        QVERIFY(!QFile::exists(defaultFile()));
+        QVERIFY(cli({"portfolio", "show"}).out.contains(QLatin1String("MSFT")));
+        // --portfolio wins over the startup file.
+        const QString other = m_home->filePath(QStringLiteral("other.pgr"));
+        QCOMPARE(cli({"--portfolio", other, "portfolio", "add", "AAPL"}).code, 0);
+        QVERIFY(!cli({"portfolio", "show"}).out.contains(QLatin1String("AAPL")));
+        QVERIFY(cli({"--portfolio", other, "portfolio", "show"}).out.contains(QLatin1String("AAPL")));
+    }
+
+    void olderFileIsUsedAndConverted()
+    {
+        PortfolioTable t;
+        t.count = 1;
+        t.records[0].ticker = QStringLiteral("OLD");
+        Options o;
+        setBuiltInModemProfiles(o.modem);
+        const QByteArray full = PortfolioFile::encode(t, o);
+        writeFile(defaultFile(), full.left(full.indexOf("\"Stored Profile\""))); // ends before the modem table
+        const Run show = cli({"portfolio", "show"});
+        QCOMPARE(show.code, 0);
+        QVERIFY(show.err.contains(QLatin1String("Your data file is an older version.")));
+        QVERIFY(show.out.contains(QLatin1String("OLD")));
+        QCOMPARE(cli({"portfolio", "add", "NEW"}).code, 0);
+        PortfolioTable back;
+        Options ob;
+        QVERIFY(PortfolioFile::read(defaultFile(), back, ob).ok());
+        QCOMPARE(back.count, qint16(2));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliPortfolio)
+#include "test_cli_portfolio.moc"
