@@ -60,75 +60,35 @@ private Q_SLOTS:
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("stored"); // a null string: key absent
         QTest::addColumn<QString>("expected");
-        QTest::newRow("ShowStatus absent") << "ShowStatus" << QString() << "on";
-        QTest::newRow("ShowStatus 0") << "ShowStatus"
-                                      << "0"
-                                      << "off";
-        QTest::newRow("ShowStatus no") << "ShowStatus"
-                                       << "no"
-                                       << "on";
-        QTest::newRow("ShowStatus 00") << "ShowStatus"
-                                       << "00"
-                                       << "on";
-        QTest::newRow("ShowStatus empty") << "ShowStatus"
-                                          << ""
-                                          << "on";
-        QTest::newRow("CheckMail 0") << "CheckMail"
-                                     << "0"
-                                     << "off";
-        QTest::newRow("GetMail 0") << "GetMail"
-                                   << "0"
-                                   << "off";
-        QTest::newRow("GetMail False") << "GetMail"
-                                       << "False"
-                                       << "on";
-        QTest::newRow("SystemTray 0") << "SystemTray"
-                                      << "0"
-                                      << "off";
-        QTest::newRow("SystemTray absent") << "SystemTray" << QString() << "on";
-        QTest::newRow("CheckUpdates absent") << "CheckUpdates" << QString() << "on";
-        QTest::newRow("CheckUpdates True") << "CheckUpdates"
-                                           << "True"
-                                           << "on";
-        QTest::newRow("CheckUpdates 1") << "CheckUpdates"
-                                        << "1"
-                                        << "off";
-        QTest::newRow("CheckUpdates true lower") << "CheckUpdates"
-                                                 << "true"
-                                                 << "off";
-        QTest::newRow("CheckUpdates padded") << "CheckUpdates"
-                                             << " True"
-                                             << "off";
-        QTest::newRow("WWWButtons absent") << "WWWButtons" << QString() << "on";
-        QTest::newRow("WWWButtons 1") << "WWWButtons"
-                                      << "1"
-                                      << "on";
-        QTest::newRow("WWWButtons 0") << "WWWButtons"
-                                      << "0"
-                                      << "off";
-        QTest::newRow("WWWButtons yes") << "WWWButtons"
-                                        << "yes"
-                                        << "off";
-        QTest::newRow("MailSize absent") << "MailSize" << QString() << "20";
-        QTest::newRow("MailSize decimals") << "MailSize"
-                                           << "35.9"
-                                           << "35";
-        QTest::newRow("MailSize unit") << "MailSize"
-                                       << "12kb"
-                                       << "12";
-        QTest::newRow("MailSize text") << "MailSize"
-                                       << "big"
-                                       << "0";
-        QTest::newRow("MailSize negative") << "MailSize"
-                                           << "-3.7"
-                                           << "-3";
-        QTest::newRow("StatusLeft absent") << "StatusLeft" << QString() << "none";
-        QTest::newRow("StatusLeft set") << "StatusLeft"
-                                        << "1200"
-                                        << "1200";
-        QTest::newRow("StatusLeft junk") << "StatusLeft"
-                                         << "x"
-                                         << "none";
+        // clang-format off
+        QTest::newRow("ShowStatus absent") << QStringLiteral("ShowStatus") << QString() << QStringLiteral("on");
+        QTest::newRow("ShowStatus 0") << QStringLiteral("ShowStatus") << QStringLiteral("0") << QStringLiteral("off");
+        QTest::newRow("ShowStatus no") << QStringLiteral("ShowStatus") << QStringLiteral("no") << QStringLiteral("on");
+        QTest::newRow("ShowStatus 00") << QStringLiteral("ShowStatus") << QStringLiteral("00") << QStringLiteral("on");
+        QTest::newRow("ShowStatus empty") << QStringLiteral("ShowStatus") << QStringLiteral("") << QStringLiteral("on");
+        QTest::newRow("CheckMail 0") << QStringLiteral("CheckMail") << QStringLiteral("0") << QStringLiteral("off");
+        QTest::newRow("GetMail 0") << QStringLiteral("GetMail") << QStringLiteral("0") << QStringLiteral("off");
+        QTest::newRow("GetMail False") << QStringLiteral("GetMail") << QStringLiteral("False") << QStringLiteral("on");
+        QTest::newRow("SystemTray 0") << QStringLiteral("SystemTray") << QStringLiteral("0") << QStringLiteral("off");
+        QTest::newRow("SystemTray absent") << QStringLiteral("SystemTray") << QString() << QStringLiteral("on");
+        QTest::newRow("CheckUpdates absent") << QStringLiteral("CheckUpdates") << QString() << QStringLiteral("on");
+        QTest::newRow("CheckUpdates True") << QStringLiteral("CheckUpdates") << QStringLiteral("True") << QStringLiteral("on");
+        QTest::newRow("CheckUpdates 1") << QStringLiteral("CheckUpdates") << QStringLiteral("1") << QStringLiteral("off");
+        QTest::newRow("CheckUpdates true lower") << QStringLiteral("CheckUpdates") << QStringLiteral("true") << QStringLiteral("off");
+        QTest::newRow("CheckUpdates padded") << QStringLiteral("CheckUpdates") << QStringLiteral(" True") << QStringLiteral("off");
+        QTest::newRow("WWWButtons absent") << QStringLiteral("WWWButtons") << QString() << QStringLiteral("on");
+        QTest::newRow("WWWButtons 1") << QStringLiteral("WWWButtons") << QStringLiteral("1") << QStringLiteral("on");
+        QTest::newRow("WWWButtons 0") << QStringLiteral("WWWButtons") << QStringLiteral("0") << QStringLiteral("off");
+        QTest::newRow("WWWButtons yes") << QStringLiteral("WWWButtons") << QStringLiteral("yes") << QStringLiteral("off");
+        QTest::newRow("MailSize absent") << QStringLiteral("MailSize") << QString() << QStringLiteral("20");
+        QTest::newRow("MailSize decimals") << QStringLiteral("MailSize") << QStringLiteral("35.9") << QStringLiteral("35");
+        QTest::newRow("MailSize unit") << QStringLiteral("MailSize") << QStringLiteral("12kb") << QStringLiteral("12");
+        QTest::newRow("MailSize text") << QStringLiteral("MailSize") << QStringLiteral("big") << QStringLiteral("0");
+        QTest::newRow("MailSize negative") << QStringLiteral("MailSize") << QStringLiteral("-3.7") << QStringLiteral("-3");
+        QTest::newRow("StatusLeft absent") << QStringLiteral("StatusLeft") << QString() << QStringLiteral("none");
+        QTest::newRow("StatusLeft set") << QStringLiteral("StatusLeft") << QStringLiteral("1200") << QStringLiteral("1200");
+        QTest::newRow("StatusLeft junk") << QStringLiteral("StatusLeft") << QStringLiteral("x") << QStringLiteral("none");
+        // clang-format on
     }
     void readings()
     {
