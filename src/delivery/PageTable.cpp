@@ -1,5 +1,6 @@
 #include "delivery/PageTable.h"
 
+#include "support/Cp1252.h"
 #include "support/VbError.h"
 
 namespace kestrova::delivery {
@@ -49,8 +50,11 @@ PageTable splitPages(const QString& message, int maxLength, bool crHandling)
 QString tapChecksum(const QString& block)
 {
     unsigned sum = 0;
+    // The block goes out in the code page, so the service sums those bytes; a character
+    // the code page lacks is sent as '?'.
     for (const QChar c : block) {
-        sum += c.unicode();
+        const int b = support::cp1252Byte(c);
+        sum += static_cast<unsigned>(b < 0 ? '?' : b);
     }
     QChar d1 = QChar(static_cast<char16_t>((sum % 16) + 48));
     QChar d2 = QChar(0);

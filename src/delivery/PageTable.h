@@ -20,7 +20,7 @@ struct PageTable
 PageTable splitPages(const QString& message, int maxLength, bool crHandling);
 
 // The 3-character TAP checksum of a block (STX through ETX): the low 12 bits of the sum
-// of its character codes as three characters '0'+nibble, high nibble first. A nibble
+// of its Windows-1252 byte values as three characters '0'+nibble, high nibble first. A nibble
 // above the highest non-zero one is NUL, not '0' (only sums below 256 show it).
 QString tapChecksum(const QString& block);
 

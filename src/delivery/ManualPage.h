@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+namespace kestrova::core {
+struct MailBox;
+struct Options;
+} // namespace kestrova::core
+
+namespace kestrova::delivery {
+
+class ModemLine;
+
+// The outcome of a manual page: the text shown to the user and whether it went out.
+struct ManualPageResult
+{
+    QString text;
+    bool sent = false;
+};
+
+// The free-text page the user sends on demand, by whichever route is configured:
+// numeric pager, else SMTP, else the alphanumeric service.
+class ManualPage
+{
+public:
+    // Sends one text by e-mail; returns the outcome. Plugged in by the e-mail route.
+    using SmtpSender = std::function<ManualPageResult(const QString& text)>;
+
+    ManualPage(ModemLine& modem, const core::Options& options, const core::MailBox* mail = nullptr);
+
+    void setSmtpSender(SmtpSender sender) { m_smtp = std::move(sender); }
+
+    // The commas a numeric page starts with, one for each k while k is at most half the
+    // wait after dialling, so the digits are not dialled before the service answers.
+    static QString commaPrefix(int waitAfterDial);
+    // The dialog refuses Enter: a manual page is always one line.
+    static QString acceptTyped(const QString& text);
+    static QString characterCountText(const QString& text);
+
+    ManualPageResult send(const QString& text);
+
+private:
+    ModemLine& m_modem;
+    const core::Options& m_options;
+    const core::MailBox* m_mail;
+    SmtpSender m_smtp;
+};
+
+} // namespace kestrova::delivery
