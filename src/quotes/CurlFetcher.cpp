@@ -114,7 +114,7 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
     bodies.resize(urls.size());
     if (urls.isEmpty())
         return bodies;
-    maxParallel = qBound(1, maxParallel, kMaxParallel);
+    maxParallel = qBound(1, maxParallel, m_parallelLimit);
 
     std::unique_ptr<CURLM, decltype(&curl_multi_cleanup)> multi(curl_multi_init(), &curl_multi_cleanup);
     if (!multi) {

@@ -26,6 +26,9 @@ public:
     // Whole-transfer and connect time-outs (30 s and 15 s unless changed).
     void setTimeoutMs(int ms) { m_timeoutMs = ms; }
     void setConnectTimeoutMs(int ms) { m_connectTimeoutMs = ms; }
+    // The most transfers getMany runs at once, whatever its caller asks for. Eight keeps a
+    // quote service from seeing the program as a flood; benchmarks may raise it.
+    void setParallelLimit(int limit) { m_parallelLimit = qMax(1, limit); }
 
     void setUrl(const QString& url) override;
     QString host() const override { return m_host; }
@@ -44,6 +47,7 @@ private:
     core::ProxyOptions m_proxy;
     int m_timeoutMs = 30000;
     int m_connectTimeoutMs = 15000;
+    int m_parallelLimit = kMaxParallel;
     QString m_host;
     QString m_path;
 };

@@ -126,6 +126,24 @@ std::optional<QDateTime> readDate(QStringView text)
     return QDateTime(date, time);
 }
 
+// The first occurrence of key in page (0-based, -1 when absent). Keys are short and their
+// first character is rare in a page's text, so scanning for that character with the
+// vectorised single-character search and then comparing beats a general substring search.
+qsizetype firstOccurrence(const QString& page, const QString& key)
+{
+    if (key.isEmpty())
+        return 0;
+    const QStringView hay(page);
+    const QStringView rest = QStringView(key).mid(1);
+    const QChar first = key.front();
+    const qsizetype last = hay.size() - key.size();
+    for (qsizetype at = hay.indexOf(first); at >= 0 && at <= last; at = hay.indexOf(first, at + 1)) {
+        if (hay.mid(at + 1, rest.size()) == rest)
+            return at;
+    }
+    return -1;
+}
+
 } // namespace
 
 QString Qserver::FindKey(const QString& key, qint16 offset, const QString& page)
@@ -133,7 +151,7 @@ QString Qserver::FindKey(const QString& key, qint16 offset, const QString& page)
     if (offset == -1)
         return kNotOffered;
     // An empty key is found at the first character, as the old search did.
-    const qsizetype p = page.isEmpty() ? 0 : page.indexOf(key) + 1;
+    const qsizetype p = page.isEmpty() ? 0 : firstOccurrence(page, key) + 1;
 
     if (offset == 0) {
         const qsizetype blank = inStr(p, page, u' ');
@@ -197,13 +215,29 @@ bool Qserver::GetQuote(core::Quote& quote, const ScrapeContext& ctx) const
 
 QString Qserver::preparePage(const QString& body, const PageFetcher& fetcher)
 {
-    QString page = body;
-    if (page.contains(u'<')) {
-        for (const char* tag : {"<sup>", "</sup>", "<sub>", "</sub>"})
-            page.remove(QLatin1String(tag), Qt::CaseSensitive);
+    static const QLatin1String kDropped[] = {QLatin1String("<sup>"), QLatin1String("</sup>"), QLatin1String("<sub>"),
+                                             QLatin1String("</sub>")};
+    // Most pages carry none of these tags; one scan for "<" tells, and only a page that
+    // does pays for the four removals, made one after the other as they always were.
+    bool any = false;
+    const QStringView view(body);
+    for (qsizetype at = view.indexOf(u'<'); at >= 0 && !any; at = view.indexOf(u'<', at + 1)) {
+        // "<su?>" or "</su?>": look closer only at the few tags that start that way.
+        const qsizetype s = at + 1 + (at + 1 < view.size() && view[at + 1] == u'/' ? 1 : 0);
+        if (s + 3 < view.size() && view[s] == u's' && view[s + 1] == u'u') {
+            for (const QLatin1String& tag : kDropped)
+                any = any || view.mid(at).startsWith(tag);
+        }
     }
-    if (page.contains(u'&'))
-        page.replace(QLatin1String("&nbsp;"), QLatin1String(" "), Qt::CaseSensitive);
+    if (!any) {
+        // markupToText turns "&nbsp;" into a blank itself, with the same result as
+        // replacing it beforehand: a decoded blank is never read again as markup.
+        return fetcher.markupToText(body);
+    }
+    QString page = body;
+    for (const QLatin1String& tag : kDropped)
+        page.remove(tag, Qt::CaseSensitive);
+    page.replace(QLatin1String("&nbsp;"), QLatin1String(" "), Qt::CaseSensitive);
     return fetcher.markupToText(page);
 }
 

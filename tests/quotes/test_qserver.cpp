@@ -65,6 +65,8 @@ private Q_SLOTS:
     void findKeyInvalidCall();
     void stampDate_data();
     void stampDate();
+    void preparePage_data();
+    void preparePage();
     void cellsPage();
     void missingKeys_data();
     void missingKeys();
@@ -183,6 +185,34 @@ void TestQserver::stampDate()
     QFETCH(QString, text);
     QFETCH(QDateTime, when);
     QCOMPARE(Qserver::stampDate(text, QDate(2026, 11, 23)), when);
+}
+
+void TestQserver::preparePage_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("page");
+
+    QTest::newRow("nbsp without sup") << "a&nbsp;b<td>c"
+                                      << "a b\tc";
+    QTest::newRow("fraction in sup and sub") << "46 <sup>1</sup>/<sub>2</sub>"
+                                             << "46 1/2";
+    QTest::newRow("nbsp with sup") << "x&nbsp;<sup>y</sup>"
+                                   << "x y";
+    QTest::newRow("upper case tags are markup") << "<SUP>1</SUP>"
+                                                << "\t1\t";
+    QTest::newRow("tag with a blank is markup") << "<sup >1"
+                                                << "\t1";
+    QTest::newRow("removal joins a closing tag") << "<<sup>/sup>z"
+                                                 << "z";
+    QTest::newRow("nbsp does not open a tag") << "<&nbsp;td>"
+                                              << "< td>";
+}
+
+void TestQserver::preparePage()
+{
+    QFETCH(QString, body);
+    QFETCH(QString, page);
+    QCOMPARE(Qserver::preparePage(body, m_fetcher), page);
 }
 
 void TestQserver::cellsPage()
