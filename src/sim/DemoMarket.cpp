@@ -101,6 +101,34 @@ QByteArray stamp(const QDateTime& now)
            QByteArray::number(t.minute()).rightJustified(2, '0') + (t.hour() < 12 ? "AM" : "PM");
 }
 
+// Symbols of the demo portfolio start near prices that sit close to its alarm limits, so a
+// demo shows alarms within a few updates. Any other symbol gets a price from its hash.
+struct KnownPrice
+{
+    const char* symbol; // blanks removed
+    double price;
+};
+const KnownPrice kKnownPrices[] = {
+    {"IBM", 147.0},  {"MSFT", 101.0},  {"CSCO", 52.0}, {"INTC", 20.6},  {"AAPL", 196.0}, {"VFINX", 382.0},
+    {"FMAGX", 95.0}, {"ESZ6", 4515.0}, {"CLF7", 76.0}, {"IBMAF", 12.2}, {"MSFTDK", 3.2}, {"CSCOAE", 1.6},
+};
+
+// The price a symbol starts from, and how far (as a fraction) its previous close may lie from it.
+std::pair<double, double> startPrice(const QString& symbol, bool option)
+{
+    const QString key = QString(symbol).remove(u' ');
+    for (const KnownPrice& k : kKnownPrices) {
+        if (key == QLatin1String(k.symbol)) {
+            return {k.price, 0.005};
+        }
+    }
+    const quint64 h = stableHash(symbol);
+    if (option) {
+        return {0.5 + static_cast<double>(h % 1450ULL) / 100.0, 0.1};
+    }
+    return {10.0 + static_cast<double>(h % 19000ULL) / 100.0, 0.1};
+}
+
 const char* const kHeadlines[] = {
     "%1 reports quarterly earnings above estimates",
     "%1 names new chief financial officer",
@@ -278,7 +306,7 @@ void DemoMarket::sendResponse(QTcpSocket* socket, int status, const QByteArray& 
     socket->disconnectFromHost();
 }
 
-DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePrice)
+DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePrice, double spreadFraction)
 {
     auto it = m_instruments.find(key);
     if (it != m_instruments.end()) {
@@ -286,7 +314,7 @@ DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePr
     }
     Instrument in;
     in.rng = stableHash(key) ^ (static_cast<quint64>(m_seed) * 0x9E3779B97F4A7C15ULL);
-    const double spread = 0.1 * basePrice;
+    const double spread = spreadFraction * basePrice;
     in.previousClose = basePrice + spread * unitStep(in.rng);
     in.open = in.previousClose * (1.0 + 0.01 * unitStep(in.rng));
     in.last = in.open;
@@ -300,9 +328,9 @@ DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePr
     return *m_instruments.insert(key, in);
 }
 
-DemoMarket::Instrument& DemoMarket::step(const QString& key, double basePrice)
+DemoMarket::Instrument& DemoMarket::step(const QString& key, double basePrice, double spreadFraction)
 {
-    Instrument& in = instrument(key, basePrice);
+    Instrument& in = instrument(key, basePrice, spreadFraction);
     // Moves of up to 3% a step, so a demo portfolio crosses its limits within a few updates.
     in.last = std::max(0.05, in.last * (1.0 + 0.03 * unitStep(in.rng)));
     in.dayHigh = std::max(in.dayHigh, in.last);
@@ -317,8 +345,8 @@ DemoMarket::Instrument& DemoMarket::step(const QString& key, double basePrice)
 QByteArray DemoMarket::stockPage(const QString& ticker)
 {
     const QString sym = bareSymbol(ticker);
-    const double base = 10.0 + static_cast<double>(stableHash(sym) % 19000ULL) / 100.0;
-    Instrument& in = step(QStringLiteral("S:") + sym, base);
+    const auto [base, spread] = startPrice(sym, false);
+    Instrument& in = step(QStringLiteral("S:") + sym, base, spread);
     const double change = in.last - in.previousClose;
     const QByteArray name = "Demo " + sym.toLatin1() + " Corp";
     QByteArray page = "<html><head><title>Demo Market quote: " + sym.toLatin1() +
@@ -347,8 +375,8 @@ QByteArray DemoMarket::stockPage(const QString& ticker)
 QByteArray DemoMarket::optionPage(const QString& symbol)
 {
     const QString sym = bareSymbol(symbol);
-    const double base = 0.5 + static_cast<double>(stableHash(sym) % 1450ULL) / 100.0;
-    Instrument& in = step(QStringLiteral("O:") + sym, base);
+    const auto [base, spread] = startPrice(sym, true);
+    Instrument& in = step(QStringLiteral("O:") + sym, base, spread);
     const double change = in.last - in.previousClose;
     QByteArray page = "<html><head><title>Demo Market option: " + sym.toLatin1() +
                       "</title></head>\r\n<body><h1>Demo Market</h1>\r\n<table class=quote>\r\n";
@@ -374,10 +402,9 @@ QByteArray DemoMarket::labelledPage(const QString& ticker)
 {
     bool option = false;
     const QString sym = bareSymbol(ticker, &option);
-    const double base = option ? 0.5 + static_cast<double>(stableHash(sym) % 1450ULL) / 100.0
-                               : 10.0 + static_cast<double>(stableHash(sym) % 19000ULL) / 100.0;
+    const auto [base, spread] = startPrice(sym, option);
     // Shares the walk with the stock or option page of the same symbol.
-    Instrument& in = step((option ? QStringLiteral("O:") : QStringLiteral("S:")) + sym, base);
+    Instrument& in = step((option ? QStringLiteral("O:") : QStringLiteral("S:")) + sym, base, spread);
     const QDateTime now = m_clock.now();
     QByteArray page = "<html><head><title>" + sym.toLatin1() + " detailed quote</title></head>\r\n<body><table>\r\n";
     page += row("Name:", (option ? "Demo option " : "Demo ") + sym.toLatin1() + (option ? "" : " Corp"));
@@ -415,7 +442,7 @@ QByteArray DemoMarket::indexPage()
     static const Index indices[] = {{"DOW", 10345.21}, {"NASDAQ", 2891.48}, {"S&P 500", 1382.95}};
     QByteArray page = "<html><head><title>Demo Market indices</title></head>\r\n<body><table class=indices>\r\n";
     for (const Index& ix : indices) {
-        Instrument& in = step(QStringLiteral("I:") + QLatin1String(ix.key), ix.base);
+        Instrument& in = step(QStringLiteral("I:") + QLatin1String(ix.key), ix.base, 0.01);
         // Key, level and change each one tag apart, so the level is the first cell after the
         // key and the change the second.
         page += QByteArray("<tr><td>") + ix.key + "<td>" + fixed(in.last) + "<td>" +

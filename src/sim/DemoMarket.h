@@ -92,8 +92,8 @@ private:
     void onReadyRead(QTcpSocket* socket);
     void respond(QTcpSocket* socket, const QByteArray& target);
     void sendResponse(QTcpSocket* socket, int status, const QByteArray& body, bool cut = false);
-    Instrument& instrument(const QString& key, double basePrice);
-    Instrument& step(const QString& key, double basePrice);
+    Instrument& instrument(const QString& key, double basePrice, double spreadFraction);
+    Instrument& step(const QString& key, double basePrice, double spreadFraction);
 
     const support::Clock& m_clock;
     quint32 m_seed;
