@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "cli/QuoteTable.h"
 #include "news/NewsRetrieval.h"
 #include "news/NewsServer.h"
 #include "news/NewsStories.h"
@@ -82,24 +83,6 @@ int serversCommand(const GlobalOptions& g, const QStringList& args)
     return ok ? kExitOk : kExitFailure;
 }
 
-QString alarmMarks(const core::Quote& q)
-{
-    QString m;
-    if (q.highAlarm())
-        m += u'H';
-    if (q.lowAlarm())
-        m += u'L';
-    if (q.volumeAlarm())
-        m += u'V';
-    if (q.highChgAlarm())
-        m += QStringLiteral("+%");
-    if (q.lowChgAlarm())
-        m += QStringLiteral("-%");
-    if (q.newLimit())
-        m.prepend(u'*');
-    return m;
-}
-
 QJsonObject quoteJson(const core::Quote& q)
 {
     return QJsonObject{{QStringLiteral("ticker"), q.ticker()},
@@ -119,30 +102,6 @@ QJsonObject quoteJson(const core::Quote& q)
                        {QStringLiteral("alarms"), alarmMarks(q)}};
 }
 
-void printTable(QTextStream& out, const QString& title, const core::Quotes& set)
-{
-    out << title << ":\n";
-    out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
-               .arg(QStringLiteral("Ticker"), -10)
-               .arg(QStringLiteral("Last"), 10)
-               .arg(QStringLiteral("Change"), 9)
-               .arg(QStringLiteral("%Chg"), 7)
-               .arg(QStringLiteral("Volume"), 11)
-               .arg(QStringLiteral("Alarm"), -5)
-               .arg(QStringLiteral("News"), -4)
-               .arg(QStringLiteral("Update"));
-    for (const auto& q : set) {
-        out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
-                   .arg(q->ticker(), -10)
-                   .arg(q->last(), 10)
-                   .arg(q->change(), 9)
-                   .arg(q->percentChg(), 7)
-                   .arg(q->volume(), 11)
-                   .arg(alarmMarks(*q), -5)
-                   .arg(q->news() ? QStringLiteral("yes") : QString(), -4)
-                   .arg(q->update());
-    }
-}
 
 int quotesCommand(const GlobalOptions& g, const QStringList& args)
 {
@@ -158,6 +117,8 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
             return usageError(kQuotesUsage, QStringLiteral("unexpected argument ") + a);
     }
     CliContext ctx(g);
+    // Status lines would break the JSON document on stdout; the log still has them.
+    ctx.host.quiet = json;
     if (!ctx.loadPortfolio())
         return kExitFailure;
     const quotes::BuiltInServers builtIn(ctx.options.quotes);
@@ -224,8 +185,8 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         }
         out << QJsonDocument(doc).toJson(QJsonDocument::Indented);
     } else {
-        printTable(out, QStringLiteral("Stocks"), stocks);
-        printTable(out, QStringLiteral("Options"), options);
+        printQuoteTable(out, QStringLiteral("Stocks"), stocks);
+        printQuoteTable(out, QStringLiteral("Options"), options);
         if (haveMarket) {
             out << market.caption << ": DOW " << market.lblDow << ' ' << market.lblDowChg << ", NASDAQ "
                 << market.lblNASDAQ << ' ' << market.lblNASDAQChg << ", S&P 500 " << market.lblSP500 << ' '

@@ -1,0 +1,146 @@
+#include "TestUtil.h"
+
+#include "core/Options.h"
+#include "core/PortfolioFile.h"
+#include "core/PortfolioTable.h"
+#include "news/ServerFiles.h"
+#include "sim/DemoMarket.h"
+#include "support/Clock.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova;
+
+class TestQuotesCli : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void quotesJson();
+    void nothingFetchedExitsOne();
+    void serversList();
+
+private:
+    struct Outcome
+    {
+        int exitCode = -1;
+        QByteArray out;
+        QByteArray err;
+    };
+    Outcome cli(const QStringList& args);
+    void writePortfolio(const QStringList& tickers);
+
+    support::MockClock m_clock;
+    std::unique_ptr<sim::DemoMarketThread> m_market;
+    QTemporaryDir m_dir;
+    QString m_portfolio;
+};
+
+void TestQuotesCli::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_market = std::make_unique<sim::DemoMarketThread>(m_clock, 21);
+    QVERIFY(m_market->start());
+    const QString data = QDir(qEnvironmentVariable("KESTROVA_SOURCE_DIR")).filePath(QStringLiteral("data"));
+    QVERIFY(news::installServerFiles(m_dir.path(), data));
+    QVERIFY(news::retargetDemoMarket(m_dir.path(), m_market->port()));
+    m_portfolio = m_dir.filePath(QStringLiteral("watch.pgr"));
+}
+
+void TestQuotesCli::writePortfolio(const QStringList& tickers)
+{
+    core::PortfolioTable table;
+    core::Options options;
+    options.quotes.server = 12;
+    options.quotes.marketSummary = true;
+    options.quotes.marketUrl = m_market->baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco");
+    for (const QString& t : tickers) {
+        core::PortfolioRecord& r = table.records[size_t(table.count++)];
+        r.ticker = t;
+        r.digits = 2;
+        if (t.contains(u' ')) {
+            r.securityType = 1;
+            r.server = 12;
+        }
+        if (t == QLatin1String("AAA"))
+            r.highLimit = 1; // any demo price is above it
+    }
+    QVERIFY(core::PortfolioFile::write(m_portfolio, table, options).ok());
+}
+
+TestQuotesCli::Outcome TestQuotesCli::cli(const QStringList& args)
+{
+    QProcess p;
+    p.start(qEnvironmentVariable("KESTROVA_CLI"),
+            QStringList{"--data-dir", m_dir.path(), "--portfolio", m_portfolio} + args);
+    Outcome o;
+    if (!p.waitForFinished(60000)) {
+        p.kill();
+        p.waitForFinished();
+        return o;
+    }
+    o.exitCode = p.exitCode();
+    o.out = p.readAllStandardOutput();
+    o.err = p.readAllStandardError();
+    return o;
+}
+
+void TestQuotesCli::quotesJson()
+{
+    writePortfolio({"AAA", "ERR500", "BBB", "XYZ AB"});
+    const Outcome o = cli({"quotes", "--json"});
+    QVERIFY2(o.exitCode == 0, o.err.constData());
+    const QJsonObject doc = QJsonDocument::fromJson(o.out).object();
+    QCOMPARE(doc.value("requested").toInt(), 4);
+    QCOMPARE(doc.value("retrieved").toInt(), 3);
+    const QJsonArray stocks = doc.value("stocks").toArray();
+    QCOMPARE(stocks.size(), 2);
+    QCOMPARE(stocks[0].toObject().value("ticker").toString(), QStringLiteral("AAA"));
+    QCOMPARE(stocks[1].toObject().value("ticker").toString(), QStringLiteral("BBB"));
+    QVERIFY(stocks[0].toObject().value("alarms").toString().contains(u'H'));
+    QVERIFY(stocks[1].toObject().value("alarms").toString().isEmpty());
+    QVERIFY(stocks[0].toObject().value("last").toString().toDouble() > 0);
+    QCOMPARE(doc.value("options").toArray().first().toObject().value("ticker").toString(), QStringLiteral("XYZAB"));
+    const QJsonObject market = doc.value("market").toObject();
+    QVERIFY(market.value("dow").toString().toDouble() > 1000);
+    QVERIFY(market.value("pageText").toString().startsWith(QStringLiteral("DOW ")));
+    QVERIFY(market.value("caption").toString().startsWith(QStringLiteral("Markets at ")));
+
+    // The table form carries the same quotes and the count line.
+    const Outcome table = cli({"quotes"});
+    QCOMPARE(table.exitCode, 0);
+    QVERIFY(table.out.contains("3 of 4 quotes retrieved"));
+    QVERIFY(table.out.contains("XYZAB"));
+    const QByteArray log = testing::readFile(m_dir.filePath(QStringLiteral("activity.txt")));
+    QVERIFY(log.contains("Internet: Quotes Retrieved"));
+    QVERIFY(log.contains("ERR500"));
+}
+
+void TestQuotesCli::nothingFetchedExitsOne()
+{
+    writePortfolio({"ERR500", "EMPTY"});
+    const Outcome o = cli({"quotes"});
+    QCOMPARE(o.exitCode, 1);
+    QVERIFY(o.out.contains("0 of 2 quotes retrieved"));
+    QCOMPARE(cli({"quotes", "--bogus"}).exitCode, 2);
+}
+
+void TestQuotesCli::serversList()
+{
+    const Outcome o = cli({"servers"});
+    QVERIFY2(o.exitCode == 0, o.err.constData());
+    QVERIFY(o.out.contains("Stock quote servers (13):"));
+    QVERIFY(o.out.contains("ESI (U.K. Mkt)"));
+    QVERIFY(o.out.contains(QStringLiteral("127.0.0.1:%1/stock?t=").arg(m_market->port()).toLatin1()));
+    QVERIFY(o.out.contains("Option quote servers ("));
+}
+
+QTEST_GUILESS_MAIN(TestQuotesCli)
+#include "test_quotescli.moc"
