@@ -27,6 +27,9 @@ int run(const QStringList& arguments)
     registerPortfolioCommands(reg);
     registerOptionsCommands(reg);
     registerQuotesCommands(reg);
+    registerPageCommands(reg);
+    registerSimCommands(reg);
+    registerAppCommands(reg);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

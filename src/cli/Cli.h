@@ -43,6 +43,9 @@ private:
 void registerPortfolioCommands(Registry& r);
 void registerOptionsCommands(Registry& r);
 void registerQuotesCommands(Registry& r);
+void registerPageCommands(Registry& r);
+void registerSimCommands(Registry& r);
+void registerAppCommands(Registry& r);
 
 // Parses global options, finds the command and runs it.
 int run(const QStringList& arguments);

@@ -1,0 +1,467 @@
+#include "app/Application.h"
+
+#include "core/ModemProfiles.h"
+#include "core/PortfolioFile.h"
+#include "delivery/CurlSmtpSender.h"
+#include "delivery/ModemLine.h"
+#include "delivery/NumericPager.h"
+#include "delivery/PageTable.h"
+#include "delivery/SerialLine.h"
+#include "delivery/SmtpPager.h"
+#include "delivery/TapPager.h"
+#include "mail/MailWatch.h"
+#include "mail/PopClient.h"
+#include "net/DialBackend.h"
+#include "net/DialupConnection.h"
+#include "news/NewsRetrieval.h"
+#include "news/NewsServer.h"
+#include "news/NewsStories.h"
+#include "news/ServerFiles.h"
+#include "quotes/CurlFetcher.h"
+#include "quotes/QuoteCycle.h"
+#include "settings/IniMigration.h"
+#include "settings/SettingsStore.h"
+#include "support/Clock.h"
+#include "support/Format.h"
+#include "support/Host.h"
+#include "support/VbError.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace kestrova::app {
+
+namespace {
+constexpr qint16 kConnectionDialup = 0;
+constexpr qint16 kConnectionDirect = 1;
+constexpr qint16 kConnectionExternal = 2;
+} // namespace
+
+Application::Application(support::Clock& clock, support::Host& host, QString dataDir, Transports transports)
+    : m_clock(clock), m_host(host), m_dataDir(std::move(dataDir)),
+      m_log(clock, host), m_services{clock, host, m_cancel, m_log},
+      m_newsServers(std::make_unique<news::NewsServers>()),
+      m_news(std::make_unique<news::NewsStories>(clock, QDir(m_dataDir).filePath(QStringLiteral("news.dat")))),
+      m_fetcher(std::make_unique<quotes::CurlFetcher>(host, m_state.options.proxy)),
+      m_serial(transports.serial ? std::move(transports.serial) : delivery::createSerialLine()),
+      m_smtpSender(std::make_unique<delivery::CurlSmtpSender>(host)),
+      m_connection(transports.connection
+                       ? std::move(transports.connection)
+                       : std::make_unique<net::DialupConnection>(m_services, m_state.options.connection)),
+      m_pop(std::make_unique<mail::PopClient>(m_services)), m_mailSettings(std::make_unique<mail::MailWatchSettings>())
+{
+    m_modem = std::make_unique<delivery::ModemLine>(m_services, *m_serial, m_state.options.modem);
+    m_mailWatch =
+        std::make_unique<mail::MailWatch>(m_services, m_state.options.mail, *m_mailSettings, m_state.mailBox, *m_pop);
+    m_fetcher->setErrorCallback([this](const QString& url, const QString& message) {
+        m_log.LogMessage(QStringLiteral("GetQuote: ") + quotes::CurlFetcher::redactUrl(url) + QStringLiteral(": ") +
+                         message);
+    });
+
+    MinuteCycle::Hooks hooks;
+    hooks.scheduleEnabled = [this] { return m_state.options.schedule.enabled; };
+    hooks.portOpen = [this] { return portOpen(); };
+    hooks.setClockLabel = [this](const QString& s) { m_state.clockLabel = s; };
+    hooks.options = [this]() -> const core::ScheduleOptions& { return m_state.options.schedule; };
+    hooks.schedule.runUpdate = [this](bool marketMoment) { update(m_state.options.paging.enabled, marketMoment); };
+    hooks.schedule.internetService = [this] { return !m_state.options.modem.quoteService; };
+    hooks.schedule.status = [this](const QString& s) { m_services.StatusMessage(s); };
+    m_cycle = std::make_unique<MinuteCycle>(clock, host, std::move(hooks));
+}
+
+Application::~Application() = default;
+
+bool Application::portOpen() const
+{
+    return m_serial->isOpen();
+}
+
+void Application::startup(const QString& commandLineFile)
+{
+    // The activity log comes first so that every later step can report.
+    m_log.setLogFileName(QStringLiteral("activity.txt"));
+    m_log.setPath(m_dataDir);
+    m_log.setLogEnable(true);
+
+    settings::SettingsStore store;
+    runStep("INI_to_Registry", [&] { settings::migrateLegacyIni(m_dataDir, store); });
+    m_state.clockLabel = support::formatDate(m_clock.now(), u"m/d/yy  h:mm am/pm");
+    m_services.StatusMessage(QStringLiteral("Kestrova started on"));
+
+    m_state.prefs = settings::readPreferences(store, m_dataDir);
+    m_mailSettings->checkMail = m_state.prefs.checkMail;
+    m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
+
+    // Schedule defaults and the built-in modem profiles; the portfolio file may override both.
+    auto& sched = m_state.options.schedule;
+    sched.openTime = QStringLiteral("9:30 am");
+    sched.middayTime = QStringLiteral("12:00 pm");
+    sched.closeTime = QStringLiteral("4:00 pm");
+    sched.startTime = QStringLiteral("9:00 am");
+    sched.stopTime = QStringLiteral("4:00 pm");
+    core::setBuiltInModemProfiles(m_state.options.modem);
+
+    const QString startupFile = commandLineFile.isEmpty() ? m_state.prefs.defaultFile : commandLineFile;
+    if (startupFile.isEmpty()) {
+        m_state.menusEnabled = false;
+    } else if (!openFile(startupFile)) {
+        // A missing startup file leaves the program usable with the file menus only.
+        m_state.menusEnabled = false;
+    }
+
+    runStep("LoadServers", [&] {
+        m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
+        news::loadServerDefinitions(m_dataDir, *m_newsServers, m_servers, m_builtIn, m_host);
+    });
+    runStep("ReadNews", [&] { m_news->ReadNews(); });
+    m_state.lastNewsDay = m_clock.now().date().day();
+    runStep("SetupComm", [&] { setUpSerial(); });
+    UpdateSettings();
+    // There is no version service to ask; CheckUpdates is read and kept for the options dialog.
+    if (support::leadingNumber(m_state.options.proxy.port) == 0) {
+        m_state.options.proxy.port = QStringLiteral("80");
+    }
+}
+
+void Application::setUpSerial()
+{
+    const auto& modem = m_state.options.modem;
+    m_serial->setPort(modem.port);
+    if (!m_state.prefs.modemDevice.isEmpty()) {
+        m_serial->setDevice(m_state.prefs.modemDevice);
+    }
+    m_serial->setSettings(modem.settings);
+    m_serial->setFlowControl(modem.flowControl);
+}
+
+void Application::mnuNew()
+{
+    m_state.menusEnabled = false;
+    m_state.currentFile.clear();
+    m_state.caption = QStringLiteral("Kestrova");
+    m_state.portfolio.count = 0;
+    m_state.fileModified = true;
+}
+
+bool Application::openFile(const QString& path)
+{
+    const core::PortfolioFileResult r = core::PortfolioFile::read(path, m_state.portfolio, m_state.options);
+    if (!r.ok()) {
+        m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+        m_log.LogMessage(r.message);
+        if (!r.olderVersion()) {
+            return false;
+        }
+    }
+    m_state.currentFile = path;
+    m_state.caption = QStringLiteral("Kestrova - ") + path;
+    m_state.menusEnabled = true;
+    m_state.fileModified = false;
+    m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
+    m_fetcher->setProxy(m_state.options.proxy);
+    setUpSerial();
+    UpdateSettings();
+    return true;
+}
+
+bool Application::save()
+{
+    if (m_state.currentFile.isEmpty()) {
+        const QString name = m_host.inputBox(QStringLiteral("Save File As"), QStringLiteral("*.PGR"));
+        return !name.isEmpty() && saveAs(name);
+    }
+    const core::PortfolioFileResult r =
+        core::PortfolioFile::write(m_state.currentFile, m_state.portfolio, m_state.options);
+    if (!r.ok()) {
+        m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(r.message);
+        return false;
+    }
+    m_state.fileModified = false;
+    return true;
+}
+
+bool Application::saveAs(const QString& path)
+{
+    QString name = path;
+    if (QFileInfo(name).suffix().isEmpty()) {
+        name += QStringLiteral(".pgr");
+    }
+    const core::PortfolioFileResult r = core::PortfolioFile::write(name, m_state.portfolio, m_state.options);
+    if (!r.ok()) {
+        m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(r.message);
+        return false;
+    }
+    m_state.currentFile = name;
+    m_state.caption = QStringLiteral("Kestrova - ") + name;
+    m_state.fileModified = false;
+    if (m_host.messageBox(QStringLiteral("Do you want this to be your startup file?"), support::MsgButtons::YesNo,
+                          support::MsgIcon::Question) == support::MsgAnswer::Yes) {
+        settings::SettingsStore store;
+        store.save(settings::kSettingsSection, QStringLiteral("DefaultFile"), name);
+        m_state.prefs.defaultFile = name;
+    }
+    return true;
+}
+
+bool Application::queryExit()
+{
+    m_state.exitCancelled = false;
+    if (!m_state.fileModified) {
+        return true;
+    }
+    switch (m_host.messageBox(QStringLiteral("Save File Before Exiting?"), support::MsgButtons::YesNoCancel,
+                              support::MsgIcon::Question)) {
+    case support::MsgAnswer::Yes:
+        // A save that fails keeps the program open: leaving now would lose the changes.
+        if (!save()) {
+            m_state.exitCancelled = true;
+            return false;
+        }
+        return true;
+    case support::MsgAnswer::No:
+        return true;
+    default:
+        m_state.exitCancelled = true;
+        return false;
+    }
+}
+
+void Application::UpdateSettings()
+{
+    const core::Options& o = m_state.options;
+    ConfigLabels& l = m_state.labels;
+    const bool internet = !o.modem.quoteService;
+
+    if (!o.paging.enabled) {
+        l.paging = QStringLiteral("None");
+    } else {
+        l.paging = o.smtp.enabled ? QStringLiteral("SMTP Paging") : QStringLiteral("Direct Dial");
+    }
+
+    if (internet) {
+        switch (o.connection.type) {
+        case kConnectionDirect:
+            l.connection = QStringLiteral("Internet: Direct");
+            break;
+        case kConnectionExternal:
+            l.connection = QStringLiteral("Internet: External Dialer");
+            break;
+        default:
+            l.connection = QStringLiteral("Internet: ") + o.connection.entry;
+            break;
+        }
+    } else {
+        l.connection = QStringLiteral("Modem: COM") + QString::number(o.modem.port) + u':' + o.modem.settings;
+    }
+
+    if (!m_state.prefs.checkMail) {
+        l.email = QStringLiteral("Not checked");
+    } else if (!m_state.prefs.getMail || !internet) {
+        l.email = QStringLiteral("Notify Only");
+    } else if (o.paging.enabled && o.mail.pageHeaders) {
+        l.email = QStringLiteral("Download, Page MSG Header");
+    } else if (o.paging.enabled) {
+        l.email = QStringLiteral("Download and Notify");
+    } else {
+        l.email = QStringLiteral("Download Messages");
+    }
+
+    if (o.quotes.fastest && internet) {
+        l.server = QStringLiteral("(Fastest)");
+    } else {
+        const int i = std::clamp<int>(o.quotes.server, 0, quotes::BuiltInServers::kCount - 1);
+        l.server = m_builtIn.at(i).name;
+    }
+}
+
+void Application::runStep(const char* name, const std::function<void()>& step)
+{
+    // Each step traps its own failure so that the steps after it still run.
+    try {
+        step();
+    } catch (const support::VbError& e) {
+        m_log.LogMessage(QString::fromLatin1(name) + QStringLiteral(":: ") + e.description());
+    } catch (const std::exception& e) {
+        m_log.LogMessage(QString::fromLatin1(name) + QStringLiteral(":: ") + QString::fromUtf8(e.what()));
+    }
+}
+
+void Application::checkMail()
+{
+    m_mailSettings->checkMail = m_state.prefs.checkMail;
+    m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
+    m_mailWatch->checkMail(m_state.prefs.getMail);
+}
+
+QString Application::composePageText(bool smtpRoute)
+{
+    const core::Options& o = m_state.options;
+    QString quotesText = m_stockQuotes.PageMessageString(o.paging.layout, false, o.alarms.select, o.alarms.selectMode);
+    const QString optionText =
+        m_optionQuotes.PageMessageString(o.paging.layout, false, o.alarms.select, o.alarms.selectMode);
+    if (!quotesText.isEmpty() && !optionText.isEmpty()) {
+        quotesText += QStringLiteral(", ");
+    }
+    quotesText += optionText;
+    // The market text carries its own trailing ", " after every row.
+    QString text = o.quotes.marketSummary ? quotes::MarketSummaryPageText(m_state.market, o.quotes) : QString();
+    if (quotesText.isEmpty()) {
+        text = QStringLiteral("Quotes unavailable...");
+    } else {
+        text += quotesText;
+    }
+    if (m_state.mailBox.mailWaiting) {
+        text = mail::MailWatch::addEmailMarker(text, m_state.mailBox, o.mail);
+    }
+    if (o.paging.pageNews && o.news.retrieve) {
+        text += (smtpRoute ? QStringLiteral("\n") : QStringLiteral("\r\n")) +
+                m_news->PageMessageString(o.news.maxStories, m_stockQuotes);
+    }
+    return text;
+}
+
+void Application::waitForLine()
+{
+    // Another page may still hold the modem (a send started from a timer during a yield).
+    m_host.setStatusText(QStringLiteral("Waiting to Dial Pager"));
+    while (portOpen() && !m_cancel.isSet()) {
+        m_host.yield(100);
+    }
+}
+
+void Application::deliverText(const QString& text, bool waitFirst)
+{
+    const core::Options& o = m_state.options;
+    if (o.smtp.enabled) {
+        delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
+        pager.sendSmtpMessage(text);
+        return;
+    }
+    if (waitFirst && o.gateFlag == 0) {
+        waitForLine();
+    }
+    delivery::TapPager pager(*m_modem, o, &m_state.mailBox);
+    pager.SendPage(text);
+}
+
+void Application::update(bool pagingEnabled, bool marketMoment)
+{
+    if (m_updating) {
+        return; // never two updates at once
+    }
+    m_updating = true;
+    m_cancel.clear();
+    m_host.setBusy(true);
+    const core::Options& o = m_state.options;
+
+    runStep("Update", [&] {
+        const int day = m_clock.now().date().day();
+        if (day != m_state.lastNewsDay) {
+            m_news->UpdateNewsOut();
+            m_state.lastNewsDay = day;
+        }
+    });
+
+    bool online = false;
+    runStep("Update", [&] { online = m_connection->connect(); });
+    m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
+                                    : QStringLiteral("Internet: Connection was not established..."));
+
+    // Fresh server files would come from the maker's FTP server, which this program has
+    // never had; the switch is kept in the portfolio file and does nothing here.
+
+    if (online) {
+        if (m_state.prefs.checkMail && !m_cancel.isSet()) {
+            runStep("CheckMail", [&] { checkMail(); });
+            if (o.smtp.enabled && o.mail.pageHeaders && pagingEnabled && !m_cancel.isSet()) {
+                runStep("SendEmail", [&] {
+                    delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
+                    pager.sendEmailMessages(m_state.mailBox);
+                });
+            }
+        }
+        if (o.quotes.marketSummary && !m_cancel.isSet()) {
+            runStep("GetMarketData",
+                    [&] { quotes::GetMarketData(m_state.market, *m_fetcher, o.quotes.marketUrl, m_services); });
+        }
+        if (o.quotes.fastest && !m_cancel.isSet() && o.gateFlag == 0) {
+            runStep("FastestServer", [&] {
+                const QString host = quotes::FastestServer(
+                    true, m_builtIn, m_services,
+                    [this](const QString& h) { return quotes::ResponseTime(h, 80, 3000, m_services); },
+                    m_state.options.quotes.server);
+                m_services.StatusMessage(QStringLiteral("Connecting to: ") + host);
+                UpdateSettings();
+            });
+        }
+        if (!m_cancel.isSet()) {
+            runStep("GetQuotes", [&] {
+                quotes::CycleContext cycle{m_services, *m_fetcher, m_builtIn, m_servers, o, m_state.portfolio, {}};
+                cycle.stop = &m_state.stop;
+                cycle.retrieveNews = [this, &o] {
+                    if (o.news.retrieve) {
+                        news::RetrieveNews(m_state.portfolio, o.quotes, m_builtIn, *m_newsServers, *m_fetcher, *m_news,
+                                           m_services);
+                    }
+                };
+                const quotes::CycleResult r = quotes::GetQuotes(cycle, m_stockQuotes, m_optionQuotes);
+                m_state.quotesAvailable = r.quotesAvailable;
+                if (o.news.retrieve) {
+                    news::markFreshNews(m_stockQuotes, *m_news);
+                }
+            });
+        }
+    }
+
+    if (pagingEnabled && !m_cancel.isSet()) {
+        if (o.paging.numeric) {
+            runStep("PageDigital", [&] {
+                const QString digits = m_stockQuotes.PageDigitalString(o.alarms.select, o.alarms.selectMode,
+                                                                       o.paging.numericPause, o.paging.numericPrefix) +
+                                       m_optionQuotes.PageDigitalString(o.alarms.select, o.alarms.selectMode,
+                                                                        o.paging.numericPause, o.paging.numericPrefix);
+                if (o.gateFlag == 0) {
+                    waitForLine();
+                }
+                const delivery::PageTable pages = delivery::splitPages(digits, o.paging.maxLength, false);
+                delivery::NumericPager pager(*m_modem, o);
+                pager.SendDigitalPage(pages);
+            });
+        } else {
+            runStep("Page", [&] {
+                const QString text = composePageText(o.smtp.enabled);
+                if (!o.alarms.select) {
+                    deliverText(text, false);
+                    return;
+                }
+                // Alarm-only selection: the text above holds only the selected members, and
+                // it goes out when an alarm is due or at a market moment.
+                bool due = false;
+                if (o.alarms.mode == 2) {
+                    const bool stockNew = m_stockQuotes.NewLimitPage();
+                    const bool optionNew = m_optionQuotes.NewLimitPage();
+                    due = stockNew || optionNew;
+                } else {
+                    due = m_stockQuotes.LimitPage() || m_optionQuotes.LimitPage();
+                }
+                if (due || marketMoment) {
+                    deliverText(text, true);
+                }
+            });
+        }
+    }
+
+    if (o.connection.hangUpAfterUpdate && o.connection.type == kConnectionDialup) {
+        runStep("RASHangup", [&] { m_connection->hangUp(); });
+    }
+    if (m_cancel.isSet()) {
+        m_services.StatusMessage(QStringLiteral("Operation Cancelled"));
+    }
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    m_updating = false;
+}
+
+} // namespace kestrova::app

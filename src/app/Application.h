@@ -1,0 +1,168 @@
+#pragma once
+
+#include "app/MinuteCycle.h"
+#include "core/MailRecords.h"
+#include "core/Options.h"
+#include "core/PortfolioTable.h"
+#include "core/Quotes.h"
+#include "delivery/SerialLine.h"
+#include "net/InternetConnection.h"
+#include "quotes/BuiltInServers.h"
+#include "quotes/MarketSummary.h"
+#include "quotes/QServers.h"
+#include "quotes/ServersDat.h"
+#include "settings/Preferences.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Services.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace kestrova::quotes {
+class CurlFetcher;
+}
+namespace kestrova::news {
+class NewsServers;
+class NewsStories;
+} // namespace kestrova::news
+namespace kestrova::delivery {
+class CurlSmtpSender;
+class ModemLine;
+class SerialLine;
+} // namespace kestrova::delivery
+namespace kestrova::mail {
+class MailWatch;
+class PopClient;
+struct MailWatchSettings;
+} // namespace kestrova::mail
+namespace kestrova::net {
+class InternetConnection;
+}
+
+namespace kestrova::app {
+
+// The configuration labels of the main window, kept as data so both faces show them.
+struct ConfigLabels
+{
+    QString paging;     // lblPaging
+    QString connection; // lblConnection
+    QString email;      // lblEmail
+    QString server;     // lblServer
+};
+
+// What the main window owns for the whole run.
+struct AppState
+{
+    QString currentFile;
+    bool fileModified = false;
+    bool exitCancelled = false;
+    bool menusEnabled = true; // mnuEdit, mnuPaging, mnuSettings
+    QString caption = QStringLiteral("Kestrova");
+    QString clockLabel; // lblTime
+    settings::Preferences prefs;
+    core::Options options;
+    core::PortfolioTable portfolio;
+    quotes::MarketSummary market;
+    core::MailBox mailBox;
+    bool quotesAvailable = false;
+    bool stop = false; // the main window's stop flag, read between securities
+    int lastNewsDay = 0;
+    ConfigLabels labels;
+};
+
+// Transport overrides for tests and the demo; empty members mean "the real one".
+struct Transports
+{
+    std::unique_ptr<delivery::SerialLine> serial;
+    std::unique_ptr<net::InternetConnection> connection;
+};
+
+// The engine behind both faces: start-up, the portfolio file operations, the exit
+// decision, the update run and the minute cycle.
+class Application
+{
+public:
+    Application(support::Clock& clock, support::Host& host, QString dataDir, Transports transports = {});
+    ~Application();
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    // Start-up in its fixed order; commandLineFile, when given, wins over DefaultFile.
+    void startup(const QString& commandLineFile = {});
+
+    // File menu.
+    void mnuNew();
+    bool openFile(const QString& path);
+    // Saves to the current file; with none, asks for a name (Host::inputBox) as Save As.
+    bool save();
+    // Saves under a new name, then asks whether it becomes the startup file.
+    bool saveAs(const QString& path);
+    // The exit path: true when the program may end ("Save File Before Exiting?").
+    bool queryExit();
+
+    // Refreshes the configuration labels from the options and preferences.
+    void UpdateSettings();
+    // Marks a change to what the portfolio file stores.
+    void markModified() { m_state.fileModified = true; }
+
+    // One update: connection, mail, market summary, fastest server, quotes, pages, alarms.
+    void update(bool pagingEnabled, bool marketMoment);
+
+    // Applies the modem options (and the machine's device override) to the serial line.
+    void setUpSerial();
+
+    AppState& state() { return m_state; }
+    const support::Services& services() const { return m_services; }
+    support::CancelFlag& cancelFlag() { return m_cancel; }
+    support::CLogFile& log() { return m_log; }
+    const QString& dataDir() const { return m_dataDir; }
+    core::Quotes& stockQuotes() { return m_stockQuotes; }
+    core::Quotes& optionQuotes() { return m_optionQuotes; }
+    news::NewsStories& news() { return *m_news; }
+    quotes::ServerDefinitions& servers() { return m_servers; }
+    quotes::CurlFetcher& fetcher() { return *m_fetcher; }
+    delivery::SerialLine& serial() { return *m_serial; }
+    delivery::ModemLine& modem() { return *m_modem; }
+    delivery::CurlSmtpSender& smtpSender() { return *m_smtpSender; }
+    mail::PopClient& popClient() { return *m_pop; }
+    MinuteCycle& minuteCycle() { return *m_cycle; }
+    bool portOpen() const;
+    bool updating() const { return m_updating; }
+
+    // The page text of the alphanumeric routes: market summary, quotes, e-mail marker, news.
+    QString composePageText(bool smtpRoute);
+
+private:
+    void runStep(const char* name, const std::function<void()>& step);
+    void checkMail();
+    void deliverText(const QString& text, bool waitForLine);
+    void waitForLine();
+
+    support::Clock& m_clock;
+    support::Host& m_host;
+    QString m_dataDir;
+    support::CancelFlag m_cancel;
+    support::CLogFile m_log;
+    support::Services m_services;
+    AppState m_state;
+    quotes::BuiltInServers m_builtIn;
+    quotes::ServerDefinitions m_servers;
+    std::unique_ptr<news::NewsServers> m_newsServers;
+    std::unique_ptr<news::NewsStories> m_news;
+    core::Quotes m_stockQuotes;
+    core::Quotes m_optionQuotes;
+    std::unique_ptr<quotes::CurlFetcher> m_fetcher;
+    std::unique_ptr<delivery::SerialLine> m_serial;
+    std::unique_ptr<delivery::ModemLine> m_modem;
+    std::unique_ptr<delivery::CurlSmtpSender> m_smtpSender;
+    std::unique_ptr<net::InternetConnection> m_connection;
+    std::unique_ptr<mail::PopClient> m_pop;
+    std::unique_ptr<mail::MailWatch> m_mailWatch;
+    std::unique_ptr<mail::MailWatchSettings> m_mailSettings;
+    std::unique_ptr<MinuteCycle> m_cycle;
+    bool m_updating = false;
+};
+
+} // namespace kestrova::app
