@@ -143,7 +143,10 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
         if (!t->easy)
             return false;
         CURL* e = t->easy;
-        const QByteArray url = urls[index].toUtf8();
+        // A ticker with a blank ("ES Z6") goes out percent-encoded, as a browser sends it;
+        // libcurl refuses a URL with a raw blank.
+        QByteArray url = urls[index].toUtf8();
+        url.replace(' ', "%20");
         curl_easy_setopt(e, CURLOPT_URL, url.constData());
         curl_easy_setopt(e, CURLOPT_PRIVATE, t.get());
         curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &collectBody);
