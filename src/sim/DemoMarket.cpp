@@ -474,7 +474,11 @@ QByteArray DemoMarket::newsPage(const QString& ticker)
         const int h = static_cast<int>((start + static_cast<quint64>(i)) % static_cast<quint64>(headlineCount));
         quint64 state = pick ^ static_cast<quint64>(day.toJulianDay()) ^ static_cast<quint64>(i * 7919);
         const int s = static_cast<int>(splitMix(state) % static_cast<quint64>(sourceCount));
-        const int minutes = 8 * 60 + static_cast<int>(splitMix(state) % (9 * 60));
+        // Today's stories are never later than now.
+        const QTime nowTime = m_clock.now().time();
+        const int span = ages[i] == 0 ? std::max(1, nowTime.hour() * 60 + nowTime.minute()) : 9 * 60;
+        const int first = ages[i] == 0 ? 0 : 8 * 60;
+        const int minutes = first + static_cast<int>(splitMix(state) % static_cast<quint64>(span));
         const QTime time(minutes / 60, minutes % 60);
         const QByteArray headline = t + ": " + QByteArray(kHeadlines[h]).replace("%1", name);
         page += "<li class=story><b class=hl>" + headline + "</b> - <i class=src>" + kSources[s] +
