@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QSslSocket>
+#include <QString>
+
+namespace kestrova::support {
+struct Services;
+}
+
+namespace kestrova::mail {
+
+// What the POP connection reports as it goes; the mail watch turns these into terminal
+// lines, log lines and its error flag.
+class PopEvents
+{
+public:
+    virtual ~PopEvents() = default;
+    virtual void popDataReceived(const QByteArray& data) = 0;
+    // Something was sent. What was sent is deliberately not passed: it may be the password.
+    virtual void popPacketSent() = 0;
+    virtual void popSocketClosed() = 0;
+    virtual void popSocketError(int winsockNumber) = 0;
+};
+
+enum class PopSecurity : int { Plain = 0, StartTls = 1, ImplicitTls = 2 };
+
+// A POP3 client over one socket. Every command waits for its complete reply while the
+// face keeps running (Host::yield); a reply, a closed socket, a socket error, the user's
+// cancel or the time-out ends the wait. Replies are kept exactly as they came, status
+// line included, so the header text of a message is the raw server answer.
+class PopClient : public QObject
+{
+    Q_OBJECT
+public:
+    explicit PopClient(const support::Services& services, QObject* parent = nullptr);
+    ~PopClient() override;
+
+    void setEvents(PopEvents* events) { m_events = events; }
+    void setCaFile(const QString& path) { m_caFile = path; }
+    void setTimeoutSeconds(int seconds) { m_timeoutSeconds = seconds; }
+
+    // Connects and reads the greeting; the socket number, or 0 when it failed.
+    int open(const QString& host, quint16 port, PopSecurity security);
+    // Each returns 0 on a "+OK" reply, else a non-zero error number (the Winsock number
+    // when the socket failed, 1 for a "-ERR" reply or a time-out).
+    int user(const QString& name);
+    int pass(const QString& password);
+    int stat(int* count, qint64* octets = nullptr);
+    int list(int message, qint64* octets);
+    int retrieve(int message, QByteArray* text);
+    // Sends one raw command line (CR LF added) and reads a reply; a multi-line reply runs
+    // to the terminating dot line. The reply is returned as received.
+    int rawCommand(const QByteArray& line, bool multiLine, QByteArray* reply);
+    // QUIT (when still connected) and close.
+    void close();
+
+    bool isOpen() const;
+    QByteArray lastReply() const { return m_lastReply; }
+
+private:
+    int command(const QByteArray& line, bool multiLine, QByteArray* reply);
+    bool waitFor(const std::function<bool()>& done);
+    void onReadyRead();
+    void onError(QAbstractSocket::SocketError error);
+    static int winsockFor(QAbstractSocket::SocketError error);
+
+    const support::Services& m_services;
+    QSslSocket* m_socket;
+    PopEvents* m_events = nullptr;
+    QString m_caFile;
+    int m_timeoutSeconds = 60;
+    QByteArray m_buffer;
+    QByteArray m_lastReply;
+    int m_socketError = 0;
+    bool m_closing = false;
+    bool m_closedReported = false;
+};
+
+} // namespace kestrova::mail

@@ -1,0 +1,391 @@
+// SMTP paging against a real aiosmtpd on loopback, and the socket error texts.
+#include "PeerProcess.h"
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include "core/Options.h"
+#include "delivery/CurlSmtpSender.h"
+#include "delivery/SmtpPager.h"
+#include "delivery/WinsockErrors.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cerrno>
+
+using namespace kestrova;
+using kestrova::testing::PeerProcess;
+
+namespace {
+
+const QString kPeerScript = QStringLiteral(KESTROVA_PEERS_DIR "/smtp_peer.py");
+// Made up for these tests; it must never show up in the log or the echo.
+const QString kUser = QStringLiteral("pager");
+const QString kPassword = QStringLiteral("Tr0ub4dor&3-xyzzy");
+
+struct Rig
+{
+    support::MockClock clock;
+    kestrova::testing::TestHost host{&clock};
+    support::CancelFlag cancel;
+    support::CLogFile log{clock, host};
+    support::Services services{clock, host, cancel, log};
+    core::Options options;
+    QTemporaryDir dir;
+    QString mailDir;
+
+    Rig()
+    {
+        log.setPath(dir.path());
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setLogEnable(true);
+        mailDir = dir.filePath(QStringLiteral("mail"));
+        QDir().mkpath(mailDir);
+        options.connection.type = 1;
+        options.smtp.enabled = true;
+        options.smtp.hostAddress = QStringLiteral("127.0.0.1");
+        options.smtp.from = QStringLiteral("kestrova@example.test");
+        options.smtp.recipient = QStringLiteral("pager@example.test");
+        options.smtp.domain = QStringLiteral("watcher.example.test");
+        options.smtp.maxLength = 20;
+    }
+
+    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
+    QStringList received() const
+    {
+        QStringList out;
+        for (int i = 1;; ++i) {
+            const QString p = mailDir + QStringLiteral("/mail-%1.eml").arg(i);
+            if (!QFileInfo::exists(p)) {
+                return out;
+            }
+            out << QString::fromUtf8(kestrova::testing::readFile(p));
+        }
+    }
+};
+
+bool startSmtp(PeerProcess& peer, quint16 port, const QString& outDir, const QString& mode,
+               const QStringList& extra = {})
+{
+    return peer.start(kestrova::testing::systemPython(),
+                      QStringList{kPeerScript, QString::number(port), outDir, mode} + extra, QStringLiteral("READY"));
+}
+
+bool haveAiosmtpd()
+{
+    return QProcess::execute(kestrova::testing::systemPython(),
+                             {QStringLiteral("-c"), QStringLiteral("import aiosmtpd")}) == 0;
+}
+
+// The body of a received mail without the line end of its one line: everything after the
+// blank line that ends the headers. The line must end in CR LF, else the body is marked.
+QString bodyOf(const QString& mail)
+{
+    const qsizetype end = mail.indexOf(QStringLiteral("\r\n\r\n"));
+    if (end < 0 || !mail.endsWith(QStringLiteral("\r\n"))) {
+        return QStringLiteral("<malformed>");
+    }
+    return mail.mid(end + 4).chopped(2);
+}
+
+QString headersOf(const QString& mail)
+{
+    const qsizetype end = mail.indexOf(QStringLiteral("\r\n\r\n"));
+    return end < 0 ? mail : mail.left(end + 2);
+}
+
+} // namespace
+
+class TestSmtp : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!haveAiosmtpd()) {
+            QSKIP("python3-aiosmtpd is not installed (scripts/install-deps.sh --test installs it)");
+        }
+    }
+
+    void winsockTable_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("base") << 10000 << "WSABASEERR"
+                              << "No Error";
+        QTest::newRow("first real") << 10004 << "WSAEINTR"
+                                    << "Interrupted system call";
+        QTest::newRow("refused") << 10061 << "WSAECONNREFUSED"
+                                 << "Connection refused";
+        QTest::newRow("timed out") << 10060 << "WSAETIMEDOUT"
+                                   << "Connection timed out";
+        QTest::newRow("reset") << 10054 << "WSAECONNRESET"
+                               << "Connection reset by peer";
+        QTest::newRow("no route") << 10065 << "WSAEHOSTUNREACH"
+                                  << "No Route to Host";
+        QTest::newRow("quota") << 10069 << "WSAEDQUOT"
+                               << "Disc Quota Exceeded";
+        QTest::newRow("remote") << 10071 << "WSAEREMOTE"
+                                << "Too many levels of remote in path";
+        QTest::newRow("sysnotready") << 10091 << "WSASYSNOTREADY"
+                                     << "Network SubSystem is unavailable";
+        QTest::newRow("not initialised") << 10093 << "WSANOTINITIALISED"
+                                         << "Successful WSASTARTUP not yet performed";
+        QTest::newRow("host not found") << 11001 << "WSAHOST_NOT_FOUND"
+                                        << "Host not found";
+        QTest::newRow("no recovery") << 11003 << "WSANO_RECOVERY"
+                                     << "Non-Recoverable errors: FORMERR, REFUSED, NOTIMP";
+        QTest::newRow("no data") << 11004 << "WSANO_DATA"
+                                 << "Valid name, no data record of requested type *OR* No address, look for MX record";
+        QTest::newRow("gap after base") << 10001 << ""
+                                        << "Unknown Error";
+        QTest::newRow("gap before sys") << 10072 << ""
+                                        << "Unknown Error";
+        QTest::newRow("zero") << 0 << ""
+                              << "Unknown Error";
+        QTest::newRow("past the end") << 11005 << ""
+                                      << "Unknown Error";
+        QTest::newRow("negative") << -10061 << ""
+                                  << "Unknown Error";
+    }
+    void winsockTable()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, name);
+        QFETCH(QString, text);
+        QString gotName = QStringLiteral("unchanged");
+        QCOMPARE(delivery::winsockErrorText(code, &gotName), text);
+        QCOMPARE(gotName, name);
+    }
+
+    void winsockMapping_data()
+    {
+        QTest::addColumn<int>("curlCode");
+        QTest::addColumn<int>("osErrno");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("refused by code") << int(CURLE_COULDNT_CONNECT) << 0 << 10061;
+        QTest::newRow("refused by errno") << int(CURLE_COULDNT_CONNECT) << ECONNREFUSED << 10061;
+        QTest::newRow("unreachable errno wins") << int(CURLE_COULDNT_CONNECT) << EHOSTUNREACH << 10065;
+        QTest::newRow("net unreachable") << int(CURLE_COULDNT_CONNECT) << ENETUNREACH << 10051;
+        QTest::newRow("timeout") << int(CURLE_OPERATION_TIMEDOUT) << 0 << 10060;
+        QTest::newRow("resolve") << int(CURLE_COULDNT_RESOLVE_HOST) << 0 << 11001;
+        QTest::newRow("reset while receiving") << int(CURLE_RECV_ERROR) << ECONNRESET << 10054;
+        QTest::newRow("hang-up without errno") << int(CURLE_GOT_NOTHING) << 0 << 10054;
+        QTest::newRow("broken pipe") << int(CURLE_SEND_ERROR) << EPIPE << 10058;
+        QTest::newRow("login denied is no socket error") << int(CURLE_LOGIN_DENIED) << 0 << 0;
+        QTest::newRow("tls is no socket error") << int(CURLE_SSL_CONNECT_ERROR) << 0 << 0;
+    }
+    void winsockMapping()
+    {
+        QFETCH(int, curlCode);
+        QFETCH(int, osErrno);
+        QFETCH(int, expected);
+        QCOMPARE(delivery::winsockFromCurl(static_cast<CURLcode>(curlCode), osErrno), expected);
+    }
+
+    // Pieces cut at exact multiples of the length, each mailed alone and received intact.
+    void sendsPiecesByteForByte_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("maxLength");
+        QTest::addColumn<QStringList>("pieces");
+        QTest::newRow("exactly one page")
+            << QStringLiteral("ABCDEFGHIJKLMNOPQRST") << 20 << QStringList{QStringLiteral("ABCDEFGHIJKLMNOPQRST")};
+        QTest::newRow("two and a bit") << QStringLiteral("IBM 101.25 +1.50 MSFT 55.10 -0.20 T 9") << 15
+                                       << QStringList{QStringLiteral("IBM 101.25 +1.5"),
+                                                      QStringLiteral("0 MSFT 55.10 -0"), QStringLiteral(".20 T 9")};
+        QTest::newRow("blank remainder dropped")
+            << QStringLiteral("0123456789     ") << 10 << QStringList{QStringLiteral("0123456789")};
+        QTest::newRow("line starting with a dot")
+            << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")};
+    }
+    void sendsPiecesByteForByte()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, maxLength);
+        QFETCH(QStringList, pieces);
+        Rig rig;
+        rig.options.smtp.maxLength = static_cast<qint16>(maxLength);
+        const quint16 port = kestrova::testing::freePort();
+        rig.options.smtp.port = static_cast<qint16>(port);
+        PeerProcess peer;
+        QVERIFY2(startSmtp(peer, port, rig.mailDir, QStringLiteral("accept")), peer.log().constData());
+
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        QVERIFY(pager.sendSmtpMessage(text));
+
+        const QStringList mails = rig.received();
+        QCOMPARE(mails.size(), pieces.size());
+        for (int i = 0; i < pieces.size(); ++i) {
+            QCOMPARE(bodyOf(mails[i]), pieces[i]);
+            const QString headers = headersOf(mails[i]);
+            QVERIFY2(headers.contains(QStringLiteral("\r\nFrom: kestrova@example.test\r\n")) ||
+                         headers.startsWith(QStringLiteral("From: ")),
+                     qPrintable(headers));
+            QVERIFY(headers.contains(QStringLiteral("To: pager@example.test\r\n")));
+            QVERIFY(headers.startsWith(QStringLiteral("Date: Mon, 23 Nov 2026 10:00:")));
+            QVERIFY(headers.contains(
+                QRegularExpression(QStringLiteral("\r\nMessage-ID: <[^>\r\n]+@watcher\\.example\\.test>\r\n"))));
+            QVERIFY(!headers.contains(QStringLiteral("Subject"), Qt::CaseInsensitive));
+            // Every line of the mail ends in CR LF.
+            QVERIFY(!QString(mails[i]).remove(QStringLiteral("\r\n")).contains(u'\n'));
+        }
+        const QString log = rig.activity();
+        for (int i = 1; i <= pieces.size(); ++i) {
+            QVERIFY(log.contains(QStringLiteral("SMTP Message #%1 sent successfully ").arg(i)));
+        }
+        QVERIFY(!log.contains(QStringLiteral("Unable to send message")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 220 ")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 250 OK\r\n")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Socket Closed: ")));
+    }
+
+    // Refusals: every round resends every piece and the one failure line ends in "1".
+    void retriesFourRounds_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("savedMails");
+        QTest::addColumn<int>("successLines");
+        QTest::newRow("refuse every mail") << QStringLiteral("refuse") << 0 << 0;
+        // The first attempt of piece 1 fails; the other 7 of 4 rounds x 2 pieces go through.
+        QTest::newRow("refuse only the first") << QStringLiteral("refuse-first") << 7 << 7;
+    }
+    void retriesFourRounds()
+    {
+        QFETCH(QString, mode);
+        QFETCH(int, savedMails);
+        QFETCH(int, successLines);
+        Rig rig;
+        rig.options.smtp.maxLength = 10;
+        const quint16 port = kestrova::testing::freePort();
+        rig.options.smtp.port = static_cast<qint16>(port);
+        PeerProcess peer;
+        QVERIFY2(startSmtp(peer, port, rig.mailDir, mode), peer.log().constData());
+
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("0123456789abcdef")));
+
+        QCOMPARE(rig.received().size(), savedMails);
+        const QString log = rig.activity();
+        QCOMPARE(log.count(QStringLiteral("Unable to send message: Error1 ")), 1);
+        QCOMPARE(log.count(QStringLiteral("Unable to send message")), 2); // the status line and the log line
+        QCOMPARE(log.count(QStringLiteral("Connecting to SMTP Server")), 4);
+        QCOMPARE(log.count(QStringLiteral("Sending Message #1 ")), 4);
+        QCOMPARE(log.count(QStringLiteral("Sending Message #2 ")), 4);
+        QCOMPARE(log.count(QStringLiteral("SMTP Message #")), successLines);
+        QVERIFY(!log.contains(QStringLiteral("Winsock Error")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 550 Mailbox unavailable\r\n")));
+    }
+
+    void cancelStopsBeforeNextPiece()
+    {
+        Rig rig;
+        rig.options.smtp.maxLength = 5;
+        const quint16 port = kestrova::testing::freePort();
+        rig.options.smtp.port = static_cast<qint16>(port);
+        PeerProcess peer;
+        QVERIFY2(startSmtp(peer, port, rig.mailDir, QStringLiteral("accept")), peer.log().constData());
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        rig.host.onYield = [&rig] {
+            if (rig.activity().contains(QStringLiteral("SMTP Message #1 sent successfully"))) {
+                rig.cancel.set();
+            }
+        };
+        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("AAAAABBBBBCCCCC")));
+        QCOMPARE(rig.received().size(), 1);
+        QCOMPARE(bodyOf(rig.received().constFirst()), QStringLiteral("AAAAA"));
+        QVERIFY(!rig.activity().contains(QStringLiteral("Sending Message #2")));
+        QVERIFY(!rig.activity().contains(QStringLiteral("Unable to send message")));
+    }
+
+    void refusedConnectionTellsTheTruth()
+    {
+        Rig rig;
+        rig.options.smtp.port = static_cast<qint16>(kestrova::testing::freePort()); // nobody listens
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("hello")));
+        const QString log = rig.activity();
+        QCOMPARE(log.count(QStringLiteral("Winsock Error using SMTP: Connection refused ")), 4);
+        QCOMPARE(log.count(QStringLiteral("Unable to send message: Error1 ")), 1);
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Winsock Error 10061 Connection refused\r\n")));
+    }
+
+    // STARTTLS with a throw-away certificate and a log-on; the password never shows.
+    void startTlsWithLogon_data()
+    {
+        QTest::addColumn<QString>("password");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("right password") << kPassword << true;
+        QTest::newRow("wrong password") << QStringLiteral("not-the-Tr0ub4dor") << false;
+    }
+    void startTlsWithLogon()
+    {
+        QFETCH(QString, password);
+        QFETCH(bool, accepted);
+        Rig rig;
+        const QString cert = rig.dir.filePath(QStringLiteral("cert.pem"));
+        const QString key = rig.dir.filePath(QStringLiteral("key.pem"));
+        QProcess openssl;
+        openssl.start(QStringLiteral("openssl"),
+                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                       QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+                       QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+                       QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
+                       QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+        openssl.closeWriteChannel();
+        QVERIFY(openssl.waitForFinished(60000));
+        QCOMPARE(openssl.exitCode(), 0);
+        const QString authFile = rig.dir.filePath(QStringLiteral("auth"));
+        kestrova::testing::writeFile(authFile, kUser.toUtf8() + '\n' + kPassword.toUtf8() + '\n');
+
+        const quint16 port = kestrova::testing::freePort();
+        rig.options.smtp.port = static_cast<qint16>(port);
+        rig.options.smtp.security = 1;
+        rig.options.smtp.user = kUser;
+        rig.options.smtp.password = password;
+        PeerProcess peer;
+        QVERIFY2(startSmtp(peer, port, rig.mailDir, QStringLiteral("accept"),
+                           {QStringLiteral("--tls"), cert, key, QStringLiteral("--auth"), authFile}),
+                 peer.log().constData());
+        QVERIFY(!peer.process().arguments().join(u' ').contains(kPassword));
+
+        delivery::CurlSmtpSender sender(rig.host);
+        sender.setCaFile(cert);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        QCOMPARE(pager.sendSmtpMessage(QStringLiteral("secure page")), accepted);
+        QCOMPARE(rig.received().size(), accepted ? 1 : 0);
+        if (accepted) {
+            QCOMPARE(bodyOf(rig.received().constFirst()), QStringLiteral("secure page"));
+        }
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 220 ")));
+        const QString log = rig.activity();
+        for (const QString& secret :
+             {password, QString::fromLatin1(password.toUtf8().toBase64()),
+              QString::fromLatin1(QByteArray(kUser.toUtf8() + '\0' + password.toUtf8()).toBase64()),
+              QString::fromLatin1(QByteArray('\0' + kUser.toUtf8() + '\0' + password.toUtf8()).toBase64())}) {
+            QVERIFY(!log.contains(secret));
+            QVERIFY(!rig.host.terminal.contains(secret));
+            for (const QString& s : rig.host.statusLines) {
+                QVERIFY(!s.contains(secret));
+            }
+        }
+        QCOMPARE(log.contains(QStringLiteral("Unable to send message: Error1")), !accepted);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSmtp)
+#include "test_smtp.moc"

@@ -1,0 +1,447 @@
+// The POP mail watch against a real Dovecot on loopback, and its text rules.
+#include "PeerProcess.h"
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include "core/MailRecords.h"
+#include "core/Options.h"
+#include "mail/MailWatch.h"
+#include "mail/PopClient.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace kestrova;
+using kestrova::testing::PeerProcess;
+
+namespace {
+
+const QString kDovecot = QStringLiteral("/usr/sbin/dovecot");
+const QString kUser = QStringLiteral("investor");
+// Made up for these tests; it must never show up in the log or the echo.
+const QString kPassword = QStringLiteral("Pop-Secret-7731");
+constexpr uid_t kMailUid = 65534; // Dovecot will not serve mail as root
+
+struct Message
+{
+    QString from;
+    QString subject;
+    QString id;
+    QByteArray body;
+};
+
+// A mailbox on disk and a Dovecot serving it on a free loopback port.
+class Dovecot
+{
+public:
+    explicit Dovecot(const QList<Message>& messages)
+    {
+        root = dir.path();
+        ::chmod(QFile::encodeName(root).constData(), 0755);
+        const QString home = root + QStringLiteral("/home");
+        for (const char* sub : {"cur", "new", "tmp"}) {
+            QDir().mkpath(home + QStringLiteral("/Maildir/") + QLatin1String(sub));
+        }
+        for (int i = 0; i < messages.size(); ++i) {
+            add(home, i + 1, messages[i]);
+        }
+        chownTree(home);
+        port = kestrova::testing::freePort();
+        kestrova::testing::writeFile(root + QStringLiteral("/passwd"),
+                                     (kUser + QStringLiteral(":{PLAIN}") + kPassword +
+                                      QStringLiteral(":%1:%1::").arg(kMailUid) + home + QStringLiteral("::\n"))
+                                         .toUtf8());
+        QDir().mkpath(root + QStringLiteral("/run"));
+        QDir().mkpath(root + QStringLiteral("/state"));
+        const QString conf =
+            QStringLiteral("base_dir = %1/run\nstate_dir = %1/state\nlog_path = %1/dovecot.log\n"
+                           "protocols = pop3\nlisten = 127.0.0.1\nssl = no\ndisable_plaintext_auth = no\n"
+                           "auth_verbose = no\nauth_failure_delay = 0\nauth_mechanisms = plain\n"
+                           "mail_location = maildir:~/Maildir\n"
+                           "service pop3-login {\n  inet_listener pop3 {\n    address = 127.0.0.1\n"
+                           "    port = %2\n  }\n}\nservice anvil {\n  chroot =\n}\n"
+                           "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN username_format=%u %1/passwd\n}\n"
+                           "userdb {\n  driver = passwd-file\n  args = username_format=%u %1/passwd\n}\n")
+                .arg(root)
+                .arg(port);
+        kestrova::testing::writeFile(root + QStringLiteral("/dovecot.conf"), conf.toUtf8());
+    }
+
+    bool start()
+    {
+        peer.terminateOnStop = true;
+        if (!peer.start(kDovecot, {QStringLiteral("-F"), QStringLiteral("-c"), root + QStringLiteral("/dovecot.conf")},
+                        {})) {
+            return false;
+        }
+        for (int i = 0; i < 100; ++i) {
+            QTcpSocket s;
+            s.connectToHost(QHostAddress::LocalHost, port);
+            if (s.waitForConnected(100) && s.waitForReadyRead(2000)) {
+                return true;
+            }
+            QThread::msleep(100);
+        }
+        return false;
+    }
+
+    QString log() const
+    {
+        return QString::fromUtf8(kestrova::testing::readFile(root + QStringLiteral("/dovecot.log")));
+    }
+
+    // The message as it travels over POP (CR LF line ends), for size arithmetic.
+    static QByteArray wire(const Message& m)
+    {
+        QByteArray text = "Date: Mon, 23 Nov 2026 09:00:00 +0000\nFrom: " + m.from.toUtf8() +
+                          "\nSubject: " + m.subject.toUtf8() + "\nMessage-ID: " + m.id.toUtf8() + "\n\n" + m.body;
+        return text;
+    }
+
+    QTemporaryDir dir;
+    QString root;
+    quint16 port = 0;
+    PeerProcess peer;
+
+private:
+    static void add(const QString& home, int n, const Message& m)
+    {
+        kestrova::testing::writeFile(
+            home + QStringLiteral("/Maildir/new/17000000%1.M%1P1.kestrova").arg(n, 2, 10, QChar(u'0')), wire(m));
+    }
+    static void chownTree(const QString& path)
+    {
+        if (::chown(QFile::encodeName(path).constData(), kMailUid, kMailUid) != 0) {
+            qWarning("chown failed for %s", qPrintable(path));
+        }
+        for (const QFileInfo& fi : QDir(path).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)) {
+            if (fi.isDir()) {
+                chownTree(fi.filePath());
+            } else if (::chown(QFile::encodeName(fi.filePath()).constData(), kMailUid, kMailUid) != 0) {
+                qWarning("chown failed");
+            }
+        }
+    }
+};
+
+// A message whose size on the wire (LF counted as CR LF) is exactly `octets`.
+Message sizedMessage(const QString& id, qint64 octets)
+{
+    Message m{QStringLiteral("Big Sender <big@example.test>"), QStringLiteral("Large"), id, {}};
+    const QByteArray head = Dovecot::wire(m);
+    const qint64 headOctets = head.size() + head.count('\n');
+    // Body: one line of 'x' and its line end (2 octets on the wire).
+    m.body = QByteArray(octets - headOctets - 2, 'x') + '\n';
+    return m;
+}
+
+struct Rig
+{
+    support::MockClock clock;
+    kestrova::testing::TestHost host{&clock};
+    support::CancelFlag cancel;
+    support::CLogFile log{clock, host};
+    support::Services services{clock, host, cancel, log};
+    core::MailOptions options;
+    mail::MailWatchSettings settings;
+    core::MailBox box;
+    QTemporaryDir dir;
+
+    explicit Rig(quint16 port)
+    {
+        log.setPath(dir.path());
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setLogEnable(true);
+        options.server = QStringLiteral("127.0.0.1");
+        options.port = static_cast<qint16>(port);
+        options.user = kUser;
+        options.password = kPassword;
+        settings.mailSizeKb = 20;
+    }
+    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
+    void check(bool download)
+    {
+        mail::PopClient client(services);
+        mail::MailWatch watch(services, options, settings, box, client);
+        watch.checkMail(download);
+    }
+    void verifyNoPassword() const
+    {
+        QVERIFY(!activity().contains(kPassword));
+        QVERIFY(!host.terminal.contains(kPassword));
+        QVERIFY(!host.terminal.contains(QStringLiteral("PASS")));
+        for (const QString& s : host.statusLines) {
+            QVERIFY(!s.contains(kPassword));
+        }
+    }
+};
+
+const QList<Message> kThree = {
+    {QStringLiteral("Alice Smith <alice@example.test>"), QStringLiteral("Lunch Today"),
+     QStringLiteral("<m1@example.test>"), "Are we still on?\n"},
+    {QStringLiteral("Bob <bob@example.test>"), QStringLiteral("IBM Up 5%"), QStringLiteral("<m2@example.test>"),
+     "Sell?\n.leading dot\n"},
+    {QStringLiteral("carol@example.test"), QStringLiteral("RE: Quarterly"), QStringLiteral("<m3@example.test>"),
+     "Fine.\n"},
+};
+
+} // namespace
+
+class TestMailWatch : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void headerFields_data()
+    {
+        QTest::addColumn<QString>("reply");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("value");
+        const QString r = QStringLiteral("+OK\r\nFrom: Alice Smith\r\nSubject: Re: Lunch\r\nDate: Mon, 23 Nov 2026\r\n"
+                                         "Message-ID: <A1@X>\r\n\r\n.\r\n");
+        QTest::newRow("from lower-cased, blank skipped") << r << "from:"
+                                                         << "alice smith";
+        QTest::newRow("subject") << r << "subject: "
+                                 << "re: lunch";
+        QTest::newRow("date") << r << "date: "
+                              << "mon, 23 nov 2026";
+        QTest::newRow("message-id skips one char") << r << "message-id:"
+                                                   << "<a1@x>";
+        QTest::newRow("no blank after colon loses a char") << QStringLiteral("From:Bob\r\n") << "from:"
+                                                           << "ob";
+        QTest::newRow("key missing") << QStringLiteral("+OK\r\nTo: x\r\n") << "from:"
+                                     << "";
+        QTest::newRow("no CR after key") << QStringLiteral("+OK\r\nFrom: Bob") << "from:"
+                                         << "";
+        QTest::newRow("first occurrence wins") << QStringLiteral("Subject: one\r\nSubject: two\r\n") << "subject: "
+                                               << "one";
+        QTest::newRow("key inside another header") << QStringLiteral("Reply-From: x\r\nFrom: y\r\n") << "from:"
+                                                   << "x";
+    }
+    void headerFields()
+    {
+        QFETCH(QString, reply);
+        QFETCH(QString, key);
+        QFETCH(QString, value);
+        QCOMPARE(mail::MailWatch::headerField(reply, key), value);
+    }
+
+    void sizes_data()
+    {
+        QTest::addColumn<QString>("reply");
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("plain") << QStringLiteral("+OK 2048 octets\r\nFrom: x\r\n") << qint64(2048);
+        QTest::newRow("no octets") << QStringLiteral("+OK\r\nFrom: x\r\n") << qint64(0);
+        QTest::newRow("no +OK") << QStringLiteral("-ERR 12 octets\r\n") << qint64(0);
+        QTest::newRow("words between") << QStringLiteral("+OK message follows, 12 octets\r\n") << qint64(0);
+        QTest::newRow("octets later in the headers") << QStringLiteral("+OK 77\r\nSubject: 5 octets\r\n") << qint64(0);
+    }
+    void sizes()
+    {
+        QFETCH(QString, reply);
+        QFETCH(qint64, size);
+        QCOMPARE(mail::MailWatch::sizeOf(reply), size);
+    }
+
+    void markers_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("comma");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<QString>("marked");
+        QTest::newRow("notify only") << 0 << false << 3 << "<EMAIL> IBM 101";
+        QTest::newRow("notify only, comma") << 0 << true << 3 << "<EMAIL> ,IBM 101";
+        QTest::newRow("mode 1") << 1 << false << 3 << "<EMAIL> IBM 101";
+        QTest::newRow("counted") << 2 << false << 3 << "<EMAIL3> IBM 101";
+        QTest::newRow("counted, comma") << 3 << true << 12 << "<EMAIL12>,IBM 101";
+    }
+    void markers()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, comma);
+        QFETCH(int, count);
+        QFETCH(QString, marked);
+        core::MailOptions o;
+        o.mode = static_cast<qint16>(mode);
+        o.markerComma = comma;
+        core::MailBox box;
+        box.messageCount = static_cast<qint16>(count);
+        QCOMPARE(mail::MailWatch::addEmailMarker(QStringLiteral("IBM 101"), box, o), marked);
+    }
+
+    void emptyBox_data()
+    {
+        QTest::addColumn<bool>("download");
+        QTest::addColumn<QString>("logLine");
+        QTest::newRow("count only") << false << "Internet: No Mail Waiting ";
+        QTest::newRow("download") << true << "Internet: No Mail Retrieved ";
+    }
+    void emptyBox()
+    {
+        QFETCH(bool, download);
+        QFETCH(QString, logLine);
+        requireDovecot();
+        Dovecot server({});
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.box.mailWaiting = true; // left over from an earlier check
+        rig.check(download);
+        QVERIFY(rig.box.countKnown);
+        QCOMPARE(rig.box.messageCount, qint16(0));
+        QVERIFY(!rig.box.mailWaiting);
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Checking Mail... ")));
+        QVERIFY(log.contains(QStringLiteral("No Mail Waiting ")));
+        QVERIFY(log.contains(logLine));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Recv: +OK Dovecot")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Packet Sent: \r\n")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Socket Closed...: \r\n")));
+        rig.verifyNoPassword();
+    }
+
+    void threeMessagesThenNoneNew()
+    {
+        requireDovecot();
+        Dovecot server(kThree);
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.check(true);
+        QCOMPARE(rig.box.messageCount, qint16(3));
+        QVERIFY(rig.box.mailWaiting);
+        QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Messages Waiting = 3 ")));
+        QVERIFY(log.contains(QStringLiteral("Internet: Mail Retrieved ")));
+        const auto& r = rig.box.records;
+        QCOMPARE(r[1].sender, QStringLiteral("alice smith <alice@example.test>"));
+        QCOMPARE(r[1].subject, QStringLiteral("lunch today"));
+        QCOMPARE(r[1].date, QStringLiteral("mon, 23 nov 2026 09:00:00 +0000"));
+        QCOMPARE(r[2].messageId, QStringLiteral("<m2@example.test>"));
+        QCOMPARE(r[3].subject, QStringLiteral("re: quarterly"));
+        for (int n = 1; n <= 3; ++n) {
+            QVERIFY(r[n].isNew);
+            QVERIFY(r[n].headerText.startsWith(QStringLiteral("+OK")));
+            QVERIFY(r[n].headerText.endsWith(QStringLiteral("\r\n.\r\n")));
+            const QByteArray wire = Dovecot::wire(kThree[n - 1]);
+            QCOMPARE(r[n].size, qint64(wire.size() + wire.count('\n')));
+            QVERIFY(log.contains(QStringLiteral("Receiving Message #%1 ").arg(n)));
+        }
+        QVERIFY(r[2].text.contains(QStringLiteral("\r\n.leading dot\r\n")));
+        QVERIFY(r[1].text.startsWith(QStringLiteral("Date: Mon, 23 Nov 2026")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Recv: +OK 3 ")));
+
+        // The same mailbox again: nothing is new and nothing is fetched again.
+        rig.host.terminal.clear();
+        rig.box.records[1].text.clear();
+        rig.check(true);
+        QCOMPARE(rig.box.messageCount, qint16(3));
+        for (int n = 1; n <= 3; ++n) {
+            QVERIFY(!r[n].isNew);
+        }
+        QVERIFY(r[1].text.isEmpty());
+        log = rig.activity();
+        QCOMPARE(log.count(QStringLiteral("Receiving Message #1 ")), 1);
+        rig.verifyNoPassword();
+    }
+
+    void countOnlyReadsNoHeaders()
+    {
+        requireDovecot();
+        Dovecot server(kThree);
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.check(false);
+        QCOMPARE(rig.box.messageCount, qint16(3));
+        QVERIFY(rig.activity().contains(QStringLiteral("Internet: Mail Waiting ")));
+        QVERIFY(rig.box.records[1].messageId.isEmpty());
+        QVERIFY(!rig.host.terminal.contains(QStringLiteral("From: Alice")));
+    }
+
+    // The size limit: MailSize kilobytes and more is skipped, one octet less is fetched.
+    void sizeLimit_data()
+    {
+        QTest::addColumn<qint64>("octets");
+        QTest::addColumn<bool>("skipped");
+        QTest::newRow("exactly MailSize KB") << qint64(2048) << true;
+        QTest::newRow("one octet less") << qint64(2047) << false;
+        QTest::newRow("well above") << qint64(5000) << true;
+    }
+    void sizeLimit()
+    {
+        QFETCH(qint64, octets);
+        QFETCH(bool, skipped);
+        requireDovecot();
+        Dovecot server({sizedMessage(QStringLiteral("<big@example.test>"), octets)});
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.settings.mailSizeKb = 2;
+        rig.check(true);
+        QCOMPARE(rig.box.records[1].size, octets);
+        const QString log = rig.activity();
+        QCOMPARE(log.contains(QStringLiteral("Message #1 was skipped due to size. ")), skipped);
+        QCOMPARE(log.contains(QStringLiteral("Receiving Message #1 ")), !skipped);
+        QCOMPARE(rig.box.records[1].text.isEmpty(), skipped);
+        QCOMPARE(rig.box.records[1].subject, QStringLiteral("large")); // the headers are kept either way
+    }
+
+    void wrongPassword()
+    {
+        requireDovecot();
+        Dovecot server(kThree);
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.options.password = QStringLiteral("Wrong-Secret-99");
+        rig.box.messageCount = 2; // from an earlier check
+        rig.check(true);
+        QVERIFY(!rig.box.countKnown);
+        QCOMPARE(rig.box.messageCount, qint16(2));
+        const QString log = rig.activity();
+        QVERIFY(!log.contains(QStringLiteral("Mail Retrieved")));
+        QVERIFY(!log.contains(QStringLiteral("Receiving Message")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Recv: -ERR")));
+        QVERIFY(!log.contains(QStringLiteral("Wrong-Secret-99")));
+        QVERIFY(!rig.host.terminal.contains(QStringLiteral("Wrong-Secret-99")));
+        rig.verifyNoPassword();
+    }
+
+    void refusedConnection()
+    {
+        Rig rig(kestrova::testing::freePort()); // nothing listens there
+        rig.check(true);
+        QVERIFY(!rig.box.countKnown);
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Winsock Error using POP: Connection refused ")));
+        QVERIFY(log.contains(QStringLiteral("Invalid socket number ")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Winsock Error 10061 Connection refused")));
+    }
+
+    void checkingOffDoesNothing()
+    {
+        Rig rig(kestrova::testing::freePort());
+        rig.settings.checkMail = false;
+        rig.check(true);
+        QVERIFY(rig.activity().isEmpty());
+        QVERIFY(rig.host.terminal.isEmpty());
+    }
+
+private:
+    void requireDovecot()
+    {
+        if (!QFileInfo(kDovecot).isExecutable()) {
+            QSKIP("dovecot-pop3d is not installed (scripts/install-deps.sh --test installs it)");
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestMailWatch)
+#include "test_mailwatch.moc"
