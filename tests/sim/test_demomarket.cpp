@@ -110,13 +110,11 @@ private Q_SLOTS:
     void labelledPageFillsQuote();
     void indexPageKeys();
     void walkIsDeterministicPerSeedAndTicker();
-    void sameSeedSameBodiesOverHttp();
     void faults_data();
     void faults();
     void badRequests_data();
     void badRequests();
     void latencyDoesNotSerialise();
-    void portInUse();
 
 private:
     MockClock m_clock{QDateTime(QDate(2026, 11, 23), QTime(10, 5))};
@@ -295,20 +293,6 @@ void TestDemoMarket::walkIsDeterministicPerSeedAndTicker()
     QCOMPARE(lastOf(d.stockPage(QStringLiteral("IBM"))), seqA.first());
 }
 
-void TestDemoMarket::sameSeedSameBodiesOverHttp()
-{
-    DemoMarketThread other(m_clock, 7);
-    QVERIFY(other.start());
-    DemoMarketThread fresh(m_clock, 7);
-    QVERIFY(fresh.start());
-    for (int i = 0; i < 3; ++i) {
-        const Reply a = get(other.port(), "/stock?t=WALK");
-        const Reply b = get(fresh.port(), "/stock?t=WALK");
-        QCOMPARE(a.status, 200);
-        QCOMPARE(b.body, a.body);
-    }
-}
-
 void TestDemoMarket::faults_data()
 {
     QTest::addColumn<QByteArray>("target");
@@ -400,15 +384,6 @@ void TestDemoMarket::latencyDoesNotSerialise()
     // machine may let the first few finish before the last arrive.
     QVERIFY2(slow.market()->maxPending() >= 45, qPrintable(QString::number(slow.market()->maxPending())));
     QVERIFY2(elapsed < 3000, qPrintable(QString::number(elapsed)));
-}
-
-void TestDemoMarket::portInUse()
-{
-    DemoMarketThread second(m_clock, 7);
-    QVERIFY(!second.start(m_market->port()));
-    QCOMPARE(second.port(), quint16(0));
-    // The first one is untouched.
-    QCOMPARE(get(m_market->port(), "/index").status, 200);
 }
 
 QTEST_GUILESS_MAIN(TestDemoMarket)
