@@ -1,0 +1,424 @@
+// Dial-up through NetworkManager, against dbusmock's NetworkManager on a private bus.
+#include "PeerProcess.h"
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include "core/Options.h"
+#include "net/DialupConnection.h"
+#include "net/NmDialBackend.h"
+#include "net/RasDialer.h"
+#include "net/RasTables.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace kestrova;
+using kestrova::testing::PeerProcess;
+
+namespace {
+
+const QString kHelper = QStringLiteral(KESTROVA_PEERS_DIR "/nm_peer.py");
+const QString kEntry = QStringLiteral("Dial ISP");
+
+struct Rig
+{
+    support::MockClock clock;
+    kestrova::testing::TestHost host{&clock};
+    support::CancelFlag cancel;
+    support::CLogFile log{clock, host};
+    support::Services services{clock, host, cancel, log};
+    core::ConnectionOptions options;
+    QTemporaryDir dir;
+
+    Rig()
+    {
+        log.setPath(dir.path());
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setLogEnable(true);
+        options.type = 0;
+        options.entry = kEntry;
+        options.timeout = 5;
+    }
+    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
+};
+
+// Runs the helper against the private bus; returns its standard output.
+QString helper(const QStringList& args, bool* ok = nullptr)
+{
+    QProcess p;
+    p.start(kestrova::testing::systemPython(), QStringList{kHelper} + args);
+    const bool done = p.waitForFinished(15000) && p.exitCode() == 0;
+    if (ok) {
+        *ok = done;
+    }
+    if (!done) {
+        qWarning("nm_peer.py %s: %s", qPrintable(args.join(u' ')), p.readAllStandardError().constData());
+    }
+    return QString::fromUtf8(p.readAllStandardOutput());
+}
+
+} // namespace
+
+class TestDialup : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!QFileInfo(QStringLiteral("/usr/bin/dbus-daemon")).isExecutable()) {
+            QSKIP("dbus-daemon is not installed (scripts/install-deps.sh --test installs it)");
+        }
+        if (QProcess::execute(kestrova::testing::systemPython(),
+                              {QStringLiteral("-c"), QStringLiteral("import dbusmock")}) != 0) {
+            QSKIP("python3-dbusmock is not installed (scripts/install-deps.sh --test installs it)");
+        }
+        const QString address = QStringLiteral("unix:path=") + m_dir.filePath(QStringLiteral("bus"));
+        QVERIFY(m_bus.start(QStringLiteral("/usr/bin/dbus-daemon"),
+                            {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                             QStringLiteral("--print-address=1"), QStringLiteral("--address=") + address},
+                            QStringLiteral("unix:")));
+        m_bus.terminateOnStop = true;
+        m_address = QString::fromUtf8(m_bus.log()).trimmed();
+        // NetworkManager lives on the system bus; this process and its helpers use ours.
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.toUtf8());
+        QVERIFY(QDBusConnection::systemBus().isConnected());
+    }
+
+    void cleanupTestCase() { m_bus.stop(); }
+
+    void cleanup() { stopNetworkManager(); }
+
+    void stateNames_data()
+    {
+        QTest::addColumn<int>("platformState");
+        QTest::addColumn<int>("index");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("first") << 0 << 0 << "OpenPort";
+        QTest::newRow("the one with a blank") << 3 << 3 << "Device Connected";
+        QTest::newRow("authenticated") << 14 << 14 << "Authenticated";
+        QTest::newRow("last plain") << 18 << 18 << "Projected";
+        QTest::newRow("first paused") << 4096 << 19 << "Interactive";
+        QTest::newRow("last paused") << 4099 << 22 << "PasswordExpired";
+        QTest::newRow("done") << 8192 << 23 << "Connected";
+        QTest::newRow("disconnected") << 8193 << 24 << "Disconnected";
+        QTest::newRow("gap after plain") << 19 << -1 << "";
+        QTest::newRow("after paused") << 4100 << -1 << "";
+        QTest::newRow("negative") << -1 << -1 << "";
+    }
+    void stateNames()
+    {
+        QFETCH(int, platformState);
+        QFETCH(int, index);
+        QFETCH(QString, name);
+        QCOMPARE(net::rasStateIndex(platformState), index);
+        QCOMPARE(net::rasStateName(index), name);
+    }
+
+    void errorNames_data()
+    {
+        QTest::addColumn<int>("number");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("success") << 0 << "SUCCESS";
+        QTest::newRow("first") << 600 << "PENDING";
+        QTest::newRow("601") << 601 << "ERROR_INVALID_PORT_HANDLE";
+        QTest::newRow("no entry") << 623 << "ERROR_CANNOT_FIND_PHONEBOOK_ENTRY";
+        QTest::newRow("warning among errors") << 644 << "WARNING_MSG_ALIAS_NOT_ADDED";
+        QTest::newRow("busy") << 676 << "ERROR_LINE_BUSY";
+        QTest::newRow("no dial tone") << 680 << "ERROR_NO_DIALTONE";
+        QTest::newRow("authentication") << 691 << "ERROR_AUTHENTICATION_FAILURE";
+        QTest::newRow("ppp timeout") << 718 << "ERROR_PPP_TIMEOUT";
+        QTest::newRow("last") << 750 << "ERROR_WRONG_MODULE";
+        QTest::newRow("below") << 599 << "";
+        QTest::newRow("above") << 751 << "";
+        QTest::newRow("one") << 1 << "";
+    }
+    void errorNames()
+    {
+        QFETCH(int, number);
+        QFETCH(QString, name);
+        QCOMPARE(net::rasErrorName(number), name);
+    }
+
+    void errorTableIsFilledAndDistinct()
+    {
+        QSet<QString> seen;
+        for (int n = 600; n <= 750; ++n) {
+            const QString name = net::rasErrorName(n);
+            QVERIFY2(!name.isEmpty(), qPrintable(QString::number(n)));
+            QVERIFY2(!seen.contains(name), qPrintable(name));
+            seen.insert(name);
+        }
+        QCOMPARE(seen.size(), 151);
+    }
+
+    // The state event: its text for the terminal and the log, and the connected flag.
+    void stateEvents_data()
+    {
+        QTest::addColumn<int>("state");
+        QTest::addColumn<int>("error");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("connectedAfter");
+        // The flag is set before each event, so "true" after means the event left it alone.
+        QTest::newRow("done") << 8192 << 0 << "Connected!" << true;
+        QTest::newRow("device connected keeps the flag") << 3 << 0 << "Device Connected" << true;
+        QTest::newRow("authenticated keeps the flag") << 14 << 0 << "Authenticated" << true;
+        QTest::newRow("disconnected") << 8193 << 0 << "Disconnected" << false;
+        QTest::newRow("other state clears") << 5 << 0 << "Authenticate" << false;
+        QTest::newRow("paused state") << 4097 << 0 << "RetryAuthentication" << false;
+        QTest::newRow("unmapped state") << 30 << 0 << "State = 30" << false;
+        QTest::newRow("error 600 is still a state") << 2 << 600 << "ConnectDevice" << false;
+        QTest::newRow("error") << 2 << 691 << "Error: ERROR_AUTHENTICATION_FAILURE" << true;
+        QTest::newRow("first error") << 0 << 601 << "Error: ERROR_INVALID_PORT_HANDLE" << true;
+    }
+    void stateEvents()
+    {
+        QFETCH(int, state);
+        QFETCH(int, error);
+        QFETCH(QString, text);
+        QFETCH(bool, connectedAfter);
+        Rig rig;
+        net::NmDialBackend backend;
+        net::RasDialer dialer(rig.services, rig.options, backend);
+        dialer.stateEvent(8192, 0);
+        rig.host.terminal.clear();
+        dialer.stateEvent(state, error);
+        QCOMPARE(rig.host.terminal, text + QStringLiteral("\r\n"));
+        QVERIFY(rig.activity().endsWith(QStringLiteral("\r\n")));
+        QVERIFY(rig.activity().contains(QStringLiteral("\r\n") + text + u' '));
+        QCOMPARE(dialer.connected(), connectedAfter);
+    }
+
+    void reasons_data()
+    {
+        QTest::addColumn<uint>("reason");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("unknown is a plain hang-up") << 0u << "SUCCESS";
+        QTest::newRow("none is a plain hang-up") << 1u << "SUCCESS";
+        QTest::newRow("user") << 2u << "ERROR_USER_DISCONNECTION";
+        QTest::newRow("device gone") << 3u << "ERROR_PORT_DISCONNECTED";
+        QTest::newRow("ip") << 5u << "ERROR_IP_CONFIGURATION";
+        QTest::newRow("timeout") << 6u << "ERROR_PPP_TIMEOUT";
+        QTest::newRow("no secrets") << 9u << "ERROR_AUTHENTICATION_FAILURE";
+        QTest::newRow("login failed") << 10u << "ERROR_AUTHENTICATION_FAILURE";
+        QTest::newRow("removed") << 11u << "ERROR_CANNOT_FIND_PHONEBOOK_ENTRY";
+        QTest::newRow("device removed") << 14u << "ERROR_DEVICE_DOES_NOT_EXIST";
+        QTest::newRow("future reason") << 99u << "SUCCESS";
+    }
+    void reasons()
+    {
+        QFETCH(uint, reason);
+        QFETCH(QString, name);
+        QCOMPARE(net::rasErrorName(net::NmDialBackend::errorForReason(reason)), name);
+    }
+
+    void directAndExternalDialNothing_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QStringList>("statusTexts");
+        QTest::newRow("direct") << 1 << QStringList{QStringLiteral("Connecting")};
+        QTest::newRow("external dialer") << 2 << QStringList{};
+    }
+    void directAndExternalDialNothing()
+    {
+        QFETCH(int, type);
+        QFETCH(QStringList, statusTexts);
+        Rig rig;
+        rig.options.type = static_cast<qint16>(type);
+        net::DialupConnection conn(rig.services, rig.options);
+        QVERIFY(conn.connect());
+        QCOMPARE(rig.host.statusTexts, statusTexts);
+        QVERIFY(rig.host.messages.isEmpty()); // not even the missing-manager box
+        QVERIFY(rig.activity().isEmpty());
+        conn.hangUp();
+        QVERIFY(rig.activity().isEmpty());
+    }
+
+    void connectsAndHangsUp()
+    {
+        startNetworkManager();
+        addEntry();
+        Rig rig;
+        net::DialupConnection conn(rig.services, rig.options);
+        QVERIFY(conn.connect());
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Connecting to Dial ISP ")));
+        QVERIFY(log.contains(QStringLiteral("Connected! ")));
+        QVERIFY(rig.host.statusTexts.contains(QStringLiteral("Connecting to Dial ISP")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("Connected!\r\n")));
+        QVERIFY(rig.host.messages.isEmpty());
+        QVERIFY(conn.dialer().connected());
+        QCOMPARE(helper({QStringLiteral("active-ids")}).trimmed(), kEntry);
+        conn.hangUp();
+        QVERIFY(!rig.activity().contains(QStringLiteral("Error in RASHangup")));
+        QVERIFY(!conn.dialer().connected());
+    }
+
+    void alreadyConnected()
+    {
+        startNetworkManager();
+        addEntry();
+        bool ok = false;
+        helper({QStringLiteral("activate"), kEntry}, &ok);
+        QVERIFY(ok);
+        Rig rig;
+        net::DialupConnection conn(rig.services, rig.options);
+        QVERIFY(conn.connect());
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Connected to Dial ISP ")));
+        QVERIFY(!log.contains(QStringLiteral("Connecting to")));
+        QCOMPARE(helper({QStringLiteral("active-ids")}).trimmed(), kEntry); // not dialled a second time
+        // Not ours to close.
+        conn.hangUp();
+        QCOMPARE(helper({QStringLiteral("active-ids")}).trimmed(), kEntry);
+    }
+
+    // Failures: four attempts, each with its error event, then the one failure line.
+    void failsFourTimes_data()
+    {
+        QTest::addColumn<QString>("entry");
+        QTest::addColumn<QStringList>("mode");
+        QTest::addColumn<QString>("eventLine");
+        QTest::newRow("log-on refused") << kEntry << QStringList{QStringLiteral("fail"), QStringLiteral("10")}
+                                        << "Error: ERROR_AUTHENTICATION_FAILURE";
+        QTest::newRow("line gave up") << kEntry << QStringList{QStringLiteral("fail"), QStringLiteral("6")}
+                                      << "Error: ERROR_PPP_TIMEOUT";
+        QTest::newRow("no such entry") << QStringLiteral("Nowhere") << QStringList{}
+                                       << "Error: ERROR_CANNOT_FIND_PHONEBOOK_ENTRY";
+    }
+    void failsFourTimes()
+    {
+        QFETCH(QString, entry);
+        QFETCH(QStringList, mode);
+        QFETCH(QString, eventLine);
+        startNetworkManager();
+        addEntry();
+        if (!mode.isEmpty()) {
+            bool ok = false;
+            helper(QStringList{QStringLiteral("mode")} + mode, &ok);
+            QVERIFY(ok);
+        }
+        Rig rig;
+        rig.options.entry = entry;
+        rig.options.timeout = 30;
+        net::DialupConnection conn(rig.services, rig.options);
+        const QDateTime start = rig.clock.now();
+        QVERIFY(!conn.connect());
+        const QString log = rig.activity();
+        QCOMPARE(log.count(eventLine + u' '), 4);
+        QCOMPARE(log.count(QStringLiteral("Unable to connect to the internet. ")), 1);
+        QCOMPARE(rig.host.statusTexts.count(QStringLiteral("...Retrying...")), 3);
+        // Each attempt ended on its error, long before its 30-second time-out.
+        QVERIFY(start.secsTo(rig.clock.now()) < 4 * 30);
+        QVERIFY(!conn.dialer().connected());
+    }
+
+    void timesOut()
+    {
+        startNetworkManager();
+        addEntry();
+        bool ok = false;
+        helper({QStringLiteral("mode"), QStringLiteral("hang")}, &ok);
+        QVERIFY(ok);
+        Rig rig;
+        rig.options.timeout = 3;
+        net::DialupConnection conn(rig.services, rig.options);
+        conn.dialer().setRetryPauseSeconds(2);
+        const QDateTime start = rig.clock.now();
+        QVERIFY(!conn.connect());
+        const qint64 elapsed = start.secsTo(rig.clock.now());
+        // Four waits of 3 s and three pauses of 2 s.
+        QVERIFY2(elapsed >= 4 * 3 + 3 * 2 && elapsed <= 4 * 3 + 3 * 2 + 2, qPrintable(QString::number(elapsed)));
+        const QString log = rig.activity();
+        QCOMPARE(log.count(QStringLiteral("ConnectDevice ")), 4);
+        QCOMPARE(log.count(QStringLiteral("Unable to connect to the internet. ")), 1);
+    }
+
+    void cancelEndsTheWait()
+    {
+        startNetworkManager();
+        addEntry();
+        bool ok = false;
+        helper({QStringLiteral("mode"), QStringLiteral("hang")}, &ok);
+        QVERIFY(ok);
+        Rig rig;
+        rig.options.timeout = 60;
+        int yields = 0;
+        rig.host.onYield = [&] {
+            if (++yields == 20) {
+                rig.cancel.set();
+            }
+        };
+        net::DialupConnection conn(rig.services, rig.options);
+        QVERIFY(!conn.connect());
+        QVERIFY(!rig.activity().contains(QStringLiteral("Unable to connect")));
+        QVERIFY(!rig.host.statusTexts.contains(QStringLiteral("...Retrying...")));
+        QVERIFY(yields < 100);
+    }
+
+    void noNetworkManager()
+    {
+        // The bus is up but nothing owns NetworkManager's name.
+        Rig rig;
+        net::DialupConnection conn(rig.services, rig.options);
+        QVERIFY(conn.connect()); // works on, over whatever link there is
+        QCOMPARE(rig.host.messages,
+                 QStringList{QStringLiteral("NetworkManager is missing or not running.  NetworkManager and dial-up "
+                                            "networking must be installed on PC to initiate a dial-up connection.")});
+        QVERIFY(conn.connect());
+        QCOMPARE(rig.host.messages.size(), 1); // told once
+        conn.hangUp();
+        QVERIFY(!rig.activity().contains(QStringLiteral("Error in")));
+    }
+
+private:
+    void startNetworkManager()
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), m_address);
+        m_nm = std::make_unique<PeerProcess>();
+        m_nm->terminateOnStop = true;
+        QVERIFY(m_nm->start(kestrova::testing::systemPython(),
+                            {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--template"),
+                             QStringLiteral("networkmanager")},
+                            {}, 15000, env));
+        QDBusConnectionInterface* bus = QDBusConnection::systemBus().interface();
+        for (int i = 0; i < 150 && !bus->isServiceRegistered(QStringLiteral("org.freedesktop.NetworkManager")); ++i) {
+            QTest::qWait(100);
+        }
+        QVERIFY(bus->isServiceRegistered(QStringLiteral("org.freedesktop.NetworkManager")));
+    }
+    void stopNetworkManager()
+    {
+        if (m_nm) {
+            m_nm->stop();
+            m_nm.reset();
+        }
+        QDBusConnectionInterface* bus = QDBusConnection::systemBus().interface();
+        for (int i = 0; i < 50 && bus && bus->isServiceRegistered(QStringLiteral("org.freedesktop.NetworkManager"));
+             ++i) {
+            QTest::qWait(100);
+        }
+    }
+    void addEntry()
+    {
+        bool ok = false;
+        helper({QStringLiteral("add-connection"), kEntry}, &ok);
+        QVERIFY(ok);
+    }
+
+    QTemporaryDir m_dir;
+    PeerProcess m_bus;
+    QString m_address;
+    std::unique_ptr<PeerProcess> m_nm;
+};
+
+QTEST_GUILESS_MAIN(TestDialup)
+#include "test_dialup.moc"
