@@ -295,12 +295,13 @@ void Application::checkMail()
     m_mailWatch->checkMail(m_state.prefs.getMail);
 }
 
-QString Application::composePageText(bool smtpRoute)
+QString Application::composePageText(bool smtpRoute, bool includeAll)
 {
     const core::Options& o = m_state.options;
-    QString quotesText = m_stockQuotes.PageMessageString(o.paging.layout, false, o.alarms.select, o.alarms.selectMode);
+    QString quotesText =
+        m_stockQuotes.PageMessageString(o.paging.layout, includeAll, o.alarms.select, o.alarms.selectMode);
     const QString optionText =
-        m_optionQuotes.PageMessageString(o.paging.layout, false, o.alarms.select, o.alarms.selectMode);
+        m_optionQuotes.PageMessageString(o.paging.layout, includeAll, o.alarms.select, o.alarms.selectMode);
     if (!quotesText.isEmpty() && !optionText.isEmpty()) {
         quotesText += QStringLiteral(", ");
     }
@@ -431,13 +432,14 @@ void Application::update(bool pagingEnabled, bool marketMoment)
             });
         } else {
             runStep("Page", [&] {
-                const QString text = composePageText(o.smtp.enabled);
                 if (!o.alarms.select) {
-                    deliverText(text, false);
+                    deliverText(composePageText(o.smtp.enabled), false);
                     return;
                 }
-                // Alarm-only selection: the text above holds only the selected members, and
-                // it goes out when an alarm is due or at a market moment.
+                // Alarm-only selection: the page holds the selected members (every member at a
+                // market moment, which always pages) and goes out only when it is due. Composing
+                // it is also what sets LimitPage.
+                const QString text = composePageText(o.smtp.enabled, marketMoment);
                 bool due = false;
                 if (o.alarms.mode == 2) {
                     const bool stockNew = m_stockQuotes.NewLimitPage();

@@ -132,7 +132,8 @@ public:
     bool updating() const { return m_updating; }
 
     // The page text of the alphanumeric routes: market summary, quotes, e-mail marker, news.
-    QString composePageText(bool smtpRoute);
+    // includeAll puts every member meant for the pager in, whatever the selection says.
+    QString composePageText(bool smtpRoute, bool includeAll = false);
 
 private:
     void runStep(const char* name, const std::function<void()>& step);

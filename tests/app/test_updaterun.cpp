@@ -1,0 +1,264 @@
+#include "app/Application.h"
+#include "core/ModemProfiles.h"
+#include "core/PortfolioFile.h"
+#include "core/Quote.h"
+#include "news/ServerFiles.h"
+#include "quotes/BuiltInServers.h"
+#include "sim/DemoMarket.h"
+#include "sim/ModemSimulator.h"
+#include "support/Clock.h"
+
+#include "../peers/PeerProcess.h"
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova;
+
+namespace {
+
+core::PortfolioRecord entry(const QString& ticker, float high = 0, float low = 0)
+{
+    core::PortfolioRecord r;
+    r.ticker = ticker;
+    r.highLimit = high;
+    r.lowLimit = low;
+    r.toPager = 1;
+    r.server = quotes::BuiltInServers::kDemoMarket;
+    return r;
+}
+
+// The update run against real peers: the demo market on loopback for quotes and a pty
+// modem with a TAP terminal for pages. The program's clock is a MockClock that every
+// yield moves on, so the modem's pauses and time-outs pass in a few real milliseconds.
+struct Rig
+{
+    QTemporaryDir dir;
+    support::SystemClock marketClock;
+    support::MockClock clock{QDateTime(QDate(2026, 11, 23), QTime(10, 0, 0))};
+    testing::TestHost host{&clock};
+    sim::DemoMarketThread market{marketClock, 7};
+    sim::ModemSimulator modem;
+    std::unique_ptr<app::Application> app;
+    QString dataDir;
+    QString pgr;
+
+    bool start(const QList<core::PortfolioRecord>& records, const std::function<void(core::Options&)>& tune)
+    {
+        if (!market.start(0) || !modem.isValid()) {
+            return false;
+        }
+        dataDir = dir.filePath(QStringLiteral("data"));
+        QDir().mkpath(dataDir);
+        const QString installed = qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/data");
+        if (!news::installServerFiles(dataDir, installed) || !news::retargetDemoMarket(dataDir, market.port())) {
+            return false;
+        }
+        core::PortfolioTable table;
+        for (const auto& r : records) {
+            table.records[static_cast<size_t>(table.count++)] = r;
+        }
+        core::Options o;
+        core::setBuiltInModemProfiles(o.modem);
+        o.connection.type = 1;
+        o.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        o.quotes.marketSummary = false;
+        o.paging.enabled = true;
+        o.paging.pagerId = QStringLiteral("7654321");
+        o.paging.phone = QStringLiteral("5550100");
+        o.paging.retries = 1;
+        o.paging.maxLength = 200;
+        tune(o);
+        pgr = dir.filePath(QStringLiteral("watch.pgr"));
+        if (!core::PortfolioFile::write(pgr, table, o).ok()) {
+            return false;
+        }
+        app = std::make_unique<app::Application>(clock, host, dataDir);
+        app->startup(pgr);
+        app->state().prefs.checkMail = false;
+        app->state().prefs.modemDevice = modem.slavePath();
+        app->setUpSerial();
+        return app->state().currentFile == pgr;
+    }
+
+    QByteArray activity() const { return testing::readFile(QDir(dataDir).filePath(QStringLiteral("activity.txt"))); }
+};
+
+} // namespace
+
+class TestUpdateRun : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void pagesEveryQuoteByModem()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM")), entry(QStringLiteral("MSFT"))}, [](core::Options&) {}));
+        rig.app->update(true, false);
+        QCOMPARE(rig.app->stockQuotes().Count(), 2);
+        QVERIFY2(rig.modem.pages.size() == 1, rig.activity().constData());
+        const QString page = rig.modem.pages.first().text;
+        QCOMPARE(rig.modem.pages.first().pagerId, QStringLiteral("7654321"));
+        QVERIFY2(page.startsWith(QStringLiteral("IBM ")) && page.contains(QStringLiteral(", MSFT ")), qPrintable(page));
+        const QByteArray log = rig.activity();
+        QVERIFY(log.contains("Internet: Connection established..."));
+        QVERIFY(log.contains("Getting Stock Quotes"));
+        QVERIFY(log.contains("Pager: Message Sent"));
+        QVERIFY(!rig.app->portOpen());
+    }
+
+    void alarmOnlyPagesOnAlarmOrMarketMoment_data()
+    {
+        QTest::addColumn<float>("highLimit");
+        QTest::addColumn<bool>("marketMoment");
+        QTest::addColumn<qint16>("mode");
+        QTest::addColumn<bool>("paged");
+        QTest::addColumn<QString>("mark");
+        // The demo market prices IBM near 150; a high limit of 1 always fires.
+        QTest::newRow("no alarm, interval update") << 0.0f << false << qint16(0) << false << QString();
+        QTest::newRow("no alarm, market moment") << 0.0f << true << qint16(0) << true << QString();
+        QTest::newRow("alarm, mode 0") << 1.0f << false << qint16(0) << true << QStringLiteral("+IBM ");
+        QTest::newRow("alarm, mode 1") << 1.0f << false << qint16(1) << true << QStringLiteral("+IBM ");
+        QTest::newRow("new alarm, mode 2") << 1.0f << false << qint16(2) << true << QStringLiteral("+IBM ");
+    }
+    void alarmOnlyPagesOnAlarmOrMarketMoment()
+    {
+        QFETCH(float, highLimit);
+        QFETCH(bool, marketMoment);
+        QFETCH(qint16, mode);
+        QFETCH(bool, paged);
+        QFETCH(QString, mark);
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"), highLimit), entry(QStringLiteral("MSFT"))},
+                          [mode](core::Options& o) {
+                              o.alarms.select = true;
+                              o.alarms.selectMode = 1;
+                              o.alarms.mode = mode;
+                          }));
+        rig.app->update(true, marketMoment);
+        QCOMPARE(rig.app->stockQuotes().Count(), 2);
+        QCOMPARE(rig.modem.pages.isEmpty(), !paged);
+        if (!mark.isEmpty()) {
+            // Only the alarmed member is selected.
+            QCOMPARE(rig.modem.pages.size(), 1);
+            QVERIFY2(rig.modem.pages.first().text.startsWith(mark), qPrintable(rig.modem.pages.first().text));
+            QVERIFY(!rig.modem.pages.first().text.contains(QStringLiteral("MSFT")));
+        }
+        if (marketMoment) {
+            // A market moment pages every member meant for the pager.
+            QVERIFY(rig.modem.pages.first().text.contains(QStringLiteral("MSFT")));
+        }
+    }
+
+    void noQuoteMeansQuotesUnavailable()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("ERR500")), entry(QStringLiteral("EMPTY"))}, [](core::Options&) {}));
+        rig.app->update(true, false);
+        QCOMPARE(rig.app->stockQuotes().Count(), 0);
+        QCOMPARE(rig.modem.pages.size(), 1);
+        QCOMPARE(rig.modem.pages.first().text, QStringLiteral("Quotes unavailable..."));
+    }
+
+    void cancelMidRun()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [](core::Options&) {}));
+        // Cancel once the modem is being dialled: the page never goes out.
+        rig.host.onYield = [&] {
+            if (!rig.modem.commands.isEmpty()) {
+                rig.app->cancelFlag().set();
+            }
+        };
+        rig.app->update(true, false);
+        QVERIFY(rig.modem.pages.isEmpty());
+        QVERIFY(rig.host.statusLines.last().startsWith(QStringLiteral("Operation Cancelled   ")));
+        QVERIFY(rig.activity().contains("Pager: User Cancelled"));
+        QVERIFY(!rig.app->portOpen());
+    }
+
+    void smtpRouteMailsThePage()
+    {
+        const QString script =
+            qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/tests/peers/smtp_peer.py");
+        Rig rig;
+        const quint16 port = testing::freePort();
+        QTemporaryDir mails;
+        testing::PeerProcess peer;
+        QVERIFY2(peer.start(testing::systemPython(),
+                            {script, QString::number(port), mails.path(), QStringLiteral("accept")},
+                            QStringLiteral("READY")),
+                 peer.log().constData());
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"), 1.0f)}, [port](core::Options& o) {
+            o.smtp.enabled = true;
+            o.smtp.hostAddress = QStringLiteral("127.0.0.1");
+            o.smtp.port = static_cast<qint16>(port);
+            o.smtp.from = QStringLiteral("kestrova@example.test");
+            o.smtp.recipient = QStringLiteral("pager@example.test");
+            o.smtp.domain = QStringLiteral("example.test");
+            o.smtp.maxLength = 500;
+            o.alarms.select = true;
+            o.alarms.selectMode = 1;
+        }));
+        rig.app->update(true, false);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(mails.filePath(QStringLiteral("mail-1.eml"))), 10000);
+        const QByteArray mail = testing::readFile(mails.filePath(QStringLiteral("mail-1.eml")));
+        QVERIFY2(mail.contains("\r\n\r\n+IBM "), mail.constData());
+        QVERIFY(rig.modem.commands.isEmpty()); // nothing went by modem
+        QVERIFY(rig.activity().contains("SMTP Message #1 sent successfully"));
+    }
+
+    void startupAndExit()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [](core::Options& o) { o.quotes.fastest = true; }));
+        auto& s = rig.app->state();
+        QCOMPARE(s.caption, QStringLiteral("Kestrova - ") + rig.pgr);
+        QCOMPARE(s.labels.paging, QStringLiteral("Direct Dial"));
+        QCOMPARE(s.labels.connection, QStringLiteral("Internet: Direct"));
+        QCOMPARE(s.labels.server, QStringLiteral("(Fastest)"));
+        QVERIFY(rig.host.statusLines.first().startsWith(QStringLiteral("Kestrova started on   ")));
+        QVERIFY(rig.app->queryExit()); // nothing changed: no question
+        QVERIFY(rig.host.messages.isEmpty());
+
+        s.portfolio.records[0].highLimit = 99;
+        rig.app->markModified();
+        rig.host.answers = {support::MsgAnswer::Cancel};
+        QVERIFY(!rig.app->queryExit());
+        QVERIFY(s.exitCancelled);
+        QVERIFY(s.fileModified);
+        QCOMPARE(rig.host.messages.last(), QStringLiteral("Save File Before Exiting?"));
+
+        rig.host.answers = {support::MsgAnswer::Yes};
+        QVERIFY(rig.app->queryExit());
+        core::PortfolioTable back;
+        core::Options o;
+        QVERIFY(core::PortfolioFile::read(rig.pgr, back, o).ok());
+        QCOMPARE(back.records[0].highLimit, 99.0f);
+
+        rig.app->mnuNew();
+        QCOMPARE(s.caption, QStringLiteral("Kestrova"));
+        QVERIFY(!s.menusEnabled);
+        QCOMPARE(s.portfolio.count, qint16(0));
+    }
+
+    void missingStartupFileDisablesMenus()
+    {
+        QTemporaryDir dir;
+        support::MockClock clock;
+        testing::TestHost host(&clock);
+        app::Application application(clock, host, dir.path());
+        application.startup(dir.filePath(QStringLiteral("absent.pgr")));
+        QVERIFY(!application.state().menusEnabled);
+        QVERIFY(application.state().currentFile.isEmpty());
+        QVERIFY(host.messages.first().startsWith(QStringLiteral("File ")));
+        QVERIFY(host.messages.first().endsWith(QStringLiteral(" does not exist.")));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestUpdateRun)
+#include "test_updaterun.moc"
