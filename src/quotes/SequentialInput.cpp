@@ -69,6 +69,9 @@ QString SequentialInput::readString()
 qint16 SequentialInput::readInt16()
 {
     const QString text = readString();
+    // An empty field reads as 0, as the input statement always gave.
+    if (text.isEmpty())
+        return 0;
     bool ok = false;
     const double value = text.toDouble(&ok);
     if (!ok)

@@ -183,6 +183,7 @@ private Q_SLOTS:
     void newsFailureAndMissingDefinition();
     void optionTicker_data();
     void optionTicker();
+    void getQuoteFetchesAndFills();
     void logonAndRedirect();
     void marketSummary();
     void marketPageText_data();
@@ -342,6 +343,33 @@ void TestQuoteCycle::optionTicker()
     QFETCH(int, server);
     QFETCH(QString, ticker);
     QCOMPARE(quotes::optionTicker(symbol, server), ticker);
+}
+
+void TestQuoteCycle::getQuoteFetchesAndFills()
+{
+    sim::DemoMarketThread market(m_marketClock, 13);
+    QVERIFY(market.start());
+    Rig rig(market.baseUrl());
+    const quotes::ScrapeContext ctx{rig.fetcher, rig.builtIn, rig.clock, rig.host};
+    auto server = rig.defs.stock.Item(1);
+    server->setTicker(QStringLiteral("ACME"));
+    core::Quote q;
+    q.setDigits(2);
+    QVERIFY(server->GetQuote(q, ctx));
+    QVERIFY(q.last().toDouble() > 0);
+    QCOMPARE(q.name(), QStringLiteral("Demo ACME Corp"));
+    QCOMPARE(rig.host.busyCalls, (QList<bool>{true, false}));
+
+    // An empty page: false, and the quote keeps what it had.
+    server->setTicker(QStringLiteral("EMPTY"));
+    const QString before = q.last();
+    QVERIFY(!server->GetQuote(q, ctx));
+    QCOMPARE(q.last(), before);
+
+    // A word-mode key the page lacks is an invalid call that reaches the caller.
+    server->setVolumeKey(QStringLiteral("Turnover:"));
+    server->setTicker(QStringLiteral("ACME"));
+    QVERIFY_THROWS_EXCEPTION(support::VbError, server->GetQuote(q, ctx));
 }
 
 void TestQuoteCycle::logonAndRedirect()
