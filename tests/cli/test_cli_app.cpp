@@ -1,0 +1,99 @@
+#include "core/PortfolioFile.h"
+
+#include "TestUtil.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+using namespace kestrova;
+
+// The daemon and the demo, run as the real kestrova-cli binary.
+class TestCliApp : public QObject
+{
+    Q_OBJECT
+private:
+    QProcessEnvironment env(const QTemporaryDir& dir) const
+    {
+        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+        e.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.filePath(QStringLiteral("config")));
+        return e;
+    }
+
+private Q_SLOTS:
+    void runStopsOnSignal_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::addColumn<QString>("saveOnExit");
+        QTest::newRow("SIGTERM, no save") << int(SIGTERM) << "no";
+        QTest::newRow("SIGINT, save") << int(SIGINT) << "yes";
+    }
+    void runStopsOnSignal()
+    {
+        QFETCH(int, signal);
+        QFETCH(QString, saveOnExit);
+        QTemporaryDir dir;
+        const QString pgr = dir.filePath(QStringLiteral("watch.pgr"));
+        QVERIFY(QFile::copy(testing::dataPath(QStringLiteral("../../data/demo.pgr")), pgr));
+        QFile::setPermissions(pgr, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        const QByteArray before = testing::readFile(pgr);
+
+        QProcess p;
+        p.setProcessEnvironment(env(dir));
+        p.start(qEnvironmentVariable("KESTROVA_CLI"),
+                {QStringLiteral("--data-dir"), dir.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"), pgr,
+                 QStringLiteral("run"), QStringLiteral("--save-on-exit"), saveOnExit});
+        QVERIFY(p.waitForStarted());
+        // Wait for the start-up line, so the signal lands in the minute cycle's idle wait.
+        QTRY_VERIFY_WITH_TIMEOUT(p.readAllStandardOutput().contains("Kestrova started on"), 10000);
+        QElapsedTimer t;
+        t.start();
+        ::kill(static_cast<pid_t>(p.processId()), signal);
+        QVERIFY(p.waitForFinished(5000));
+        // Generous against a loaded machine; an idle daemon answers at once.
+        QVERIFY2(t.elapsed() < 3000, qPrintable(QString::number(t.elapsed())));
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), 0);
+        core::PortfolioTable table;
+        core::Options options;
+        QVERIFY(core::PortfolioFile::read(pgr, table, options).ok());
+        QCOMPARE(table.count, qint16(12));
+        // Nothing was changed, so nothing is asked and the file stays as it was.
+        QCOMPARE(testing::readFile(pgr), before);
+        QVERIFY(testing::readFile(dir.filePath(QStringLiteral("data/activity.txt"))).contains("Kestrova stopped"));
+    }
+
+    void runRefusesBadSaveAnswer()
+    {
+        QTemporaryDir dir;
+        QProcess p;
+        p.setProcessEnvironment(env(dir));
+        p.start(qEnvironmentVariable("KESTROVA_CLI"), {QStringLiteral("--data-dir"), dir.path(), QStringLiteral("run"),
+                                                       QStringLiteral("--save-on-exit"), QStringLiteral("maybe")});
+        QVERIFY(p.waitForFinished(10000));
+        QCOMPARE(p.exitCode(), 2);
+    }
+
+    void demoPagesThroughTheSimulatedModem()
+    {
+        QTemporaryDir dir;
+        QProcess p;
+        p.setProcessEnvironment(env(dir));
+        p.start(qEnvironmentVariable("KESTROVA_CLI"), {QStringLiteral("demo")});
+        QVERIFY(p.waitForFinished(120000));
+        const QByteArray out = p.readAllStandardOutput();
+        QVERIFY2(p.exitCode() == 0, QByteArray(out + p.readAllStandardError()).constData());
+        QVERIFY(out.contains("Pager: Message Sent"));
+        const qsizetype pages = out.indexOf("Pages received by the paging terminal:");
+        QVERIFY(pages > 0);
+        QVERIFY(out.indexOf("[1234567] ", pages) > pages);
+        QVERIFY(out.contains("Alarms that fired:"));
+        QVERIFY(!out.contains("  (none)"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliApp)
+#include "test_cli_app.moc"
