@@ -173,16 +173,16 @@ bool DemoMarket::listen(quint16 port)
 
 void DemoMarket::close()
 {
+    m_buffers.clear();
     if (m_server) {
         m_server->close();
+        // Accepted connections are children of the server and go with it, the silent ones
+        // of HANG included; they must not call back into this object on the way out.
+        for (QTcpSocket* socket : m_server->findChildren<QTcpSocket*>()) {
+            disconnect(socket, nullptr, this, nullptr);
+        }
         delete m_server;
         m_server = nullptr;
-    }
-    const auto sockets = m_buffers.keys();
-    m_buffers.clear();
-    for (QTcpSocket* s : sockets) {
-        s->abort();
-        s->deleteLater();
     }
     m_port = 0;
 }

@@ -115,6 +115,7 @@ private Q_SLOTS:
     void badRequests_data();
     void badRequests();
     void latencyDoesNotSerialise();
+    void stopsWithRequestsOutstanding();
 
 private:
     MockClock m_clock{QDateTime(QDate(2026, 11, 23), QTime(10, 5))};
@@ -384,6 +385,30 @@ void TestDemoMarket::latencyDoesNotSerialise()
     // machine may let the first few finish before the last arrive.
     QVERIFY2(slow.market()->maxPending() >= 45, qPrintable(QString::number(slow.market()->maxPending())));
     QVERIFY2(elapsed < 3000, qPrintable(QString::number(elapsed)));
+}
+
+// Stopping the market while one connection waits forever (HANG), one waits for its latency
+// and one has sent half a request closes all three.
+void TestDemoMarket::stopsWithRequestsOutstanding()
+{
+    auto market = std::make_unique<DemoMarketThread>(m_clock, 5, 5000);
+    QVERIFY(market->start());
+    std::vector<std::unique_ptr<QTcpSocket>> sockets;
+    for (const QByteArray& raw : {request("/stock?t=HANG"), request("/stock?t=IBM"), QByteArray("GET /sto")}) {
+        auto s = std::make_unique<QTcpSocket>();
+        s->connectToHost(QHostAddress::LocalHost, market->port());
+        QVERIFY(s->waitForConnected(3000));
+        s->write(raw);
+        QVERIFY(s->waitForBytesWritten(3000));
+        sockets.push_back(std::move(s));
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(market->market()->requestCount(), 2, 3000);
+    market.reset();
+    for (auto& s : sockets) {
+        const Reply r = finish(*s, 3000);
+        QVERIFY(r.closed);
+        QVERIFY(!r.answered);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestDemoMarket)
