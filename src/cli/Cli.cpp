@@ -30,6 +30,7 @@ int run(const QStringList& arguments)
     registerPageCommands(reg);
     registerSimCommands(reg);
     registerAppCommands(reg);
+    registerMailCommands(reg);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

@@ -46,6 +46,7 @@ void registerQuotesCommands(Registry& r);
 void registerPageCommands(Registry& r);
 void registerSimCommands(Registry& r);
 void registerAppCommands(Registry& r);
+void registerMailCommands(Registry& r);
 
 // Parses global options, finds the command and runs it.
 int run(const QStringList& arguments);

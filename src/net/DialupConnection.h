@@ -1,5 +1,6 @@
 #pragma once
 
+#include "net/DialBackend.h"
 #include "net/InternetConnection.h"
 #include "net/RasDialer.h"
 
@@ -7,7 +8,6 @@
 
 namespace kestrova::net {
 
-class DialBackend;
 
 // The Internet link as the update run, SMTP paging and the mail check see it. Dial-up
 // goes through the backend (NetworkManager by default); when there is no connection

@@ -1,5 +1,5 @@
 // The POP mail watch against a real Dovecot on loopback, and its text rules.
-#include "PeerProcess.h"
+#include "DovecotPeer.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -23,129 +23,15 @@
 #include <unistd.h>
 
 using namespace kestrova;
-using kestrova::testing::PeerProcess;
+using kestrova::testing::Dovecot;
+using kestrova::testing::MailMessage;
+using kestrova::testing::sizedMessage;
 
 namespace {
 
-const QString kDovecot = QStringLiteral("/usr/sbin/dovecot");
 const QString kUser = QStringLiteral("investor");
 // Made up for these tests; it must never show up in the log or the echo.
 const QString kPassword = QStringLiteral("Pop-Secret-7731");
-constexpr uid_t kMailUid = 65534; // Dovecot will not serve mail as root
-
-struct Message
-{
-    QString from;
-    QString subject;
-    QString id;
-    QByteArray body;
-};
-
-// A mailbox on disk and a Dovecot serving it on a free loopback port.
-class Dovecot
-{
-public:
-    explicit Dovecot(const QList<Message>& messages)
-    {
-        root = dir.path();
-        ::chmod(QFile::encodeName(root).constData(), 0755);
-        const QString home = root + QStringLiteral("/home");
-        for (const char* sub : {"cur", "new", "tmp"}) {
-            QDir().mkpath(home + QStringLiteral("/Maildir/") + QLatin1String(sub));
-        }
-        for (int i = 0; i < messages.size(); ++i) {
-            add(home, i + 1, messages[i]);
-        }
-        chownTree(home);
-        port = kestrova::testing::freePort();
-        kestrova::testing::writeFile(root + QStringLiteral("/passwd"),
-                                     (kUser + QStringLiteral(":{PLAIN}") + kPassword +
-                                      QStringLiteral(":%1:%1::").arg(kMailUid) + home + QStringLiteral("::\n"))
-                                         .toUtf8());
-        QDir().mkpath(root + QStringLiteral("/run"));
-        QDir().mkpath(root + QStringLiteral("/state"));
-        const QString conf =
-            QStringLiteral("base_dir = %1/run\nstate_dir = %1/state\nlog_path = %1/dovecot.log\n"
-                           "protocols = pop3\nlisten = 127.0.0.1\nssl = no\ndisable_plaintext_auth = no\n"
-                           "auth_verbose = no\nauth_failure_delay = 0\nauth_mechanisms = plain\n"
-                           "mail_location = maildir:~/Maildir\n"
-                           "service pop3-login {\n  inet_listener pop3 {\n    address = 127.0.0.1\n"
-                           "    port = %2\n  }\n}\nservice anvil {\n  chroot =\n}\n"
-                           "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN username_format=%u %1/passwd\n}\n"
-                           "userdb {\n  driver = passwd-file\n  args = username_format=%u %1/passwd\n}\n")
-                .arg(root)
-                .arg(port);
-        kestrova::testing::writeFile(root + QStringLiteral("/dovecot.conf"), conf.toUtf8());
-    }
-
-    bool start()
-    {
-        peer.terminateOnStop = true;
-        if (!peer.start(kDovecot, {QStringLiteral("-F"), QStringLiteral("-c"), root + QStringLiteral("/dovecot.conf")},
-                        {})) {
-            return false;
-        }
-        for (int i = 0; i < 100; ++i) {
-            QTcpSocket s;
-            s.connectToHost(QHostAddress::LocalHost, port);
-            if (s.waitForConnected(100) && s.waitForReadyRead(2000)) {
-                return true;
-            }
-            QThread::msleep(100);
-        }
-        return false;
-    }
-
-    QString log() const
-    {
-        return QString::fromUtf8(kestrova::testing::readFile(root + QStringLiteral("/dovecot.log")));
-    }
-
-    // The message as it travels over POP (CR LF line ends), for size arithmetic.
-    static QByteArray wire(const Message& m)
-    {
-        QByteArray text = "Date: Mon, 23 Nov 2026 09:00:00 +0000\nFrom: " + m.from.toUtf8() +
-                          "\nSubject: " + m.subject.toUtf8() + "\nMessage-ID: " + m.id.toUtf8() + "\n\n" + m.body;
-        return text;
-    }
-
-    QTemporaryDir dir;
-    QString root;
-    quint16 port = 0;
-    PeerProcess peer;
-
-private:
-    static void add(const QString& home, int n, const Message& m)
-    {
-        kestrova::testing::writeFile(
-            home + QStringLiteral("/Maildir/new/17000000%1.M%1P1.kestrova").arg(n, 2, 10, QChar(u'0')), wire(m));
-    }
-    static void chownTree(const QString& path)
-    {
-        if (::chown(QFile::encodeName(path).constData(), kMailUid, kMailUid) != 0) {
-            qWarning("chown failed for %s", qPrintable(path));
-        }
-        for (const QFileInfo& fi : QDir(path).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)) {
-            if (fi.isDir()) {
-                chownTree(fi.filePath());
-            } else if (::chown(QFile::encodeName(fi.filePath()).constData(), kMailUid, kMailUid) != 0) {
-                qWarning("chown failed");
-            }
-        }
-    }
-};
-
-// A message whose size on the wire (LF counted as CR LF) is exactly `octets`.
-Message sizedMessage(const QString& id, qint64 octets)
-{
-    Message m{QStringLiteral("Big Sender <big@example.test>"), QStringLiteral("Large"), id, {}};
-    const QByteArray head = Dovecot::wire(m);
-    const qint64 headOctets = head.size() + head.count('\n');
-    // Body: one line of 'x' and its line end (2 octets on the wire).
-    m.body = QByteArray(octets - headOctets - 2, 'x') + '\n';
-    return m;
-}
-
 struct Rig
 {
     support::MockClock clock;
@@ -187,7 +73,7 @@ struct Rig
     }
 };
 
-const QList<Message> kThree = {
+const QList<MailMessage> kThree = {
     {QStringLiteral("Alice Smith <alice@example.test>"), QStringLiteral("Lunch Today"),
      QStringLiteral("<m1@example.test>"), "Are we still on?\n"},
     {QStringLiteral("Bob <bob@example.test>"), QStringLiteral("IBM Up 5%"), QStringLiteral("<m2@example.test>"),
@@ -292,7 +178,7 @@ private Q_SLOTS:
         QFETCH(bool, download);
         QFETCH(QString, logLine);
         requireDovecot();
-        Dovecot server({});
+        Dovecot server(kUser, kPassword, {});
         QVERIFY(server.start());
         Rig rig(server.port);
         rig.box.mailWaiting = true; // left over from an earlier check
@@ -313,7 +199,7 @@ private Q_SLOTS:
     void threeMessagesThenNoneNew()
     {
         requireDovecot();
-        Dovecot server(kThree);
+        Dovecot server(kUser, kPassword, kThree);
         QVERIFY(server.start());
         Rig rig(server.port);
         rig.check(true);
@@ -357,7 +243,7 @@ private Q_SLOTS:
     void countOnlyReadsNoHeaders()
     {
         requireDovecot();
-        Dovecot server(kThree);
+        Dovecot server(kUser, kPassword, kThree);
         QVERIFY(server.start());
         Rig rig(server.port);
         rig.check(false);
@@ -381,7 +267,7 @@ private Q_SLOTS:
         QFETCH(qint64, octets);
         QFETCH(bool, skipped);
         requireDovecot();
-        Dovecot server({sizedMessage(QStringLiteral("<big@example.test>"), octets)});
+        Dovecot server(kUser, kPassword, {sizedMessage(QStringLiteral("<big@example.test>"), octets)});
         QVERIFY(server.start());
         Rig rig(server.port);
         rig.settings.mailSizeKb = 2;
@@ -397,7 +283,7 @@ private Q_SLOTS:
     void wrongPassword()
     {
         requireDovecot();
-        Dovecot server(kThree);
+        Dovecot server(kUser, kPassword, kThree);
         QVERIFY(server.start());
         Rig rig(server.port);
         rig.options.password = QStringLiteral("Wrong-Secret-99");
@@ -437,7 +323,7 @@ private Q_SLOTS:
 private:
     void requireDovecot()
     {
-        if (!QFileInfo(kDovecot).isExecutable()) {
+        if (!QFileInfo(Dovecot::program()).isExecutable()) {
             QSKIP("dovecot-pop3d is not installed (scripts/install-deps.sh --test installs it)");
         }
     }
