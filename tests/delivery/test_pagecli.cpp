@@ -1,0 +1,125 @@
+#include "core/ModemProfiles.h"
+#include "core/Options.h"
+#include "core/PortfolioFile.h"
+#include "core/PortfolioTable.h"
+#include "settings/SettingsStore.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace kestrova;
+
+// kestrova-cli page against kestrova-cli modem-sim, both as real processes on the real
+// clock, talking over the simulator's pty through the link the settings point at.
+class TestPageCli : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void pageArrivesWhole_data();
+    void pageArrivesWhole();
+
+private:
+    QString m_cli;
+};
+
+void TestPageCli::initTestCase()
+{
+    m_cli = qEnvironmentVariable("KESTROVA_CLI");
+    QVERIFY2(!m_cli.isEmpty() && QFile::exists(m_cli), "KESTROVA_CLI must name the built kestrova-cli");
+}
+
+void TestPageCli::pageArrivesWhole_data()
+{
+    QTest::addColumn<bool>("numeric");
+    QTest::addColumn<QString>("scriptText");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("result");
+    QTest::addColumn<QStringList>("simLines");
+
+    QTest::newRow("two TAP pages") << false << ""
+                                   << "Buy IBM below 100.50 today" << 0 << "Pager: Message Sent (2 Pages)"
+                                   << QStringList{"CALL 5552000", "PAGE 7654321 Buy IBM below 100.50",
+                                                  "PAGE 7654321 today"};
+    QTest::newRow("numeric page with its commas")
+        << true << "numeric 5552000"
+        << "4321*9" << 0 << "Digital Pager: Message 1 Sent" << QStringList{"NUMERIC 5552000,,4321*9 DIGITS ,,4321*9"};
+    QTest::newRow("busy service") << false << "busy 5552000"
+                                  << "never arrives" << 1 << "Pager: Busy" << QStringList{};
+}
+
+void TestPageCli::pageArrivesWhole()
+{
+    QFETCH(bool, numeric);
+    QFETCH(QString, scriptText);
+    QFETCH(QString, text);
+    QFETCH(int, exitCode);
+    QFETCH(QString, result);
+    QFETCH(QStringList, simLines);
+
+    QTemporaryDir tmp;
+    QVERIFY(tmp.isValid());
+    const QString link = tmp.filePath(QStringLiteral("modem"));
+    const QString scriptPath = tmp.filePath(QStringLiteral("modem.script"));
+    {
+        QFile f(scriptPath);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(("connect-delay-ms 30\nguard-ms 100\n" + scriptText + "\n").toUtf8());
+    }
+
+    QProcess sim;
+    sim.setProcessChannelMode(QProcess::SeparateChannels);
+    sim.start(m_cli,
+              {QStringLiteral("modem-sim"), QStringLiteral("--link"), link, QStringLiteral("--script"), scriptPath});
+    QVERIFY(sim.waitForStarted());
+    QVERIFY(sim.waitForReadyRead(10000));
+    QVERIFY(sim.readLine().startsWith("modem-sim: listening on /dev/pts/"));
+    QVERIFY(QFileInfo(link).isSymLink());
+
+    core::Options options;
+    core::setBuiltInModemProfiles(options.modem);
+    options.paging.pagerId = QStringLiteral("7654321");
+    options.paging.phone = QStringLiteral("5552000");
+    options.paging.maxLength = 20;
+    options.paging.retries = 1;
+    options.paging.numeric = numeric;
+    options.paging.numericWait = 4;
+    core::PortfolioTable table;
+    const QString portfolio = tmp.filePath(QStringLiteral("page.pgr"));
+    const core::PortfolioFileResult written = core::PortfolioFile::write(portfolio, table, options);
+    QVERIFY2(written.ok(), qPrintable(written.message));
+
+    const QString configHome = tmp.filePath(QStringLiteral("config"));
+    {
+        settings::SettingsStore store(configHome + QStringLiteral("/Kestrova/Kestrova.ini"));
+        store.save(QStringLiteral("Settings"), QStringLiteral("ModemDevice"), link);
+        QVERIFY(store.sync());
+    }
+
+    QProcess page;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+    page.setProcessEnvironment(env);
+    page.start(m_cli, {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
+                       QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"), text});
+    QVERIFY(page.waitForStarted());
+    QVERIFY(page.waitForFinished(90000));
+    const QString out = QString::fromUtf8(page.readAllStandardOutput());
+    QVERIFY2(page.exitCode() == exitCode, qPrintable(out + QString::fromUtf8(page.readAllStandardError())));
+    QCOMPARE(out.trimmed(), result);
+
+    sim.terminate();
+    QVERIFY(sim.waitForFinished(10000));
+    QCOMPARE(sim.exitCode(), 0);
+    QStringList lines = QString::fromUtf8(sim.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    QVERIFY(!lines.isEmpty());
+    QVERIFY(lines.takeLast().startsWith(QStringLiteral("modem-sim: ")));
+    QCOMPARE(lines, simLines);
+    QVERIFY(!QFileInfo::exists(link));
+}
+
+QTEST_GUILESS_MAIN(TestPageCli)
+#include "test_pagecli.moc"
