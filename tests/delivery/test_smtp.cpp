@@ -289,6 +289,67 @@ private Q_SLOTS:
         QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 550 Mailbox unavailable\r\n")));
     }
 
+    // Mail headers forwarded by e-mail: one mail per new record, in the paging text form.
+    void forwardsNewMail_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("pageHeaders");
+        QTest::addColumn<bool>("forward");
+        QTest::addColumn<QStringList>("bodies");
+        QTest::newRow("headers") << 2 << true << true
+                                 << QStringList{QStringLiteral("mon, 23 nov|From:alice|Subject:lunch"),
+                                                QStringLiteral("tue, 24 nov|From:carol|Subject:q3")};
+        QTest::newRow("message text in mode 1")
+            << 1 << false << true
+            << QStringList{QStringLiteral("mon, 23 nov:See you"), QStringLiteral("tue, 24 nov:Fine")};
+        QTest::newRow("header paging off") << 0 << false << true << QStringList{};
+        QTest::newRow("forwarding off") << 2 << true << false << QStringList{};
+    }
+    void forwardsNewMail()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, pageHeaders);
+        QFETCH(bool, forward);
+        QFETCH(QStringList, bodies);
+        Rig rig;
+        rig.options.smtp.maxLength = 100;
+        rig.options.mail.mode = static_cast<qint16>(mode);
+        rig.options.mail.pageHeaders = pageHeaders;
+        rig.options.paging.forwardMail = forward;
+        const quint16 port = kestrova::testing::freePort();
+        rig.options.smtp.port = static_cast<qint16>(port);
+        PeerProcess peer;
+        QVERIFY2(startSmtp(peer, port, rig.mailDir, QStringLiteral("accept")), peer.log().constData());
+
+        core::MailBox box;
+        box.messageCount = 3;
+        box.mailWaiting = true;
+        box.records[1] = {QStringLiteral(" mon, 23 nov "), QStringLiteral("<1@x>"),   {},   QStringLiteral("alice"),
+                          QStringLiteral("lunch"),         QStringLiteral("See you"), true, 10};
+        box.records[2] = {QStringLiteral("sun, 22 nov"), QStringLiteral("<2@x>"), {},    QStringLiteral("bob"),
+                          QStringLiteral("old"),         QStringLiteral("Seen"),  false, 10};
+        box.records[3] = {QStringLiteral("tue, 24 nov"), QStringLiteral("<3@x>"), {},   QStringLiteral("carol"),
+                          QStringLiteral("q3"),          QStringLiteral("Fine"),  true, 10};
+        box.records[4] = {QStringLiteral("beyond the count"),
+                          QStringLiteral("<4@x>"),
+                          {},
+                          QStringLiteral("dan"),
+                          QStringLiteral("stale"),
+                          QStringLiteral("x"),
+                          true,
+                          10};
+
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        pager.sendEmailMessages(box);
+        QStringList received;
+        for (const QString& mail : rig.received()) {
+            received << bodyOf(mail);
+        }
+        QCOMPARE(received, bodies);
+        QCOMPARE(rig.activity().count(QStringLiteral("Sending E-Mail Messages ")), bodies.size());
+    }
+
     void cancelStopsBeforeNextPiece()
     {
         Rig rig;
