@@ -1,7 +1,7 @@
 // Wall time of one retrieval cycle of 50 stocks and 10 options against the demo market,
 // each page answered after a fixed latency: fetched side by side, then one at a time.
 //
-//   bench_cycle [latency-ms] [parallel ...]      (defaults: 100, 8)
+//   bench_cycle [latency-ms] [parallel ...]      (defaults: 100, 50)
 
 #include "BenchPages.h"
 
@@ -90,7 +90,7 @@ int main(int argc, char** argv)
     for (int i = 2; i < argc; ++i)
         parallels << atoi(argv[i]);
     if (parallels.isEmpty())
-        parallels << 8;
+        parallels << quotes::CurlFetcher::kMaxParallel;
 
     std::printf("cycle: 50 stocks + 10 options, demo market latency %d ms per page\n", latency);
     const Run seq = runCycle(latency, 1);

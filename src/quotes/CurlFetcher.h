@@ -15,7 +15,9 @@ namespace kestrova::quotes {
 class CurlFetcher final : public PageFetcher
 {
 public:
-    static constexpr int kMaxParallel = 8;
+    // A full portfolio (50 securities) goes out in one round; a cycle never asks more of
+    // one service than a browser with as many tabs would.
+    static constexpr int kMaxParallel = 50;
 
     CurlFetcher(support::Host& host, core::ProxyOptions proxy = {});
     ~CurlFetcher() override;
@@ -26,8 +28,7 @@ public:
     // Whole-transfer and connect time-outs (30 s and 15 s unless changed).
     void setTimeoutMs(int ms) { m_timeoutMs = ms; }
     void setConnectTimeoutMs(int ms) { m_connectTimeoutMs = ms; }
-    // The most transfers getMany runs at once, whatever its caller asks for. Eight keeps a
-    // quote service from seeing the program as a flood; benchmarks may raise it.
+    // The most transfers getMany runs at once, whatever its caller asks for.
     void setParallelLimit(int limit) { m_parallelLimit = qMax(1, limit); }
 
     void setUrl(const QString& url) override;

@@ -35,10 +35,10 @@ public:
     // callback).
     virtual QString get(const QString& url) = 0;
 
-    // Fetches every URL, at most maxParallel at once (capped at 8); the result holds one
+    // Fetches every URL, at most maxParallel at once; the result holds one
     // body per URL in the order given, empty for failures and for transfers abandoned
     // through the completion callback.
-    virtual QStringList getMany(const QStringList& urls, int maxParallel = 8,
+    virtual QStringList getMany(const QStringList& urls, int maxParallel = 50,
                                 const CompletionCallback& onDone = {}) = 0;
 
     // Markup to tab-separated text: every tag becomes exactly one tab (see MarkupText.h).

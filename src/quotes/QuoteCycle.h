@@ -29,7 +29,7 @@ struct CycleContext
     // The main window's stop flag, read like the cancel flag after every security.
     const bool* stop = nullptr;
     // Pages fetched side by side; 1 gives the one-page-at-a-time cycle.
-    int maxParallel = 8;
+    int maxParallel = 50;
 };
 
 struct CycleResult
