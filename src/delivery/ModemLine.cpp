@@ -24,6 +24,12 @@ ModemLine::ModemLine(const support::Services& services, SerialLine& line, const 
     };
 }
 
+ModemLine::~ModemLine()
+{
+    // The port may outlive this line (the application keeps one for the whole run).
+    m_line.onCommEvent = nullptr;
+}
+
 void ModemLine::showStatus(const QString& text) const
 {
     m_services.host.setStatusText(text);

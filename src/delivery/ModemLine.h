@@ -35,6 +35,9 @@ public:
     static constexpr int kMaxInput = 5000;
 
     ModemLine(const support::Services& services, SerialLine& line, const core::ModemOptions& options);
+    ~ModemLine();
+    ModemLine(const ModemLine&) = delete;
+    ModemLine& operator=(const ModemLine&) = delete;
 
     SerialLine& serial() { return m_line; }
     const support::Services& services() const { return m_services; }

@@ -2,6 +2,7 @@
 
 #include <QSerialPort>
 #include <QStringList>
+#include <QTimer>
 
 #include <cerrno>
 #include <cstring>
@@ -87,17 +88,24 @@ public:
     QtSerialLine()
     {
         QObject::connect(&m_port, &QSerialPort::errorOccurred, [this](QSerialPort::SerialPortError e) {
-            if (!onCommEvent || !m_port.isOpen() || m_internal) {
+            if (!m_port.isOpen() || m_internal || e == QSerialPort::NoError || e == QSerialPort::TimeoutError) {
                 return;
             }
+            if (e == QSerialPort::ResourceError) {
+                // The device went away under us (the other end of a pty closed, a USB
+                // adapter was pulled). The port is dead, so let it go once the signal has
+                // returned; waits then simply run out and the next attempt finds the port
+                // unavailable.
+                QTimer::singleShot(0, &m_port, [this] { close(); });
+            }
+            if (!onCommEvent) {
+                return;
+            }
+            // The nearest classic events: a vanished device reads as end of file, a
+            // refused write as a full transmit buffer.
             switch (e) {
-            case QSerialPort::NoError:
-            case QSerialPort::TimeoutError:
-                break;
             case QSerialPort::ResourceError:
             case QSerialPort::ReadError:
-                // The device went away under us (the other end of a pty closed, a USB
-                // adapter was pulled): the nearest classic event is end of file.
                 onCommEvent(EvEof, false);
                 break;
             case QSerialPort::WriteError:

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void noiseAbortsTheWait();
     void cancelMidSession();
     void unavailablePortIsNotRetried();
+    void vanishingModemEndsTheAttempt();
     void openPortIsLeftAlone();
     void missingSettingsAskFirst_data();
     void missingSettingsAskFirst();
@@ -202,6 +203,27 @@ void TestTapPager::unavailablePortIsNotRetried()
     QCOMPARE(rig.countStatus(QStringLiteral("Retrying")), 0);
     QCOMPARE(rig.countStatus(QStringLiteral("Hanging Up")), 0);
     QVERIFY(rig.sim.commands.isEmpty());
+}
+
+void TestTapPager::vanishingModemEndsTheAttempt()
+{
+    ModemRig rig;
+    auto* modem = new sim::ModemSimulator;
+    rig.line->setDevice(modem->slavePath());
+    // The modem is unplugged once the logon has begun.
+    rig.host.onYield = [&modem] {
+        if (modem && modem->logonCrs > 0) {
+            delete modem;
+            modem = nullptr;
+        }
+    };
+    delivery::TapPager pager(rig.modem, rig.options);
+    QCOMPARE(pager.SendPage(QStringLiteral("x")), QStringLiteral("Comm Port Unavailable"));
+    QVERIFY(modem == nullptr);
+    QCOMPARE(rig.statusMessages(),
+             (QStringList{QStringLiteral("Pager: Unable to logon."), QStringLiteral("Comm Port Unavailable")}));
+    QVERIFY(rig.host.terminal.contains(QStringLiteral("End of File Detected")));
+    QVERIFY(!rig.line->isOpen());
 }
 
 void TestTapPager::openPortIsLeftAlone()
