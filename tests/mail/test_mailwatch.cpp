@@ -280,6 +280,45 @@ private Q_SLOTS:
         QCOMPARE(rig.box.records[1].subject, QStringLiteral("large")); // the headers are kept either way
     }
 
+    // STLS on the plain port and POP3S, both with a throw-away certificate.
+    void tls_data()
+    {
+        QTest::addColumn<int>("security");
+        QTest::newRow("STLS") << 1;
+        QTest::newRow("implicit TLS") << 2;
+    }
+    void tls()
+    {
+        QFETCH(int, security);
+        requireDovecot();
+        Dovecot server(kUser, kPassword, kThree);
+        const QString cert = server.root + QStringLiteral("/cert.pem");
+        const QString key = server.root + QStringLiteral("/key.pem");
+        QProcess openssl;
+        openssl.start(QStringLiteral("openssl"),
+                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                       QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
+                       QStringLiteral("1"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+                       QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
+                       QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+        openssl.closeWriteChannel();
+        QVERIFY(openssl.waitForFinished(60000));
+        QCOMPARE(openssl.exitCode(), 0);
+        server.enableTls(cert, key);
+        QVERIFY2(server.start(), qPrintable(server.log()));
+        Rig rig(security == 2 ? server.tlsPort : server.port);
+        rig.options.security = static_cast<qint16>(security);
+        mail::PopClient client(rig.services);
+        client.setCaFile(cert);
+        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
+        watch.checkMail(true);
+        QCOMPARE(rig.box.messageCount, qint16(3));
+        QCOMPARE(rig.box.records[3].subject, QStringLiteral("re: quarterly"));
+        QVERIFY(!rig.box.records[3].text.isEmpty());
+        QVERIFY(server.log().contains(QStringLiteral("TLS")));
+        rig.verifyNoPassword();
+    }
+
     void wrongPassword()
     {
         requireDovecot();

@@ -48,24 +48,39 @@ public:
                       .toUtf8());
         QDir().mkpath(root + QStringLiteral("/run"));
         QDir().mkpath(root + QStringLiteral("/state"));
-        const QString conf =
-            QStringLiteral("base_dir = %1/run\nstate_dir = %1/state\nlog_path = %1/dovecot.log\n"
-                           "protocols = pop3\nlisten = 127.0.0.1\nssl = no\ndisable_plaintext_auth = no\n"
-                           "auth_verbose = no\nauth_failure_delay = 0\nauth_mechanisms = plain\n"
-                           "mail_location = maildir:~/Maildir\n"
-                           "service pop3-login {\n  inet_listener pop3 {\n    address = 127.0.0.1\n"
-                           "    port = %2\n  }\n}\nservice anvil {\n  chroot =\n}\n"
-                           "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN username_format=%u %1/passwd\n}\n"
-                           "userdb {\n  driver = passwd-file\n  args = username_format=%u %1/passwd\n}\n")
-                .arg(root)
-                .arg(port);
-        writeFile(root + QStringLiteral("/dovecot.conf"), conf.toUtf8());
     }
 
     static QString program() { return QStringLiteral("/usr/sbin/dovecot"); }
 
+    // Serves STLS on the plain port and POP3S on tlsPort with a throw-away certificate.
+    void enableTls(const QString& certFile, const QString& keyFile)
+    {
+        m_cert = certFile;
+        m_key = keyFile;
+        tlsPort = freePort();
+    }
+
     bool start()
     {
+        QString ssl = QStringLiteral("ssl = no\n");
+        QString tlsListener;
+        if (!m_cert.isEmpty()) {
+            ssl = QStringLiteral("ssl = yes\nssl_cert = <%1\nssl_key = <%2\n").arg(m_cert, m_key);
+            tlsListener =
+                QStringLiteral("  inet_listener pop3s {\n    address = 127.0.0.1\n    port = %1\n    ssl = yes\n  }\n")
+                    .arg(tlsPort);
+        }
+        const QString conf =
+            QStringLiteral("base_dir = %1/run\nstate_dir = %1/state\nlog_path = %1/dovecot.log\n"
+                           "protocols = pop3\nlisten = 127.0.0.1\n%3disable_plaintext_auth = no\n"
+                           "auth_verbose = no\nauth_failure_delay = 0\nauth_mechanisms = plain\n"
+                           "mail_location = maildir:~/Maildir\n"
+                           "service pop3-login {\n  inet_listener pop3 {\n    address = 127.0.0.1\n"
+                           "    port = %2\n  }\n%4}\nservice anvil {\n  chroot =\n}\n"
+                           "passdb {\n  driver = passwd-file\n  args = scheme=PLAIN username_format=%u %1/passwd\n}\n"
+                           "userdb {\n  driver = passwd-file\n  args = username_format=%u %1/passwd\n}\n")
+                .arg(root, QString::number(port), ssl, tlsListener);
+        writeFile(root + QStringLiteral("/dovecot.conf"), conf.toUtf8());
         peer.terminateOnStop = true;
         if (!peer.start(program(), {QStringLiteral("-F"), QStringLiteral("-c"), root + QStringLiteral("/dovecot.conf")},
                         {})) {
@@ -95,9 +110,13 @@ public:
     QTemporaryDir dir;
     QString root;
     quint16 port = 0;
+    quint16 tlsPort = 0;
     PeerProcess peer;
 
 private:
+    QString m_cert;
+    QString m_key;
+
     static void add(const QString& home, int n, const MailMessage& m)
     {
         writeFile(home + QStringLiteral("/Maildir/new/17000000%1.M%1P1.kestrova").arg(n, 2, 10, QChar(u'0')), wire(m));
