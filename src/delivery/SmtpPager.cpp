@@ -20,7 +20,7 @@ SmtpPager::SmtpPager(const support::Services& services, const core::Options& opt
     : m_services(services), m_options(options), m_sender(sender), m_connection(connection)
 {}
 
-bool SmtpPager::sendSmtpMessage(const QString& text)
+bool SmtpPager::sendSmtpMessage(const QString& text, const QString& recipient)
 {
     const support::Services& s = m_services;
     s.host.setStatusText(QStringLiteral("Connecting to SMTP Server"));
@@ -33,7 +33,7 @@ bool SmtpPager::sendSmtpMessage(const QString& text)
     mail.server = o.hostName.trimmed().isEmpty() ? o.hostAddress.trimmed() : o.hostName.trimmed();
     mail.port = static_cast<quint16>(o.port);
     mail.from = o.from;
-    mail.recipient = o.recipient;
+    mail.recipient = recipient.isEmpty() ? o.recipient : recipient;
     mail.domain = o.domain;
     mail.security = static_cast<MailSecurity>(std::clamp<int>(o.security, 0, 2));
     mail.user = o.user;

@@ -24,7 +24,8 @@ public:
               net::InternetConnection* connection = nullptr);
 
     // send SMTP message. Returns true when every piece went through in the first round.
-    bool sendSmtpMessage(const QString& text);
+    // A recipient, when given, replaces the configured one for this call only.
+    bool sendSmtpMessage(const QString& text, const QString& recipient = {});
     // send e-mail messages: forwards the headers of new mail.
     void sendEmailMessages(const core::MailBox& box);
 

@@ -319,6 +319,28 @@ private Q_SLOTS:
         rig.verifyNoPassword();
     }
 
+    // The record table ends at 100: a 101st message is a subscript error, trapped and logged.
+    void moreThanAHundredMessages()
+    {
+        requireDovecot();
+        QList<MailMessage> many;
+        for (int i = 1; i <= 101; ++i) {
+            many << MailMessage{QStringLiteral("sender%1@example.test").arg(i), QStringLiteral("Note %1").arg(i),
+                                QStringLiteral("<n%1@example.test>").arg(i), "x\n"};
+        }
+        Dovecot server(kUser, kPassword, many);
+        QVERIFY(server.start());
+        Rig rig(server.port);
+        rig.check(true);
+        QCOMPARE(rig.box.messageCount, qint16(101));
+        QCOMPARE(rig.box.records[100].subject, QStringLiteral("note 100"));
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Receiving Message #100 ")));
+        QVERIFY(!log.contains(QStringLiteral("Receiving Message #101 ")));
+        QVERIFY(log.contains(QStringLiteral("Check Mail: Subscript out of range ")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Socket Closed...: ")));
+    }
+
     void wrongPassword()
     {
         requireDovecot();

@@ -119,7 +119,7 @@ private:
 
     static void add(const QString& home, int n, const MailMessage& m)
     {
-        writeFile(home + QStringLiteral("/Maildir/new/17000000%1.M%1P1.kestrova").arg(n, 2, 10, QChar(u'0')), wire(m));
+        writeFile(home + QStringLiteral("/Maildir/new/1700%1.M%1P1.kestrova").arg(n, 6, 10, QChar(u'0')), wire(m));
     }
     static void chownTree(const QString& path)
     {
