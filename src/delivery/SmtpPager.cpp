@@ -7,6 +7,7 @@
 #include "support/Clock.h"
 #include "support/Host.h"
 #include "support/Services.h"
+#include "support/VbError.h"
 
 namespace kestrova::delivery {
 
@@ -39,7 +40,14 @@ bool SmtpPager::sendSmtpMessage(const QString& text, const QString& recipient)
     mail.user = o.user;
     mail.password = o.password;
 
-    m_pages = splitPages(text, o.maxLength, false);
+    try {
+        m_pages = splitPages(text, o.maxLength, false);
+    } catch (const support::VbError& e) {
+        // More pieces than the page table holds: nothing is sent.
+        m_pages = {};
+        s.log.LogMessage(QStringLiteral("SendSMTPMessage: ") + support::VbError::standardText(e.number()));
+        return false;
+    }
 
     // Set once and never cleared: a failure in any round makes all four rounds run and
     // ends in the failure line, even when a later round got every piece through.

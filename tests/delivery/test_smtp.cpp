@@ -372,6 +372,23 @@ private Q_SLOTS:
         QVERIFY(!rig.activity().contains(QStringLiteral("Unable to send message")));
     }
 
+    void tooManyPiecesSendsNothing()
+    {
+        Rig rig;
+        rig.options.smtp.maxLength = 2;
+        rig.options.smtp.port = static_cast<qint16>(kestrova::testing::freePort()); // must not be tried
+        delivery::CurlSmtpSender sender(rig.host);
+        delivery::SmtpPager pager(rig.services, rig.options, sender);
+        QVERIFY(!pager.sendSmtpMessage(QString(101, u'x'))); // 51 pieces
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("SendSMTPMessage: Subscript out of range ")));
+        QVERIFY(!log.contains(QStringLiteral("Sending Message #")));
+        QVERIFY(!log.contains(QStringLiteral("Winsock Error")));
+        // 50 pieces still fit.
+        QVERIFY(!pager.sendSmtpMessage(QString(100, u'x')));
+        QCOMPARE(pager.pages().count(), 50);
+    }
+
     void refusedConnectionTellsTheTruth()
     {
         Rig rig;
