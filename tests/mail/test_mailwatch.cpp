@@ -341,6 +341,43 @@ private Q_SLOTS:
         QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Socket Closed...: ")));
     }
 
+    // Servers Dovecot cannot imitate: a size on the TOP line, and a hang-up mid-reply.
+    void scriptedServer_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<qint64>("size1");
+        QTest::addColumn<QString>("sender1");
+        QTest::addColumn<bool>("socketError");
+        QTest::newRow("size on the TOP line") << "octets" << qint64(140) << "dana lee <dana@example.test>" << false;
+        QTest::newRow("hang-up inside TOP") << "hangup" << qint64(140) << "" << true;
+    }
+    void scriptedServer()
+    {
+        QFETCH(QString, mode);
+        QFETCH(qint64, size1);
+        QFETCH(QString, sender1);
+        QFETCH(bool, socketError);
+        const quint16 port = kestrova::testing::freePort();
+        kestrova::testing::PeerProcess peer;
+        QVERIFY2(peer.start(kestrova::testing::systemPython(),
+                            {QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py"), QString::number(port), mode},
+                            QStringLiteral("READY")),
+                 peer.log().constData());
+        Rig rig(port);
+        rig.check(true);
+        QCOMPARE(rig.box.messageCount, qint16(2));
+        QCOMPARE(rig.box.records[1].size, size1);
+        QCOMPARE(rig.box.records[1].sender, sender1);
+        const QString log = rig.activity();
+        QCOMPARE(log.contains(QStringLiteral("Winsock Error using POP: Connection reset by peer ")), socketError);
+        QCOMPARE(log.contains(QStringLiteral("Receiving Message #2 ")), !socketError);
+        if (!socketError) {
+            QCOMPARE(rig.box.records[2].text, QStringLiteral("From: eve@example.test\r\nSubject: Hi\r\n"
+                                                             "Date: Tue, 24 Nov 2026 08:05:00 +0000\r\n"
+                                                             "Message-ID: <p2@example.test>\r\n\r\nHello.\r\n"));
+        }
+    }
+
     void wrongPassword()
     {
         requireDovecot();
