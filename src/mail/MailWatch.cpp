@@ -172,6 +172,9 @@ void MailWatch::checkMail(bool download)
                                       : QStringLiteral("Internet: Mail Waiting"));
             m_box.mailWaiting = true;
         }
+        if (mailDisplayChanged) {
+            mailDisplayChanged();
+        }
         if (download) {
             try {
                 for (int n = 1; n <= m_box.messageCount; ++n) {

@@ -4,6 +4,8 @@
 #include "core/Options.h"
 #include "mail/PopClient.h"
 
+#include <functional>
+
 namespace kestrova::support {
 struct Services;
 }
@@ -44,6 +46,10 @@ public:
     static QString addEmailMarker(const QString& pageText, const core::MailBox& box, const core::MailOptions& options);
 
     bool popError() const { return m_popError; }
+
+    // Called when the count and the mail-waiting flag have changed, so the face can
+    // refresh its e-mail display.
+    std::function<void()> mailDisplayChanged;
 
     // PopEvents
     void popDataReceived(const QByteArray& data) override;

@@ -202,8 +202,12 @@ void PopClient::close()
 {
     if (isOpen()) {
         m_closing = true;
+        // A server that stopped answering should not hold the close for a full time-out.
+        const int timeout = m_timeoutSeconds;
+        m_timeoutSeconds = std::min(timeout, 5);
         QByteArray reply;
         command("QUIT", false, &reply);
+        m_timeoutSeconds = timeout;
     }
     m_closing = true;
     m_socket->disconnectFromHost();

@@ -246,7 +246,12 @@ private Q_SLOTS:
         Dovecot server(kUser, kPassword, kThree);
         QVERIFY(server.start());
         Rig rig(server.port);
-        rig.check(false);
+        mail::PopClient client(rig.services);
+        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
+        int displays = 0;
+        watch.mailDisplayChanged = [&displays] { ++displays; };
+        watch.checkMail(false);
+        QCOMPARE(displays, 1);
         QCOMPARE(rig.box.messageCount, qint16(3));
         QVERIFY(rig.activity().contains(QStringLiteral("Internet: Mail Waiting ")));
         QVERIFY(rig.box.records[1].messageId.isEmpty());
@@ -376,6 +381,35 @@ private Q_SLOTS:
                                                              "Date: Tue, 24 Nov 2026 08:05:00 +0000\r\n"
                                                              "Message-ID: <p2@example.test>\r\n\r\nHello.\r\n"));
         }
+    }
+
+    void silentServerTimesOut()
+    {
+        const quint16 port = kestrova::testing::freePort();
+        kestrova::testing::PeerProcess peer;
+        peer.terminateOnStop = true;
+        QVERIFY2(peer.start(kestrova::testing::systemPython(),
+                            {QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py"), QString::number(port),
+                             QStringLiteral("silent")},
+                            QStringLiteral("READY")),
+                 peer.log().constData());
+        Rig rig(port);
+        int displays = 0;
+        mail::PopClient client(rig.services);
+        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
+        watch.mailDisplayChanged = [&displays] { ++displays; };
+        const QDateTime start = rig.clock.now();
+        watch.checkMail(true);
+        const qint64 waited = start.secsTo(rig.clock.now());
+        // One 60-second wait for the USER reply and a short one for QUIT, not more.
+        QVERIFY2(waited >= 60 && waited <= 70, qPrintable(QString::number(waited)));
+        QVERIFY(!rig.box.countKnown);
+        QCOMPARE(displays, 0);
+        const QString log = rig.activity();
+        QVERIFY(log.contains(QStringLiteral("Checking Mail... ")));
+        QVERIFY(!log.contains(QStringLiteral("Waiting ")));
+        QVERIFY(!log.contains(QStringLiteral("Retrieved ")));
+        QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Recv: +OK scripted ready")));
     }
 
     void wrongPassword()

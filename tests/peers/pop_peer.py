@@ -5,6 +5,7 @@ Usage: pop_peer.py PORT MODE
 
 MODE "octets": two messages; TOP and RETR answer "+OK <size> octets" as older servers do.
 MODE "hangup": the connection is dropped in the middle of the first TOP reply.
+MODE "silent": greets, then never answers.
 Prints "READY" once listening; serves one connection, then exits.
 """
 import socket
@@ -34,6 +35,8 @@ def main():
     f = conn.makefile("rb")
     conn.sendall(b"+OK scripted ready\r\n")
     for line in f:
+        if mode == "silent":
+            continue
         cmd = line.strip().split(b" ")
         verb = cmd[0].upper()
         if verb in (b"USER", b"PASS"):
