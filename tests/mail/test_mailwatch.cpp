@@ -343,6 +343,7 @@ private Q_SLOTS:
         QVERIFY(log.contains(QStringLiteral("Receiving Message #100 ")));
         QVERIFY(!log.contains(QStringLiteral("Receiving Message #101 ")));
         QVERIFY(log.contains(QStringLiteral("Check Mail: Subscript out of range ")));
+        rig.verifyNoPassword();
         QVERIFY(rig.host.terminal.contains(QStringLiteral("POP Socket Closed...: ")));
     }
 
@@ -376,6 +377,7 @@ private Q_SLOTS:
         const QString log = rig.activity();
         QCOMPARE(log.contains(QStringLiteral("Winsock Error using POP: Connection reset by peer ")), socketError);
         QCOMPARE(log.contains(QStringLiteral("Receiving Message #2 ")), !socketError);
+        rig.verifyNoPassword();
         if (!socketError) {
             QCOMPARE(rig.box.records[2].text, QStringLiteral("From: eve@example.test\r\nSubject: Hi\r\n"
                                                              "Date: Tue, 24 Nov 2026 08:05:00 +0000\r\n"
