@@ -130,15 +130,10 @@ private Q_SLOTS:
         QTest::newRow("first") << 600 << "PENDING";
         QTest::newRow("601") << 601 << "ERROR_INVALID_PORT_HANDLE";
         QTest::newRow("no entry") << 623 << "ERROR_CANNOT_FIND_PHONEBOOK_ENTRY";
-        QTest::newRow("warning among errors") << 644 << "WARNING_MSG_ALIAS_NOT_ADDED";
-        QTest::newRow("busy") << 676 << "ERROR_LINE_BUSY";
-        QTest::newRow("no dial tone") << 680 << "ERROR_NO_DIALTONE";
         QTest::newRow("authentication") << 691 << "ERROR_AUTHENTICATION_FAILURE";
-        QTest::newRow("ppp timeout") << 718 << "ERROR_PPP_TIMEOUT";
         QTest::newRow("last") << 750 << "ERROR_WRONG_MODULE";
         QTest::newRow("below") << 599 << "";
         QTest::newRow("above") << 751 << "";
-        QTest::newRow("one") << 1 << "";
     }
     void errorNames()
     {
