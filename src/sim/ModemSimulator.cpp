@@ -437,7 +437,7 @@ void ModemSimulator::block(const QByteArray& bytes)
     const qsizetype etx = bytes.indexOf(kEtx);
     const QByteArray body = bytes.left(etx + 1);
     const bool formatOk = bytes.endsWith(kCr) && body.size() >= 5 && body.at(body.size() - 2) == kCr &&
-                          body.indexOf(kCr) > 0 && body.indexOf(kCr) < body.size() - 2;
+                          body.indexOf(kCr) > 1 && body.indexOf(kCr) < body.size() - 2;
     const bool sumOk = bytes.mid(etx + 1, 3) == checksum(body);
     switch (m_script.blockFault) {
     case ModemScript::BlockFault::Nak:

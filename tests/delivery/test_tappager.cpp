@@ -110,6 +110,10 @@ void TestTapPager::failedAttemptsAreRetried_data()
                                         << "Pager: Message was not sent." << 2 << -1;
     QTest::newRow("RS on every block") << "fault rs"
                                        << "Pager: Message was not sent." << 2 << -1;
+    QTest::newRow("ESC EOT on the block") << "fault esc-eot"
+                                          << "Pager: Message was not sent." << 2 << -1;
+    QTest::newRow("block never answered") << "fault silence"
+                                          << "Pager: Message was not sent." << 2 << -1;
     QTest::newRow("modem never says OK") << "fault mute"
                                          << "Pager: Could Not Initialize Modem" << 0 << -1;
 }
