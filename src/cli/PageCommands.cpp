@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "cli/SignalWatcher.h"
 #include "delivery/CurlSmtpSender.h"
 #include "delivery/ManualPage.h"
 #include "delivery/ModemLine.h"
@@ -64,10 +65,12 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
         if (ctx.options.connection.type == net::kConnectionDialup) {
             connection.hangUp();
         }
-        return delivery::ManualPageResult{sent ? QStringLiteral("SMTP: Message Sent")
-                                               : QStringLiteral("Unable to send message"),
-                                          sent};
+        return delivery::ManualPageResult{
+            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent};
     });
+    // Ctrl-C works like the status window's Cancel button: the send stops at its next wait
+    // and still hangs the modem up.
+    SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
     const delivery::ManualPageResult result = page.send(text);
     out << (result.text.isEmpty() ? QStringLiteral("Page not sent") : result.text) << '\n';
     return result.sent ? kExitOk : kExitFailure;

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+
 using namespace kestrova;
 
 // kestrova-cli page against kestrova-cli modem-sim, both as real processes on the real
@@ -20,6 +22,7 @@ private Q_SLOTS:
     void initTestCase();
     void pageArrivesWhole_data();
     void pageArrivesWhole();
+    void interruptCancelsAndHangsUp();
 
 private:
     QString m_cli;
@@ -119,6 +122,58 @@ void TestPageCli::pageArrivesWhole()
     QVERIFY(lines.takeLast().startsWith(QStringLiteral("modem-sim: ")));
     QCOMPARE(lines, simLines);
     QVERIFY(!QFileInfo::exists(link));
+}
+
+void TestPageCli::interruptCancelsAndHangsUp()
+{
+    QTemporaryDir tmp;
+    QVERIFY(tmp.isValid());
+    const QString link = tmp.filePath(QStringLiteral("modem"));
+    const QString scriptPath = tmp.filePath(QStringLiteral("modem.script"));
+    {
+        QFile f(scriptPath);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        // A terminal that never prompts keeps the sender in its logon waits.
+        f.write("connect-delay-ms 30\nguard-ms 100\nfault never-id\n");
+    }
+    QProcess sim;
+    sim.start(m_cli,
+              {QStringLiteral("modem-sim"), QStringLiteral("--link"), link, QStringLiteral("--script"), scriptPath});
+    QVERIFY(sim.waitForStarted());
+    QVERIFY(sim.waitForReadyRead(10000));
+    QVERIFY(sim.readLine().startsWith("modem-sim: listening"));
+
+    core::Options options;
+    core::setBuiltInModemProfiles(options.modem);
+    options.paging.pagerId = QStringLiteral("7654321");
+    options.paging.phone = QStringLiteral("5552000");
+    options.paging.retries = 3;
+    core::PortfolioTable table;
+    const QString portfolio = tmp.filePath(QStringLiteral("page.pgr"));
+    QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
+
+    QProcess page;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), tmp.filePath(QStringLiteral("config")));
+    page.setProcessEnvironment(env);
+    page.start(m_cli,
+               {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"),
+                portfolio, QStringLiteral("page"), QStringLiteral("--device"), link, QStringLiteral("stop me")});
+    QVERIFY(page.waitForStarted());
+    // Interrupt once the call is up.
+    QVERIFY(sim.waitForReadyRead(30000));
+    QCOMPARE(sim.readLine().trimmed(), QByteArray("CALL 5552000"));
+    QTest::qWait(300);
+    ::kill(static_cast<pid_t>(page.processId()), SIGINT);
+    QVERIFY(page.waitForFinished(30000));
+    QCOMPARE(page.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(page.exitCode(), 1);
+    QCOMPARE(QString::fromUtf8(page.readAllStandardOutput()).trimmed(), QStringLiteral("Pager: User Cancelled"));
+
+    sim.terminate();
+    QVERIFY(sim.waitForFinished(10000));
+    // No retry after a cancel: the simulator saw one call only.
+    QVERIFY(QString::fromUtf8(sim.readAllStandardOutput()).contains(QStringLiteral("0 pages, 1 calls")));
 }
 
 QTEST_GUILESS_MAIN(TestPageCli)
