@@ -16,6 +16,8 @@ void ConsoleHost::appendStatusLine(const QString& line)
         l.remove(u'\r');
         m_out << l;
         m_out.flush();
+        // A pipe (journald, a supervising process) gets every line as it happens.
+        std::fflush(stdout);
     }
 }
 

@@ -48,7 +48,9 @@ private Q_SLOTS:
                  QStringLiteral("run"), QStringLiteral("--save-on-exit"), saveOnExit});
         QVERIFY(p.waitForStarted());
         // Wait for the start-up line, so the signal lands in the minute cycle's idle wait.
-        QTRY_VERIFY_WITH_TIMEOUT(p.readAllStandardOutput().contains("Kestrova started on"), 10000);
+        QByteArray seen;
+        QTRY_VERIFY2_WITH_TIMEOUT((seen += p.readAllStandardOutput()).contains("Kestrova started on"),
+                                  QByteArray(seen + p.readAllStandardError()).constData(), 10000);
         QElapsedTimer t;
         t.start();
         ::kill(static_cast<pid_t>(p.processId()), signal);
