@@ -1,5 +1,6 @@
 // SMTP paging against a real aiosmtpd on loopback, and the socket error texts.
 #include "PeerProcess.h"
+#include "ServicesRig.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -31,22 +32,13 @@ const QString kPeerScript = QStringLiteral(KESTROVA_PEERS_DIR "/smtp_peer.py");
 const QString kUser = QStringLiteral("pager");
 const QString kPassword = QStringLiteral("Tr0ub4dor&3-xyzzy");
 
-struct Rig
+struct Rig : kestrova::testing::ServicesRig
 {
-    support::MockClock clock;
-    kestrova::testing::TestHost host{&clock};
-    support::CancelFlag cancel;
-    support::CLogFile log{clock, host};
-    support::Services services{clock, host, cancel, log};
     core::Options options;
-    QTemporaryDir dir;
     QString mailDir;
 
     Rig()
     {
-        log.setPath(dir.path());
-        log.setLogFileName(QStringLiteral("activity.txt"));
-        log.setLogEnable(true);
         mailDir = dir.filePath(QStringLiteral("mail"));
         QDir().mkpath(mailDir);
         options.connection.type = 1;
@@ -58,7 +50,6 @@ struct Rig
         options.smtp.maxLength = 20;
     }
 
-    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
     QStringList received() const
     {
         QStringList out;

@@ -1,5 +1,6 @@
 // The POP mail watch against a real Dovecot on loopback, and its text rules.
 #include "DovecotPeer.h"
+#include "ServicesRig.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -32,30 +33,20 @@ namespace {
 const QString kUser = QStringLiteral("investor");
 // Made up for these tests; it must never show up in the log or the echo.
 const QString kPassword = QStringLiteral("Pop-Secret-7731");
-struct Rig
+struct Rig : kestrova::testing::ServicesRig
 {
-    support::MockClock clock;
-    kestrova::testing::TestHost host{&clock};
-    support::CancelFlag cancel;
-    support::CLogFile log{clock, host};
-    support::Services services{clock, host, cancel, log};
     core::MailOptions options;
     mail::MailWatchSettings settings;
     core::MailBox box;
-    QTemporaryDir dir;
 
     explicit Rig(quint16 port)
     {
-        log.setPath(dir.path());
-        log.setLogFileName(QStringLiteral("activity.txt"));
-        log.setLogEnable(true);
         options.server = QStringLiteral("127.0.0.1");
         options.port = static_cast<qint16>(port);
         options.user = kUser;
         options.password = kPassword;
         settings.mailSizeKb = 20;
     }
-    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
     void check(bool download)
     {
         mail::PopClient client(services);

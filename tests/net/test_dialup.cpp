@@ -1,5 +1,6 @@
 // Dial-up through NetworkManager, against dbusmock's NetworkManager on a private bus.
 #include "PeerProcess.h"
+#include "ServicesRig.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -27,26 +28,16 @@ namespace {
 const QString kHelper = QStringLiteral(KESTROVA_PEERS_DIR "/nm_peer.py");
 const QString kEntry = QStringLiteral("Dial ISP");
 
-struct Rig
+struct Rig : kestrova::testing::ServicesRig
 {
-    support::MockClock clock;
-    kestrova::testing::TestHost host{&clock};
-    support::CancelFlag cancel;
-    support::CLogFile log{clock, host};
-    support::Services services{clock, host, cancel, log};
     core::ConnectionOptions options;
-    QTemporaryDir dir;
 
     Rig()
     {
-        log.setPath(dir.path());
-        log.setLogFileName(QStringLiteral("activity.txt"));
-        log.setLogEnable(true);
         options.type = 0;
         options.entry = kEntry;
         options.timeout = 5;
     }
-    QString activity() const { return QString::fromLatin1(kestrova::testing::readFile(log.fullPath())); }
 };
 
 // Runs the helper against the private bus; returns its standard output.

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "TestHost.h"
+#include "TestUtil.h"
+
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
+#include "support/Clock.h"
+#include "support/Services.h"
+
+#include <QTemporaryDir>
+
+namespace kestrova::testing {
+
+// What an engine operation needs, for a test: a mock clock that every yield moves on, a
+// recording host, the cancel flag and a real activity log in a temporary folder.
+struct ServicesRig
+{
+    support::MockClock clock;
+    TestHost host{&clock};
+    support::CancelFlag cancel;
+    support::CLogFile log{clock, host};
+    support::Services services{clock, host, cancel, log};
+    QTemporaryDir dir;
+
+    ServicesRig()
+    {
+        log.setPath(dir.path());
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setLogEnable(true);
+    }
+    QString activity() const { return QString::fromLatin1(readFile(log.fullPath())); }
+};
+
+} // namespace kestrova::testing
