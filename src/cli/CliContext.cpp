@@ -40,6 +40,13 @@ bool CliContext::loadPortfolio()
     return r.olderVersion();
 }
 
+void CliContext::showOnlyResults()
+{
+    host.quiet = !global.verbose;
+    host.showStatusTexts = global.verbose;
+    host.showTerminal = global.verbose;
+}
+
 bool CliContext::savePortfolio()
 {
     const core::PortfolioFileResult r = core::PortfolioFile::write(portfolioPath, portfolio, options);

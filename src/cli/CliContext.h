@@ -23,6 +23,9 @@ public:
     bool loadPortfolio();
     // Saves back to the file that was loaded (atomically).
     bool savePortfolio();
+    // Commands that print a result of their own keep status lines off the console unless
+    // --verbose asks for them (with the status texts and the terminal traffic).
+    void showOnlyResults();
 
     GlobalOptions global;
     support::SystemClock clock;

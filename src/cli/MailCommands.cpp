@@ -34,9 +34,7 @@ int checkMailCommand(const GlobalOptions& global, const QStringList& args)
         }
     }
     CliContext ctx(global);
-    ctx.host.quiet = !global.verbose;
-    ctx.host.showStatusTexts = global.verbose;
-    ctx.host.showTerminal = global.verbose;
+    ctx.showOnlyResults();
     if (!ctx.loadPortfolio()) {
         return kExitFailure;
     }

@@ -47,9 +47,7 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
         return kExitUsage;
     }
     CliContext ctx(global);
-    ctx.host.quiet = !global.verbose;
-    ctx.host.showStatusTexts = global.verbose;
-    ctx.host.showTerminal = global.verbose;
+    ctx.showOnlyResults();
     if (!ctx.loadPortfolio()) {
         return kExitFailure;
     }
