@@ -257,19 +257,25 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
     io.flag(pg.numeric), io.int16(pg.numericPause), io.int16(pg.layout);
     io.endLine();
     // 6
-    io.fixedText(pg.user), io.int16(t.count);
+    // Counts are checked before they are kept: a damaged file must not leave the table
+    // claiming more slots than it has.
+    qint16 count = t.count;
+    io.fixedText(pg.user), io.int16(count);
     io.endLine();
-    checkCount(t.count);
+    checkCount(count);
+    t.count = count;
     // 7
     records([&io](PortfolioRecord& r) {
         io.text(r.ticker), io.single(r.highLimit), io.single(r.lowLimit);
         io.endLine();
     });
     // 8
-    io.int16(md.lastIndex), io.int16(md.selected);
+    qint16 lastIndex = md.lastIndex;
+    io.int16(lastIndex), io.int16(md.selected);
     io.endLine();
     // 9
-    checkModemIndex(md.lastIndex);
+    checkModemIndex(lastIndex);
+    md.lastIndex = lastIndex;
     for (int i = 0; i <= md.lastIndex; ++i) {
         ModemProfile& p = md.profiles[static_cast<size_t>(i)];
         io.text(p.name), io.text(p.init), io.text(p.pagerInit);

@@ -26,6 +26,7 @@ struct PortfolioRecord
 
     // The type the rest of the program works with (the legacy flag means Option).
     qint16 effectiveType() const { return legacyOption ? qint16(1) : securityType; }
+    bool operator==(const PortfolioRecord&) const = default;
 };
 
 // Slots 0..50, of which the first `count` are in use (at most 50).
