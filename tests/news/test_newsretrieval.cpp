@@ -9,13 +9,10 @@
 #include "quotes/BuiltInServers.h"
 #include "quotes/CurlFetcher.h"
 #include "sim/DemoMarket.h"
-#include "support/CLogFile.h"
-#include "support/CancelFlag.h"
 #include "support/Clock.h"
-#include "support/Services.h"
 #include "support/VbError.h"
 
-#include "TestHost.h"
+#include "ServicesRig.h"
 #include "TestUtil.h"
 
 #include <QTemporaryDir>
@@ -64,11 +61,7 @@ private:
 
     // The market reads its own clock: the test's clock moves on every yield.
     support::MockClock m_marketClock{QDateTime(kToday, QTime(9, 0))};
-    support::MockClock m_clock{QDateTime(kToday, QTime(10, 0))};
-    std::unique_ptr<testing::TestHost> m_host;
-    std::unique_ptr<support::CLogFile> m_log;
-    support::CancelFlag m_cancel;
-    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<testing::ServicesRig> m_rig;
     std::unique_ptr<sim::DemoMarketThread> m_market;
     std::unique_ptr<quotes::CurlFetcher> m_fetcher;
     news::NewsServers m_servers;
@@ -80,24 +73,18 @@ private:
 
 void TestNewsRetrieval::init()
 {
-    m_clock.set(QDateTime(kToday, QTime(10, 0)));
-    m_cancel.clear();
-    m_host = std::make_unique<testing::TestHost>(&m_clock);
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_log = std::make_unique<support::CLogFile>(m_clock, *m_host);
-    m_log->setPath(m_dir->path());
-    m_log->setLogFileName(QStringLiteral("activity.txt"));
-    m_log->setLogEnable(true);
+    m_rig = std::make_unique<testing::ServicesRig>();
+    m_rig->clock.set(QDateTime(kToday, QTime(10, 0)));
     m_market = std::make_unique<sim::DemoMarketThread>(m_marketClock, 21);
     QVERIFY(m_market->start());
     QVERIFY(QFile::copy(qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/data/server.dat"),
-                        m_dir->filePath(QStringLiteral("server.dat"))));
-    QVERIFY(news::retargetDemoMarket(m_dir->path(), m_market->port()));
+                        m_rig->dir.filePath(QStringLiteral("server.dat"))));
+    QVERIFY(news::retargetDemoMarket(m_rig->dir.path(), m_market->port()));
     m_servers.Clear();
-    QCOMPARE(news::readServerDat(m_dir->filePath(QStringLiteral("server.dat")), m_servers).error, 0);
-    m_fetcher = std::make_unique<quotes::CurlFetcher>(*m_host);
+    QCOMPARE(news::readServerDat(m_rig->dir.filePath(QStringLiteral("server.dat")), m_servers).error, 0);
+    m_fetcher = std::make_unique<quotes::CurlFetcher>(m_rig->host);
     m_fetcher->setTimeoutMs(1500);
-    m_stories = std::make_unique<news::NewsStories>(m_clock, m_dir->filePath(QStringLiteral("news.dat")));
+    m_stories = std::make_unique<news::NewsStories>(m_rig->clock, m_rig->dir.filePath(QStringLiteral("news.dat")));
     m_portfolio = {};
     m_quoteOptions = {};
     m_quoteOptions.server = quotes::BuiltInServers::kDemoMarket;
@@ -111,9 +98,8 @@ void TestNewsRetrieval::cleanup()
 
 news::NewsRetrievalResult TestNewsRetrieval::retrieve(core::Quotes* quotes)
 {
-    const support::Services services{m_clock, *m_host, m_cancel, *m_log};
-    return news::RetrieveNews(m_portfolio, m_quoteOptions, m_builtIn, m_servers, *m_fetcher, *m_stories, services,
-                              quotes);
+    return news::RetrieveNews(m_portfolio, m_quoteOptions, m_builtIn, m_servers, *m_fetcher, *m_stories,
+                              m_rig->services, quotes);
 }
 
 void TestNewsRetrieval::addsUnseenHeadlinesAndMarksQuotes()
@@ -174,11 +160,11 @@ void TestNewsRetrieval::addsUnseenHeadlinesAndMarksQuotes()
     QCOMPARE(quotes.Item("MSFT")->news(), qint16(0));
 
     // news.dat holds what the store holds.
-    news::NewsStories reread(m_clock, m_stories->fileName());
+    news::NewsStories reread(m_rig->clock, m_stories->fileName());
     QVERIFY(reread.ReadNews());
     QCOMPARE(reread.Count(), 9);
     QCOMPARE(reread.Item(9)->newsLine(), m_stories->Item(9)->newsLine());
-    QVERIFY(testing::readFile(m_dir->filePath("activity.txt")).contains("Internet: News Retrieved"));
+    QVERIFY(m_rig->activity().contains("Internet: News Retrieved"));
 
     // The same pages again on the same day: nothing new.
     const auto second = retrieve(&quotes);
@@ -250,7 +236,7 @@ void TestNewsRetrieval::cancelledFetchAddsNothing()
     m_portfolio.records[0] = record("IBM", 1);
     m_portfolio.records[1] = record("T", 1);
     m_portfolio.count = 2;
-    m_cancel.set();
+    m_rig->cancel.set();
     const auto r = retrieve();
     QCOMPARE(r.tickers, 2);
     QVERIFY(r.pages < 2);
@@ -261,7 +247,7 @@ void TestNewsRetrieval::unwritableNewsFileRaises()
 {
     m_portfolio.records[0] = record("IBM", 1);
     m_portfolio.count = 1;
-    m_stories->setFileName(m_dir->filePath(QStringLiteral("missing-folder/news.dat")));
+    m_stories->setFileName(m_rig->dir.filePath(QStringLiteral("missing-folder/news.dat")));
     try {
         retrieve();
         QFAIL("no error raised");

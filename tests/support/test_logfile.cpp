@@ -4,6 +4,7 @@
 #include "support/Services.h"
 #include "support/StatusLine.h"
 
+#include "ServicesRig.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -24,14 +25,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("old");
-        QTest::newRow("usual") << "activity.txt"
-                               << "activity.old";
-        QTest::newRow("no dot") << "activity"
-                                << "activity.old";
-        QTest::newRow("first dot counts") << "my.log.txt"
-                                          << "my.old";
-        QTest::newRow("leading dot") << ".log"
-                                     << ".old";
+        // clang-format off
+        QTest::newRow("usual") << "activity.txt" << "activity.old";
+        QTest::newRow("no dot") << "activity" << "activity.old";
+        QTest::newRow("first dot counts") << "my.log.txt" << "my.old";
+        QTest::newRow("leading dot") << ".log" << ".old";
+        // clang-format on
     }
     void oldName()
     {
@@ -112,18 +111,11 @@ private Q_SLOTS:
 
     void statusMessageGoesToListAndLog()
     {
-        QTemporaryDir dir;
-        MockClock clock(QDateTime(QDate(2026, 11, 23), QTime(9, 0, 0)));
-        TestHost host(&clock);
-        CancelFlag cancel;
-        CLogFile log(clock, host);
-        log.setLogFileName(QStringLiteral("activity.txt"));
-        log.setPath(dir.path());
-        log.setLogEnable(true);
-        Services services{clock, host, cancel, log};
-        services.StatusMessage(QStringLiteral("Getting Stock Quotes"));
-        QCOMPARE(host.statusLines, QStringList{QStringLiteral("Getting Stock Quotes   11/23/2026 9:00:00 AM\r\n")});
-        QCOMPARE(readFile(log.fullPath()), QByteArray("Getting Stock Quotes 11/23/2026 9:00:00 AM\r\n"));
+        kestrova::testing::ServicesRig rig;
+        rig.clock.set(QDateTime(QDate(2026, 11, 23), QTime(9, 0, 0)));
+        rig.services.StatusMessage(QStringLiteral("Getting Stock Quotes"));
+        QCOMPARE(rig.host.statusLines, QStringList{QStringLiteral("Getting Stock Quotes   11/23/2026 9:00:00 AM\r\n")});
+        QCOMPARE(rig.activity(), QStringLiteral("Getting Stock Quotes 11/23/2026 9:00:00 AM\r\n"));
     }
 
     void pauseIsWholeSecondsAndCancellable()
@@ -174,18 +166,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("shown");
         QTest::addColumn<QString>("added");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("line feeds dropped") << ""
-                                            << "OK\r\n"
-                                            << "OK\r";
-        QTest::newRow("backspace deletes previous") << ""
-                                                    << "ab\bc"
-                                                    << "ac";
-        QTest::newRow("leading backspace deletes shown") << "xy"
-                                                         << "\bz"
-                                                         << "xz";
-        QTest::newRow("backspace eats the line feed first") << "a"
-                                                            << "\n\bb"
-                                                            << "ab";
+        // clang-format off
+        QTest::newRow("line feeds dropped") << "" << "OK\r\n" << "OK\r";
+        QTest::newRow("backspace deletes previous") << "" << "ab\bc" << "ac";
+        QTest::newRow("leading backspace deletes shown") << "xy" << "\bz" << "xz";
+        QTest::newRow("backspace eats the line feed first") << "a" << "\n\bb" << "ab";
+        // clang-format on
     }
     void terminalEcho()
     {
