@@ -86,76 +86,44 @@ private Q_SLOTS:
         QTest::addColumn<QString>("value");
         QTest::addColumn<bool>("accepted");
         QTest::addColumn<QString>("shown"); // what get/display gives afterwards when accepted
-        QTest::newRow("page length") << "pager.max_length"
-                                     << "120" << true << "120";
-        QTest::newRow("zero page length") << "pager.max_length"
-                                          << "0" << false << "";
-        QTest::newRow("page length text") << "pager.max_length"
-                                          << "long" << false << "";
-        QTest::newRow("page length fraction") << "pager.max_length"
-                                              << "12.5" << false << "";
-        QTest::newRow("page length beyond 16 bits") << "pager.max_length"
-                                                    << "40000" << false << "";
-        QTest::newRow("bool yes") << "paging.enabled"
-                                  << "yes" << true << "true";
-        QTest::newRow("bool OFF") << "smtp.enabled"
-                                  << "OFF" << true << "false";
-        QTest::newRow("bool other") << "paging.enabled"
-                                    << "maybe" << false << "";
-        QTest::newRow("high port") << "smtp.port"
-                                   << "60000" << true << "60000";
-        QTest::newRow("port zero") << "mail.port"
-                                   << "0" << false << "";
-        QTest::newRow("port too high") << "smtp.port"
-                                       << "65536" << false << "";
-        QTest::newRow("com port 8") << "modem.port"
-                                    << "8" << true << "8";
-        QTest::newRow("com port 9") << "modem.port"
-                                    << "9" << false << "";
-        QTest::newRow("serial settings") << "modem.settings"
-                                         << "19200,n,8,1.5" << true << "19200,n,8,1.5";
-        QTest::newRow("serial settings junk") << "modem.settings"
-                                              << "fast" << false << "";
-        QTest::newRow("profile in use") << "modem.profile"
-                                        << "1" << true << "1";
-        QTest::newRow("profile not in use") << "modem.profile"
-                                            << "3" << false << "";
-        QTest::newRow("time am") << "schedule.open_time"
-                                 << "03:42:00 pm" << true << "03:42:00 pm";
-        QTest::newRow("time 24h") << "schedule.stop_time"
-                                  << "16:00" << true << "16:00";
-        QTest::newRow("time bad hour") << "schedule.start_time"
-                                       << "13:00 pm" << false << "";
-        QTest::newRow("time bad minute") << "schedule.close_time"
-                                         << "4:60 pm" << false << "";
-        QTest::newRow("interval") << "schedule.interval"
-                                  << "5" << true << "5";
-        QTest::newRow("interval zero") << "schedule.interval"
-                                       << "0" << false << "";
-        QTest::newRow("quote server 12") << "quotes.server"
-                                         << "12" << true << "12";
-        QTest::newRow("quote server 13") << "quotes.server"
-                                         << "13" << false << "";
-        QTest::newRow("mail mode 4") << "mail.mode"
-                                     << "4" << false << "";
-        QTest::newRow("text with comma") << "smtp.from"
-                                         << "a,b@c" << true << "a,b@c";
-        QTest::newRow("text with quote") << "smtp.from"
-                                         << "a\"b" << false << "";
-        QTest::newRow("recipient") << "smtp.recipient"
-                                   << "pager@example" << true << "pager@example";
-        QTest::newRow("recipient no at") << "smtp.recipient"
-                                         << "pager" << false << "";
+        // clang-format off
+        QTest::newRow("page length") << "pager.max_length" << "120" << true << "120";
+        QTest::newRow("zero page length") << "pager.max_length" << "0" << false << "";
+        QTest::newRow("page length text") << "pager.max_length" << "long" << false << "";
+        QTest::newRow("page length fraction") << "pager.max_length" << "12.5" << false << "";
+        QTest::newRow("page length beyond 16 bits") << "pager.max_length" << "40000" << false << "";
+        QTest::newRow("bool yes") << "paging.enabled" << "yes" << true << "true";
+        QTest::newRow("bool OFF") << "smtp.enabled" << "OFF" << true << "false";
+        QTest::newRow("bool other") << "paging.enabled" << "maybe" << false << "";
+        QTest::newRow("high port") << "smtp.port" << "60000" << true << "60000";
+        QTest::newRow("port zero") << "mail.port" << "0" << false << "";
+        QTest::newRow("port too high") << "smtp.port" << "65536" << false << "";
+        QTest::newRow("com port 8") << "modem.port" << "8" << true << "8";
+        QTest::newRow("com port 9") << "modem.port" << "9" << false << "";
+        QTest::newRow("serial settings") << "modem.settings" << "19200,n,8,1.5" << true << "19200,n,8,1.5";
+        QTest::newRow("serial settings junk") << "modem.settings" << "fast" << false << "";
+        QTest::newRow("profile in use") << "modem.profile" << "1" << true << "1";
+        QTest::newRow("profile not in use") << "modem.profile" << "3" << false << "";
+        QTest::newRow("time am") << "schedule.open_time" << "03:42:00 pm" << true << "03:42:00 pm";
+        QTest::newRow("time 24h") << "schedule.stop_time" << "16:00" << true << "16:00";
+        QTest::newRow("time bad hour") << "schedule.start_time" << "13:00 pm" << false << "";
+        QTest::newRow("time bad minute") << "schedule.close_time" << "4:60 pm" << false << "";
+        QTest::newRow("interval") << "schedule.interval" << "5" << true << "5";
+        QTest::newRow("interval zero") << "schedule.interval" << "0" << false << "";
+        QTest::newRow("quote server 12") << "quotes.server" << "12" << true << "12";
+        QTest::newRow("quote server 13") << "quotes.server" << "13" << false << "";
+        QTest::newRow("mail mode 4") << "mail.mode" << "4" << false << "";
+        QTest::newRow("text with comma") << "smtp.from" << "a,b@c" << true << "a,b@c";
+        QTest::newRow("text with quote") << "smtp.from" << "a\"b" << false << "";
+        QTest::newRow("recipient") << "smtp.recipient" << "pager@example" << true << "pager@example";
+        QTest::newRow("recipient no at") << "smtp.recipient" << "pager" << false << "";
         QTest::newRow("pager user 25") << "pager.user" << QString(25, u'u') << true << QString(25, u'u');
         QTest::newRow("pager user 26") << "pager.user" << QString(26, u'u') << false << "";
-        QTest::newRow("password shown masked") << "mail.password"
-                                               << "s3cret" << true << "***";
-        QTest::newRow("password non-ascii") << "smtp.password"
-                                            << "s\u00e9same" << false << "";
-        QTest::newRow("logon password") << "quotes.logon.4.password"
-                                        << "x" << true << "***";
-        QTest::newRow("logon user") << "quotes.logon.4.user"
-                                    << "me" << true << "me";
+        QTest::newRow("password shown masked") << "mail.password" << "s3cret" << true << "***";
+        QTest::newRow("password non-ascii") << "smtp.password" << "s\u00e9same" << false << "";
+        QTest::newRow("logon password") << "quotes.logon.4.password" << "x" << true << "***";
+        QTest::newRow("logon user") << "quotes.logon.4.user" << "me" << true << "me";
+        // clang-format on
     }
     void values()
     {

@@ -13,50 +13,30 @@ private Q_SLOTS:
         QTest::addColumn<double>("value");
         QTest::addColumn<QString>("pattern");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("price 2") << 105.25 << "####0.00"
-                                 << "105.25";
-        QTest::newRow("price pads") << 3.0 << "####0.00"
-                                    << "3.00";
-        QTest::newRow("price rounds half up") << 1.005 << "####0.00"
-                                              << "1.01";
-        QTest::newRow("price negative") << -1.25 << "####0.00"
-                                        << "-1.25";
-        QTest::newRow("zero digits keeps point") << 45.0 << "####0."
-                                                 << "45.";
-        QTest::newRow("three digits") << 45.375 << "####0.000"
-                                      << "45.375";
-        QTest::newRow("small keeps int zero") << 0.5 << "####0.00"
-                                              << "0.50";
-        QTest::newRow("signed positive") << 1.5 << "+0.00;-0.00"
-                                         << "+1.50";
-        QTest::newRow("signed negative") << -1.5 << "+0.00;-0.00"
-                                         << "-1.50";
-        QTest::newRow("signed zero") << 0.0 << "+0.00;-0.00"
-                                     << "+0.00";
-        QTest::newRow("summary change") << 12.46 << "+0.0;-0.0"
-                                        << "+12.5";
-        QTest::newRow("one decimal") << 2.25 << "###0.0"
-                                     << "2.3";
-        QTest::newRow("no int digit") << 0.5 << "###.0"
-                                      << ".5";
-        QTest::newRow("percent limit") << 5.0 << "###.0"
-                                       << "5.0";
-        QTest::newRow("grouping") << 1000000.0 << "#,##0"
-                                  << "1,000,000";
-        QTest::newRow("grouping small") << 999.0 << "#,##0"
-                                        << "999";
-        QTest::newRow("two digits") << 7.0 << "00"
-                                    << "07";
-        QTest::newRow("percent") << 0.5 << "###%"
-                                 << "50%";
-        QTest::newRow("percent zero") << 0.0 << "###%"
-                                      << "%";
-        QTest::newRow("ratio") << 1.5 << "###0.00"
-                               << "1.50";
-        QTest::newRow("negative rounding to zero") << -0.001 << "####0.00"
-                                                   << "0.00";
-        QTest::newRow("carry into new digit") << 9.999 << "####0.00"
-                                              << "10.00";
+        // clang-format off
+        QTest::newRow("price 2") << 105.25 << "####0.00" << "105.25";
+        QTest::newRow("price pads") << 3.0 << "####0.00" << "3.00";
+        QTest::newRow("price rounds half up") << 1.005 << "####0.00" << "1.01";
+        QTest::newRow("price negative") << -1.25 << "####0.00" << "-1.25";
+        QTest::newRow("zero digits keeps point") << 45.0 << "####0." << "45.";
+        QTest::newRow("three digits") << 45.375 << "####0.000" << "45.375";
+        QTest::newRow("small keeps int zero") << 0.5 << "####0.00" << "0.50";
+        QTest::newRow("signed positive") << 1.5 << "+0.00;-0.00" << "+1.50";
+        QTest::newRow("signed negative") << -1.5 << "+0.00;-0.00" << "-1.50";
+        QTest::newRow("signed zero") << 0.0 << "+0.00;-0.00" << "+0.00";
+        QTest::newRow("summary change") << 12.46 << "+0.0;-0.0" << "+12.5";
+        QTest::newRow("one decimal") << 2.25 << "###0.0" << "2.3";
+        QTest::newRow("no int digit") << 0.5 << "###.0" << ".5";
+        QTest::newRow("percent limit") << 5.0 << "###.0" << "5.0";
+        QTest::newRow("grouping") << 1000000.0 << "#,##0" << "1,000,000";
+        QTest::newRow("grouping small") << 999.0 << "#,##0" << "999";
+        QTest::newRow("two digits") << 7.0 << "00" << "07";
+        QTest::newRow("percent") << 0.5 << "###%" << "50%";
+        QTest::newRow("percent zero") << 0.0 << "###%" << "%";
+        QTest::newRow("ratio") << 1.5 << "###0.00" << "1.50";
+        QTest::newRow("negative rounding to zero") << -0.001 << "####0.00" << "0.00";
+        QTest::newRow("carry into new digit") << 9.999 << "####0.00" << "10.00";
+        // clang-format on
     }
     void numbers()
     {
@@ -73,14 +53,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         const QDateTime afternoon(QDate(2026, 3, 7), QTime(13, 5, 9));
         const QDateTime morning(QDate(2026, 11, 21), QTime(0, 42, 0));
-        QTest::newRow("clock label pm") << afternoon << "m/d/yy  h:mm am/pm"
-                                        << "3/7/26  1:05 pm";
-        QTest::newRow("clock label midnight hour") << morning << "m/d/yy  h:mm am/pm"
-                                                   << "11/21/26  12:42 am";
-        QTest::newRow("news date") << afternoon << "mm/dd/yyyy"
-                                   << "03/07/2026";
-        QTest::newRow("markets time") << afternoon << "hh:mm"
-                                      << "13:05";
+        // clang-format off
+        QTest::newRow("clock label pm") << afternoon << "m/d/yy  h:mm am/pm" << "3/7/26  1:05 pm";
+        QTest::newRow("clock label midnight hour") << morning << "m/d/yy  h:mm am/pm" << "11/21/26  12:42 am";
+        QTest::newRow("news date") << afternoon << "mm/dd/yyyy" << "03/07/2026";
+        QTest::newRow("markets time") << afternoon << "hh:mm" << "13:05";
+        // clang-format on
     }
     void dates()
     {

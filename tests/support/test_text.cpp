@@ -14,34 +14,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("end");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("between labels") << "LAST:"
-                                        << "CHANGE:"
-                                        << "x LAST: 12 3/8 CHANGE: +1"
-                                        << " 12 3/8 ";
-        QTest::newRow("start missing") << "Bid:"
-                                       << "Ask:"
-                                       << "LAST: 5"
-                                       << "";
-        QTest::newRow("end missing") << "Bid:"
-                                     << "Ask:"
-                                     << "Bid: 5"
-                                     << "";
-        QTest::newRow("end only before start") << "Bid:"
-                                               << "Ask:"
-                                               << "Ask: 1 Bid: 5"
-                                               << "";
-        QTest::newRow("adjacent labels") << "Bid:"
-                                         << "Ask:"
-                                         << "Bid:Ask:"
-                                         << "";
-        QTest::newRow("empty start skips first char") << ""
-                                                      << ":"
-                                                      << "ab:c"
-                                                      << "b";
-        QTest::newRow("empty start, end at first char") << ""
-                                                        << "a"
-                                                        << "abca"
-                                                        << "bc";
+        // clang-format off
+        QTest::newRow("between labels") << "LAST:" << "CHANGE:" << "x LAST: 12 3/8 CHANGE: +1" << " 12 3/8 ";
+        QTest::newRow("start missing") << "Bid:" << "Ask:" << "LAST: 5" << "";
+        QTest::newRow("end missing") << "Bid:" << "Ask:" << "Bid: 5" << "";
+        QTest::newRow("end only before start") << "Bid:" << "Ask:" << "Ask: 1 Bid: 5" << "";
+        QTest::newRow("adjacent labels") << "Bid:" << "Ask:" << "Bid:Ask:" << "";
+        QTest::newRow("empty start skips first char") << "" << ":" << "ab:c" << "b";
+        QTest::newRow("empty start, end at first char") << "" << "a" << "abca" << "bc";
+        // clang-format on
     }
     void extractBetween()
     {

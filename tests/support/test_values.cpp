@@ -7,6 +7,20 @@
 
 using namespace kestrova::support;
 
+namespace {
+
+template <class F> int errorNumber(F&& f)
+{
+    try {
+        f();
+    } catch (const VbError& e) {
+        return e.number();
+    }
+    return 0;
+}
+
+} // namespace
+
 class TestValues : public QObject
 {
     Q_OBJECT
@@ -29,18 +43,10 @@ private Q_SLOTS:
 
     void currencyOverflowRaises()
     {
-        auto overflowNumber = [](auto&& f) {
-            try {
-                f();
-            } catch (const VbError& e) {
-                return e.number();
-            }
-            return 0;
-        };
-        QCOMPARE(overflowNumber([] { Currency::fromDouble(1e300); }), int(VbError::Overflow));
+        QCOMPARE(errorNumber([] { Currency::fromDouble(1e300); }), int(VbError::Overflow));
         const Currency big = Currency::fromTicks(std::numeric_limits<qint64>::max() - 1);
-        QCOMPARE(overflowNumber([&] { (void)(big + Currency::fromTicks(2)); }), int(VbError::Overflow));
-        QCOMPARE(overflowNumber([&] { (void)(big * 100); }), int(VbError::Overflow));
+        QCOMPARE(errorNumber([&] { (void)(big + Currency::fromTicks(2)); }), int(VbError::Overflow));
+        QCOMPARE(errorNumber([&] { (void)(big * 100); }), int(VbError::Overflow));
         QCOMPARE((Currency::fromDouble(60) - Currency::fromDouble(50)).toString(), QStringLiteral("10"));
     }
 
@@ -52,26 +58,11 @@ private Q_SLOTS:
         QCOMPARE(*c.item(QStringLiteral("ibm")), QStringLiteral("ibm")); // keys ignore case
         QCOMPARE(*c.item(2), QStringLiteral("unkeyed"));
         QCOMPARE(c.indexOf(QString()), 0);
-        int err = 0;
-        try {
-            c.add(std::make_shared<QString>(), QStringLiteral("Ibm"));
-        } catch (const VbError& e) {
-            err = e.number();
-        }
-        QCOMPARE(err, int(VbError::DuplicateKey));
+        QCOMPARE(errorNumber([&] { c.add(std::make_shared<QString>(), QStringLiteral("Ibm")); }),
+                 int(VbError::DuplicateKey));
         QCOMPARE(c.count(), 2);
-        try {
-            c.item(3);
-        } catch (const VbError& e) {
-            err = e.number();
-        }
-        QCOMPARE(err, int(VbError::Subscript));
-        try {
-            c.remove(QStringLiteral("MSFT"));
-        } catch (const VbError& e) {
-            err = e.number();
-        }
-        QCOMPARE(err, int(VbError::InvalidCall));
+        QCOMPARE(errorNumber([&] { c.item(3); }), int(VbError::Subscript));
+        QCOMPARE(errorNumber([&] { c.remove(QStringLiteral("MSFT")); }), int(VbError::InvalidCall));
         c.remove(QStringLiteral("IBM"));
         QStringList order;
         for (const auto& s : c) {
