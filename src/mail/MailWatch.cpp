@@ -4,6 +4,7 @@
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
+#include "support/Format.h"
 #include "support/Host.h"
 #include "support/Services.h"
 #include "support/VbError.h"
@@ -52,9 +53,9 @@ qint64 MailWatch::sizeOf(const QString& reply)
     if (octets < 0) {
         return 0;
     }
-    bool valid = false;
-    const qint64 n = reply.mid(ok + 3, octets - ok - 3).trimmed().toLongLong(&valid);
-    return valid ? n : 0;
+    // The number that leads the text in between counts; what follows it does not, so a bare
+    // "+OK 77" line still gives 77 when the word turns up only in a later header.
+    return static_cast<qint64>(support::leadingNumber(QStringView(reply).mid(ok + 3, octets - ok - 3)));
 }
 
 QString MailWatch::addEmailMarker(const QString& pageText, const core::MailBox& box, const core::MailOptions& options)
