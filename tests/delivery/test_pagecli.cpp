@@ -25,6 +25,33 @@ private Q_SLOTS:
     void interruptCancelsAndHangsUp();
 
 private:
+    // Starts kestrova-cli modem-sim on a pty linked at dir/modem, with the given script lines.
+    bool startSimulator(QProcess& sim, const QTemporaryDir& dir, const QByteArray& scriptText)
+    {
+        const QString scriptPath = dir.filePath(QStringLiteral("modem.script"));
+        QFile f(scriptPath);
+        if (!f.open(QIODevice::WriteOnly) || f.write("connect-delay-ms 30\nguard-ms 100\n" + scriptText + '\n') < 0) {
+            return false;
+        }
+        f.close();
+        sim.start(m_cli, {QStringLiteral("modem-sim"), QStringLiteral("--link"), dir.filePath(QStringLiteral("modem")),
+                          QStringLiteral("--script"), scriptPath});
+        return sim.waitForStarted() && sim.waitForReadyRead(10000) &&
+               sim.readLine().startsWith("modem-sim: listening on /dev/pts/");
+    }
+
+    // A portfolio file with no members and the paging settings of a page test.
+    static QString writePortfolio(const QTemporaryDir& dir, const core::Options& paging)
+    {
+        core::Options options = paging;
+        core::setBuiltInModemProfiles(options.modem);
+        options.paging.pagerId = QStringLiteral("7654321");
+        options.paging.phone = QStringLiteral("5552000");
+        const QString path = dir.filePath(QStringLiteral("page.pgr"));
+        core::PortfolioTable table;
+        return core::PortfolioFile::write(path, table, options).ok() ? path : QString();
+    }
+
     QString m_cli;
 };
 
@@ -43,15 +70,15 @@ void TestPageCli::pageArrivesWhole_data()
     QTest::addColumn<QString>("result");
     QTest::addColumn<QStringList>("simLines");
 
-    QTest::newRow("two TAP pages") << false << ""
-                                   << "Buy IBM below 100.50 today" << 0 << "Pager: Message Sent (2 Pages)"
+    QTest::newRow("two TAP pages") << false << "" << QStringLiteral("Buy IBM below 100.50 today") << 0
+                                   << "Pager: Message Sent (2 Pages)"
                                    << QStringList{"CALL 5552000", "PAGE 7654321 Buy IBM below 100.50",
                                                   "PAGE 7654321 today"};
     QTest::newRow("numeric page with its commas")
-        << true << "numeric 5552000"
-        << "4321*9" << 0 << "Digital Pager: Message 1 Sent" << QStringList{"NUMERIC 5552000,,4321*9 DIGITS ,,4321*9"};
-    QTest::newRow("busy service") << false << "busy 5552000"
-                                  << "never arrives" << 1 << "Pager: Busy" << QStringList{};
+        << true << "numeric 5552000" << QStringLiteral("4321*9") << 0 << "Digital Pager: Message 1 Sent"
+        << QStringList{"NUMERIC 5552000,,4321*9 DIGITS ,,4321*9"};
+    QTest::newRow("busy service") << false << "busy 5552000" << QStringLiteral("never arrives") << 1 << "Pager: Busy"
+                                  << QStringList{};
 }
 
 void TestPageCli::pageArrivesWhole()
@@ -66,34 +93,18 @@ void TestPageCli::pageArrivesWhole()
     QTemporaryDir tmp;
     QVERIFY(tmp.isValid());
     const QString link = tmp.filePath(QStringLiteral("modem"));
-    const QString scriptPath = tmp.filePath(QStringLiteral("modem.script"));
-    {
-        QFile f(scriptPath);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(("connect-delay-ms 30\nguard-ms 100\n" + scriptText + "\n").toUtf8());
-    }
-
     QProcess sim;
     sim.setProcessChannelMode(QProcess::SeparateChannels);
-    sim.start(m_cli,
-              {QStringLiteral("modem-sim"), QStringLiteral("--link"), link, QStringLiteral("--script"), scriptPath});
-    QVERIFY(sim.waitForStarted());
-    QVERIFY(sim.waitForReadyRead(10000));
-    QVERIFY(sim.readLine().startsWith("modem-sim: listening on /dev/pts/"));
+    QVERIFY(startSimulator(sim, tmp, scriptText.toUtf8()));
     QVERIFY(QFileInfo(link).isSymLink());
 
     core::Options options;
-    core::setBuiltInModemProfiles(options.modem);
-    options.paging.pagerId = QStringLiteral("7654321");
-    options.paging.phone = QStringLiteral("5552000");
     options.paging.maxLength = 20;
     options.paging.retries = 1;
     options.paging.numeric = numeric;
     options.paging.numericWait = 4;
-    core::PortfolioTable table;
-    const QString portfolio = tmp.filePath(QStringLiteral("page.pgr"));
-    const core::PortfolioFileResult written = core::PortfolioFile::write(portfolio, table, options);
-    QVERIFY2(written.ok(), qPrintable(written.message));
+    const QString portfolio = writePortfolio(tmp, options);
+    QVERIFY(!portfolio.isEmpty());
 
     const QString configHome = tmp.filePath(QStringLiteral("config"));
     {
@@ -129,28 +140,13 @@ void TestPageCli::interruptCancelsAndHangsUp()
     QTemporaryDir tmp;
     QVERIFY(tmp.isValid());
     const QString link = tmp.filePath(QStringLiteral("modem"));
-    const QString scriptPath = tmp.filePath(QStringLiteral("modem.script"));
-    {
-        QFile f(scriptPath);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        // A terminal that never prompts keeps the sender in its logon waits.
-        f.write("connect-delay-ms 30\nguard-ms 100\nfault never-id\n");
-    }
     QProcess sim;
-    sim.start(m_cli,
-              {QStringLiteral("modem-sim"), QStringLiteral("--link"), link, QStringLiteral("--script"), scriptPath});
-    QVERIFY(sim.waitForStarted());
-    QVERIFY(sim.waitForReadyRead(10000));
-    QVERIFY(sim.readLine().startsWith("modem-sim: listening"));
-
+    // A terminal that never prompts keeps the sender in its logon waits.
+    QVERIFY(startSimulator(sim, tmp, "fault never-id"));
     core::Options options;
-    core::setBuiltInModemProfiles(options.modem);
-    options.paging.pagerId = QStringLiteral("7654321");
-    options.paging.phone = QStringLiteral("5552000");
     options.paging.retries = 3;
-    core::PortfolioTable table;
-    const QString portfolio = tmp.filePath(QStringLiteral("page.pgr"));
-    QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
+    const QString portfolio = writePortfolio(tmp, options);
+    QVERIFY(!portfolio.isEmpty());
 
     QProcess page;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

@@ -76,4 +76,18 @@ private:
     QByteArray m_log;
 };
 
+// A throw-away self-signed certificate for 127.0.0.1, for servers the tests run with TLS.
+inline bool makeLoopbackCertificate(const QString& certFile, const QString& keyFile)
+{
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                   QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"), QStringLiteral("1"),
+                   QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-addext"),
+                   QStringLiteral("subjectAltName=IP:127.0.0.1"), QStringLiteral("-keyout"), keyFile,
+                   QStringLiteral("-out"), certFile});
+    openssl.closeWriteChannel();
+    return openssl.waitForFinished(60000) && openssl.exitStatus() == QProcess::NormalExit && openssl.exitCode() == 0;
+}
+
 } // namespace kestrova::testing

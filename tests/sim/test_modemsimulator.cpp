@@ -9,19 +9,6 @@
 using kestrova::sim::ModemScript;
 using kestrova::sim::ModemSimulator;
 
-// The simulator is the judge of every paging test, so its own checks are tested here with
-// hand-made bytes rather than with the program's block builder.
-class TestModemSimulator : public QObject
-{
-    Q_OBJECT
-
-private Q_SLOTS:
-    void blocksAreChecked_data();
-    void blocksAreChecked();
-    void scriptLines_data();
-    void scriptLines();
-};
-
 namespace {
 
 class Terminal
@@ -65,80 +52,86 @@ private:
 
 } // namespace
 
-void TestModemSimulator::blocksAreChecked_data()
+// The simulator is the judge of every paging test, so its own checks are tested here with
+// hand-made bytes rather than with the program's block builder.
+class TestModemSimulator : public QObject
 {
-    QTest::addColumn<QByteArray>("block");
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<int>("pages");
+    Q_OBJECT
 
-    // 2 + "123" + 13 + "ABC" + 13 + 3 = 379 = 0x17B.
-    QTest::newRow("good block") << QByteArray("\x02"
-                                              "123\rABC\r\x03"
-                                              "17;\r")
-                                << QByteArray("211 Page(s) Sent\r\x06\r") << 1;
-    QTest::newRow("wrong checksum") << QByteArray("\x02"
+private Q_SLOTS:
+    void blocksAreChecked_data()
+    {
+        QTest::addColumn<QByteArray>("block");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("pages");
+
+        // 2 + "123" + 13 + "ABC" + 13 + 3 = 379 = 0x17B.
+        QTest::newRow("good block") << QByteArray("\x02"
                                                   "123\rABC\r\x03"
-                                                  "17<\r")
-                                    << QByteArray("\x15\r") << 0;
-    QTest::newRow("no CR before ETX") << QByteArray("\x02"
-                                                    "123\rABC\x03"
-                                                    "16>\r")
-                                      << QByteArray("\x15\r") << 0;
-    QTest::newRow("no pager id") << QByteArray("\x02\rABC\r\x03\0>5\r", 11) << QByteArray("\x15\r") << 0;
-}
-
-void TestModemSimulator::blocksAreChecked()
-{
-    QFETCH(QByteArray, block);
-    QFETCH(QByteArray, reply);
-    QFETCH(int, pages);
-
-    ModemSimulator sim;
-    QVERIFY2(sim.isValid(), qPrintable(sim.error()));
-    Terminal t(sim.slavePath());
-    QVERIFY(t.isOpen());
-    t.send("ATDT555\r");
-    QVERIFY(t.receive("CONNECT").contains("CONNECT"));
-    t.send("\r");
-    QVERIFY(t.receive("ID=").contains("ID="));
-    t.send("\x1bPG1\r");
-    QVERIFY(t.receive("\x1b[p\r").contains("\r\x06\r\x1b[p\r"));
-    t.send(block);
-    QCOMPARE(t.receive(reply), reply);
-    QCOMPARE(sim.pages.size(), pages);
-    QCOMPARE(sim.blocks, 1);
-    if (pages) {
-        QCOMPARE(sim.pages[0].pagerId, QStringLiteral("123"));
-        QCOMPARE(sim.pages[0].text, QStringLiteral("ABC"));
+                                                  "17;\r")
+                                    << QByteArray("211 Page(s) Sent\r\x06\r") << 1;
+        QTest::newRow("wrong checksum") << QByteArray("\x02"
+                                                      "123\rABC\r\x03"
+                                                      "17<\r")
+                                        << QByteArray("\x15\r") << 0;
+        QTest::newRow("no CR before ETX") << QByteArray("\x02"
+                                                        "123\rABC\x03"
+                                                        "16>\r")
+                                          << QByteArray("\x15\r") << 0;
+        QTest::newRow("no pager id") << QByteArray("\x02\rABC\r\x03\0>5\r", 11) << QByteArray("\x15\r") << 0;
     }
-    t.send("\x04\r");
-    QCOMPARE(t.receive("\x1b\x04\r"), QByteArray("115\r\x1b\x04\r"));
-}
+    void blocksAreChecked()
+    {
+        QFETCH(QByteArray, block);
+        QFETCH(QByteArray, reply);
+        QFETCH(int, pages);
 
-void TestModemSimulator::scriptLines_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("valid");
-    QTest::addColumn<int>("busy");
-    QTest::addColumn<int>("guardMs");
-    QTest::newRow("numbers and timing") << "busy 555\n# comment\nbusy 666\nguard-ms 250\n" << true << 2 << 250;
-    QTest::newRow("unknown fault") << "fault sparks" << false << 0 << 20;
-    QTest::newRow("bad number") << "guard-ms soon" << false << 0 << 0;
-    QTest::newRow("unknown key") << "colour blue" << false << 0 << 20;
-}
+        ModemSimulator sim;
+        QVERIFY2(sim.isValid(), qPrintable(sim.error()));
+        Terminal t(sim.slavePath());
+        QVERIFY(t.isOpen());
+        t.send("ATDT555\r");
+        QVERIFY(t.receive("CONNECT").contains("CONNECT"));
+        t.send("\r");
+        QVERIFY(t.receive("ID=").contains("ID="));
+        t.send("\x1bPG1\r");
+        QVERIFY(t.receive("\x1b[p\r").contains("\r\x06\r\x1b[p\r"));
+        t.send(block);
+        QCOMPARE(t.receive(reply), reply);
+        QCOMPARE(sim.pages.size(), pages);
+        QCOMPARE(sim.blocks, 1);
+        if (pages) {
+            QCOMPARE(sim.pages[0].pagerId, QStringLiteral("123"));
+            QCOMPARE(sim.pages[0].text, QStringLiteral("ABC"));
+        }
+        t.send("\x04\r");
+        QCOMPARE(t.receive("\x1b\x04\r"), QByteArray("115\r\x1b\x04\r"));
+    }
 
-void TestModemSimulator::scriptLines()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, valid);
-    QFETCH(int, busy);
-    QFETCH(int, guardMs);
-    QString problem;
-    const ModemScript s = ModemScript::parse(text, &problem);
-    QCOMPARE(problem.isEmpty(), valid);
-    QCOMPARE(s.busy.size(), busy);
-    QCOMPARE(s.guardMs, guardMs);
-}
+    void scriptLines_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("valid");
+        QTest::addColumn<int>("busy");
+        QTest::addColumn<int>("guardMs");
+        QTest::newRow("numbers and timing") << "busy 555\n# comment\nbusy 666\nguard-ms 250\n" << true << 2 << 250;
+        QTest::newRow("unknown fault") << "fault sparks" << false << 0 << 20;
+        QTest::newRow("bad number") << "guard-ms soon" << false << 0 << 0;
+        QTest::newRow("unknown key") << "colour blue" << false << 0 << 20;
+    }
+    void scriptLines()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, valid);
+        QFETCH(int, busy);
+        QFETCH(int, guardMs);
+        QString problem;
+        const ModemScript s = ModemScript::parse(text, &problem);
+        QCOMPARE(problem.isEmpty(), valid);
+        QCOMPARE(s.busy.size(), busy);
+        QCOMPARE(s.guardMs, guardMs);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestModemSimulator)
 #include "test_modemsimulator.moc"
