@@ -1,3 +1,4 @@
+#include "../peers/CliRun.h"
 #include "core/PortfolioFile.h"
 
 #include "TestUtil.h"
@@ -15,14 +16,6 @@ using namespace kestrova;
 class TestCliApp : public QObject
 {
     Q_OBJECT
-private:
-    QProcessEnvironment env(const QTemporaryDir& dir) const
-    {
-        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
-        e.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.filePath(QStringLiteral("config")));
-        return e;
-    }
-
 private Q_SLOTS:
     void runStopsOnSignal_data()
     {
@@ -42,7 +35,7 @@ private Q_SLOTS:
         const QByteArray before = testing::readFile(pgr);
 
         QProcess p;
-        p.setProcessEnvironment(env(dir));
+        p.setProcessEnvironment(testing::cliEnvironment(dir));
         p.start(qEnvironmentVariable("KESTROVA_CLI"),
                 {QStringLiteral("--data-dir"), dir.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"), pgr,
                  QStringLiteral("run"), QStringLiteral("--save-on-exit"), saveOnExit});
@@ -71,23 +64,19 @@ private Q_SLOTS:
     void runRefusesBadSaveAnswer()
     {
         QTemporaryDir dir;
-        QProcess p;
-        p.setProcessEnvironment(env(dir));
-        p.start(qEnvironmentVariable("KESTROVA_CLI"), {QStringLiteral("--data-dir"), dir.path(), QStringLiteral("run"),
-                                                       QStringLiteral("--save-on-exit"), QStringLiteral("maybe")});
-        QVERIFY(p.waitForFinished(10000));
-        QCOMPARE(p.exitCode(), 2);
+        const testing::CliRun run = testing::runCli(dir,
+                                                    {QStringLiteral("--data-dir"), dir.path(), QStringLiteral("run"),
+                                                     QStringLiteral("--save-on-exit"), QStringLiteral("maybe")},
+                                                    10000);
+        QCOMPARE(run.code, 2);
     }
 
     void demoPagesThroughTheSimulatedModem()
     {
         QTemporaryDir dir;
-        QProcess p;
-        p.setProcessEnvironment(env(dir));
-        p.start(qEnvironmentVariable("KESTROVA_CLI"), {QStringLiteral("demo")});
-        QVERIFY(p.waitForFinished(120000));
-        const QByteArray out = p.readAllStandardOutput();
-        QVERIFY2(p.exitCode() == 0, QByteArray(out + p.readAllStandardError()).constData());
+        const testing::CliRun run = testing::runCli(dir, {QStringLiteral("demo")}, 120000);
+        const QString& out = run.out;
+        QVERIFY2(run.code == 0, qPrintable(out + run.err));
         QVERIFY(out.contains("Pager: Message Sent"));
         const qsizetype pages = out.indexOf("Pages received by the paging terminal:");
         QVERIFY(pages > 0);

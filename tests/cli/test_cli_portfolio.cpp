@@ -1,3 +1,4 @@
+#include "../peers/CliRun.h"
 #include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
 
@@ -10,19 +11,10 @@
 #include <QTest>
 
 using namespace kestrova::core;
+using kestrova::testing::CliRun;
 using kestrova::testing::readFile;
+using kestrova::testing::runCli;
 using kestrova::testing::writeFile;
-
-namespace {
-
-struct Run
-{
-    int code = -1;
-    QString out;
-    QString err;
-};
-
-} // namespace
 
 // Runs the real kestrova-cli in a data folder and a settings folder of its own.
 class TestCliPortfolio : public QObject
@@ -34,25 +26,9 @@ class TestCliPortfolio : public QObject
     QString configDir() const { return m_home->filePath(QStringLiteral("config")); }
     QString defaultFile() const { return dataDir() + QStringLiteral("/DEFAULT.PGR"); }
 
-    Run cli(const QStringList& args, const QByteArray& input = {})
+    CliRun cli(const QStringList& args, const QByteArray& input = {})
     {
-        QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configDir());
-        env.remove(QStringLiteral("KESTROVA_HOME"));
-        p.setProcessEnvironment(env);
-        p.start(qEnvironmentVariable("KESTROVA_CLI"), QStringList{QStringLiteral("--data-dir"), dataDir()} + args);
-        Run r;
-        if (!p.waitForStarted(10000)) {
-            return r;
-        }
-        p.write(input);
-        p.closeWriteChannel();
-        p.waitForFinished(30000);
-        r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -2;
-        r.out = QString::fromUtf8(p.readAllStandardOutput());
-        r.err = QString::fromUtf8(p.readAllStandardError());
-        return r;
+        return runCli(*m_home, QStringList{QStringLiteral("--data-dir"), dataDir()} + args, 30000, input);
     }
 
 private Q_SLOTS:
@@ -94,7 +70,7 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, args);
         QFETCH(int, code);
-        const Run r = cli(args);
+        const CliRun r = cli(args);
         QCOMPARE(r.code, code);
         if (code != 0) {
             QVERIFY(!r.err.isEmpty());
@@ -103,7 +79,7 @@ private Q_SLOTS:
 
     void missingFileMessage()
     {
-        const Run r = cli({"portfolio", "show"});
+        const CliRun r = cli({"portfolio", "show"});
         QCOMPARE(r.err.trimmed(), QStringLiteral("File ") + defaultFile() + QStringLiteral(" does not exist."));
     }
 
@@ -119,7 +95,7 @@ private Q_SLOTS:
         QCOMPARE(cli({"portfolio", "add", "VFIAX", "--type", "fund", "--market-only"}).code, 0);
         QCOMPARE(cli({"portfolio", "add", "ibm"}).code, 1); // already there, whatever the case
 
-        const Run show = cli({"portfolio", "show"});
+        const CliRun show = cli({"portfolio", "show"});
         QCOMPARE(show.code, 0);
         const QStringList lines = show.out.split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 4);
@@ -163,7 +139,7 @@ private Q_SLOTS:
         const QString file = m_home->filePath(QStringLiteral("full.pgr"));
         QVERIFY(PortfolioFile::write(file, t, o).ok());
         const QByteArray before = readFile(file);
-        const Run r = cli({"--portfolio", file, "portfolio", "add", "ONE_MORE"});
+        const CliRun r = cli({"--portfolio", file, "portfolio", "add", "ONE_MORE"});
         QCOMPARE(r.code, 1);
         QCOMPARE(r.err.trimmed(), QStringLiteral("Too Many Tickers (50 Max)"));
         QCOMPARE(readFile(file), before);
@@ -185,7 +161,7 @@ private Q_SLOTS:
         QFETCH(QString, value);
         QCOMPARE(cli({"portfolio", "add", "IBM"}).code, 0);
         const QByteArray before = readFile(defaultFile());
-        const Run r = cli({"options", "set", name, value});
+        const CliRun r = cli({"options", "set", name, value});
         QCOMPARE(r.code, 1);
         QVERIFY2(r.err.contains(name), qPrintable(r.err));
         QCOMPARE(readFile(defaultFile()), before);
@@ -212,13 +188,13 @@ private Q_SLOTS:
     void passwordFromStdinIsNeverShown()
     {
         const QByteArray secret = "Xq7-secret";
-        const Run set = cli({"options", "set", "mail.password", "-"}, secret + "\n");
+        const CliRun set = cli({"options", "set", "mail.password", "-"}, secret + "\n");
         QCOMPARE(set.code, 0);
         QVERIFY(!set.out.contains(QString::fromLatin1(secret)));
         QVERIFY(!set.err.contains(QString::fromLatin1(secret)));
-        const Run get = cli({"options", "get", "mail.password"});
+        const CliRun get = cli({"options", "get", "mail.password"});
         QCOMPARE(get.out.trimmed(), QStringLiteral("***"));
-        const Run list = cli({"options", "list"});
+        const CliRun list = cli({"options", "list"});
         QVERIFY(list.out.contains(QRegularExpression(QStringLiteral("\\nmail\\.password +password +\\*\\*\\*\\n"))));
         QVERIFY(!list.out.contains(QString::fromLatin1(secret)));
         QVERIFY(!readFile(defaultFile()).contains(secret)); // scrambled in the file
@@ -264,7 +240,7 @@ private Q_SLOTS:
         setBuiltInModemProfiles(o.modem);
         const QByteArray full = PortfolioFile::encode(t, o);
         writeFile(defaultFile(), full.left(full.indexOf("\"Stored Profile\""))); // ends before the modem table
-        const Run show = cli({"portfolio", "show"});
+        const CliRun show = cli({"portfolio", "show"});
         QCOMPARE(show.code, 0);
         QVERIFY(show.err.contains(QLatin1String("Your data file is an older version.")));
         QVERIFY(show.out.contains(QLatin1String("OLD")));

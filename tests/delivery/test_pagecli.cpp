@@ -1,7 +1,6 @@
+#include "../peers/CliRun.h"
 #include "core/ModemProfiles.h"
 #include "core/Options.h"
-#include "core/PortfolioFile.h"
-#include "core/PortfolioTable.h"
 #include "settings/SettingsStore.h"
 
 #include <QProcess>
@@ -40,16 +39,13 @@ private:
                sim.readLine().startsWith("modem-sim: listening on /dev/pts/");
     }
 
-    // A portfolio file with no members and the paging settings of a page test.
-    static QString writePortfolio(const QTemporaryDir& dir, const core::Options& paging)
+    // The paging settings every page test shares, in a portfolio file of their own.
+    static QString writePortfolio(const QTemporaryDir& dir, core::Options options)
     {
-        core::Options options = paging;
         core::setBuiltInModemProfiles(options.modem);
         options.paging.pagerId = QStringLiteral("7654321");
         options.paging.phone = QStringLiteral("5552000");
-        const QString path = dir.filePath(QStringLiteral("page.pgr"));
-        core::PortfolioTable table;
-        return core::PortfolioFile::write(path, table, options).ok() ? path : QString();
+        return testing::writeOptionsFile(dir, options, QStringLiteral("page.pgr"));
     }
 
     QString m_cli;
@@ -113,17 +109,13 @@ void TestPageCli::pageArrivesWhole()
         QVERIFY(store.sync());
     }
 
-    QProcess page;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
-    page.setProcessEnvironment(env);
-    page.start(m_cli, {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
-                       QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"), text});
-    QVERIFY(page.waitForStarted());
-    QVERIFY(page.waitForFinished(90000));
-    const QString out = QString::fromUtf8(page.readAllStandardOutput());
-    QVERIFY2(page.exitCode() == exitCode, qPrintable(out + QString::fromUtf8(page.readAllStandardError())));
-    QCOMPARE(out.trimmed(), result);
+    const testing::CliRun run =
+        testing::runCli(tmp,
+                        {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
+                         QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"), text},
+                        90000);
+    QVERIFY2(run.code == exitCode, qPrintable(run.out + run.err));
+    QCOMPARE(run.out.trimmed(), result);
 
     sim.terminate();
     QVERIFY(sim.waitForFinished(10000));
@@ -149,9 +141,7 @@ void TestPageCli::interruptCancelsAndHangsUp()
     QVERIFY(!portfolio.isEmpty());
 
     QProcess page;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), tmp.filePath(QStringLiteral("config")));
-    page.setProcessEnvironment(env);
+    page.setProcessEnvironment(testing::cliEnvironment(tmp));
     page.start(m_cli,
                {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"),
                 portfolio, QStringLiteral("page"), QStringLiteral("--device"), link, QStringLiteral("stop me")});

@@ -1,10 +1,9 @@
 // kestrova-cli page with SMTP paging on, as a real process against aiosmtpd on loopback.
+#include "CliRun.h"
 #include "PeerProcess.h"
 #include "TestUtil.h"
 
 #include "core/Options.h"
-#include "core/PortfolioFile.h"
-#include "core/PortfolioTable.h"
 
 #include <QDir>
 #include <QProcess>
@@ -21,8 +20,7 @@ class TestSmtpCli : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        m_cli = qEnvironmentVariable("KESTROVA_CLI");
-        QVERIFY2(!m_cli.isEmpty() && QFile::exists(m_cli), "KESTROVA_CLI must name the built kestrova-cli");
+        QVERIFY2(QFile::exists(qEnvironmentVariable("KESTROVA_CLI")), "KESTROVA_CLI must name the built kestrova-cli");
         if (QProcess::execute(kestrova::testing::systemPython(),
                               {QStringLiteral("-c"), QStringLiteral("import aiosmtpd")}) != 0) {
             QSKIP("python3-aiosmtpd is not installed (scripts/install-deps.sh --test installs it)");
@@ -64,22 +62,15 @@ private Q_SLOTS:
         options.smtp.recipient = QStringLiteral("pager@example.test");
         options.smtp.domain = QStringLiteral("example.test");
         options.smtp.maxLength = 16;
-        core::PortfolioTable table;
-        const QString portfolio = tmp.filePath(QStringLiteral("smtp.pgr"));
-        const core::PortfolioFileResult written = core::PortfolioFile::write(portfolio, table, options);
-        QVERIFY2(written.ok(), qPrintable(written.message));
+        const QString portfolio = kestrova::testing::writeOptionsFile(tmp, options, QStringLiteral("smtp.pgr"));
+        QVERIFY(!portfolio.isEmpty());
 
-        QProcess cli;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), tmp.filePath(QStringLiteral("config")));
-        cli.setProcessEnvironment(env);
         const QString dataDir = tmp.filePath(QStringLiteral("data"));
-        cli.start(m_cli, {QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio,
-                          QStringLiteral("page"), QStringLiteral("Call the broker now")});
-        QVERIFY(cli.waitForFinished(60000));
-        const QString out = QString::fromUtf8(cli.readAllStandardOutput());
-        QVERIFY2(cli.exitCode() == exitCode, qPrintable(out + QString::fromUtf8(cli.readAllStandardError())));
-        QCOMPARE(out.trimmed(), result);
+        const kestrova::testing::CliRun run =
+            kestrova::testing::runCli(tmp, {QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"),
+                                            portfolio, QStringLiteral("page"), QStringLiteral("Call the broker now")});
+        QVERIFY2(run.code == exitCode, qPrintable(run.out + run.err));
+        QCOMPARE(run.out.trimmed(), result);
 
         QStringList received;
         for (int i = 1; QFile::exists(mailDir + QStringLiteral("/mail-%1.eml").arg(i)); ++i) {
@@ -91,9 +82,6 @@ private Q_SLOTS:
             QString::fromLatin1(kestrova::testing::readFile(dataDir + QStringLiteral("/activity.txt")));
         QCOMPARE(activity.count(QStringLiteral("Unable to send message: Error1")), exitCode == 0 ? 0 : 1);
     }
-
-private:
-    QString m_cli;
 };
 
 QTEST_GUILESS_MAIN(TestSmtpCli)

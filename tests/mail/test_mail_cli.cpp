@@ -1,9 +1,8 @@
 // kestrova-cli check-mail as a real process against Dovecot on loopback.
+#include "CliRun.h"
 #include "DovecotPeer.h"
 
 #include "core/Options.h"
-#include "core/PortfolioFile.h"
-#include "core/PortfolioTable.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -26,8 +25,7 @@ class TestMailCli : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        m_cli = qEnvironmentVariable("KESTROVA_CLI");
-        QVERIFY2(!m_cli.isEmpty() && QFile::exists(m_cli), "KESTROVA_CLI must name the built kestrova-cli");
+        QVERIFY2(QFile::exists(qEnvironmentVariable("KESTROVA_CLI")), "KESTROVA_CLI must name the built kestrova-cli");
         if (!QFileInfo(Dovecot::program()).isExecutable()) {
             QSKIP("dovecot-pop3d is not installed (scripts/install-deps.sh --test installs it)");
         }
@@ -67,23 +65,18 @@ private Q_SLOTS:
         options.mail.port = static_cast<qint16>(server.port);
         options.mail.user = kUser;
         options.mail.password = password;
-        core::PortfolioTable table;
-        const QString portfolio = tmp.filePath(QStringLiteral("mail.pgr"));
-        const core::PortfolioFileResult written = core::PortfolioFile::write(portfolio, table, options);
-        QVERIFY2(written.ok(), qPrintable(written.message));
+        const QString portfolio = kestrova::testing::writeOptionsFile(tmp, options, QStringLiteral("mail.pgr"));
+        QVERIFY(!portfolio.isEmpty());
 
-        QProcess cli;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), tmp.filePath(QStringLiteral("config")));
-        cli.setProcessEnvironment(env);
         const QString dataDir = tmp.filePath(QStringLiteral("data"));
-        cli.start(m_cli, QStringList{QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio,
-                                     QStringLiteral("--verbose"), QStringLiteral("check-mail")} +
-                             args);
-        QVERIFY(cli.waitForFinished(60000));
-        const QString out = QString::fromUtf8(cli.readAllStandardOutput());
-        const QString err = QString::fromUtf8(cli.readAllStandardError());
-        QVERIFY2(cli.exitCode() == exitCode, qPrintable(out + err));
+        const QStringList cliArgs = QStringList{QStringLiteral("--data-dir"),  dataDir,
+                                                QStringLiteral("--portfolio"), portfolio,
+                                                QStringLiteral("--verbose"),   QStringLiteral("check-mail")} +
+                                    args;
+        const kestrova::testing::CliRun run = kestrova::testing::runCli(tmp, cliArgs);
+        const QString& out = run.out;
+        const QString& err = run.err;
+        QVERIFY2(run.code == exitCode, qPrintable(out + err));
         const QStringList shown =
             out.split(u'\n', Qt::SkipEmptyParts).filter(QRegularExpression(QStringLiteral("^(#|Messages waiting)")));
         QCOMPARE(shown, lines);
@@ -95,11 +88,8 @@ private Q_SLOTS:
         for (const QString& text : {out, err, activity}) {
             QVERIFY(!text.contains(password));
         }
-        QVERIFY(!cli.arguments().join(u' ').contains(password));
+        QVERIFY(!cliArgs.join(u' ').contains(password));
     }
-
-private:
-    QString m_cli;
 };
 
 QTEST_GUILESS_MAIN(TestMailCli)
