@@ -80,12 +80,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("scriptText");
         QTest::addColumn<QString>("text");
-        QTest::newRow("busy") << "busy 5559"
-                              << "Digital Pager: Busy";
-        QTest::newRow("no dial tone") << "no-dialtone 5559"
-                                      << "Digital Pager: No Dialtone";
-        QTest::newRow("modem mute") << "fault mute"
-                                    << "Pager: Could Not Initialize Modem";
+        QTest::newRow("busy") << "busy 5559" << QStringLiteral("Digital Pager: Busy");
+        QTest::newRow("no dial tone") << "no-dialtone 5559" << QStringLiteral("Digital Pager: No Dialtone");
+        QTest::newRow("modem mute") << "fault mute" << QStringLiteral("Pager: Could Not Initialize Modem");
     }
     void failuresAreRetriedWithTheirTexts()
     {
