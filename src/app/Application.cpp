@@ -369,6 +369,13 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     runStep("Update", [&] { online = m_connection->connect(); });
     m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
                                     : QStringLiteral("Internet: Connection was not established..."));
+    if (!online) {
+        // Last update's quotes must not go out as if they were fresh: without a connection
+        // the page says "Quotes unavailable...".
+        m_stockQuotes.Clear();
+        m_optionQuotes.Clear();
+        m_state.quotesAvailable = false;
+    }
 
     // Fresh server files would come from the maker's FTP server, which this program has
     // never had; the switch is kept in the portfolio file and does nothing here.

@@ -32,6 +32,16 @@ core::PortfolioRecord entry(const QString& ticker, float high = 0, float low = 0
     return r;
 }
 
+// A link that is up or down as the test says: a dropped line is a fault no loopback peer
+// can produce (dial-up failures themselves are tested against NetworkManager's mock).
+struct SwitchedLink : net::InternetConnection
+{
+    explicit SwitchedLink(const bool& up) : m_up(up) {}
+    bool connect() override { return m_up; }
+    void hangUp() override {}
+    const bool& m_up;
+};
+
 // The update run against real peers: the demo market on loopback for quotes and a pty
 // modem with a TAP terminal for pages. The program's clock is a MockClock that every
 // yield moves on, so the modem's pauses and time-outs pass in a few real milliseconds.
@@ -46,6 +56,7 @@ struct Rig
     std::unique_ptr<app::Application> app;
     QString dataDir;
     QString pgr;
+    bool online = true;
 
     bool start(const QList<core::PortfolioRecord>& records, const std::function<void(core::Options&)>& tune)
     {
@@ -77,7 +88,9 @@ struct Rig
         if (!core::PortfolioFile::write(pgr, table, o).ok()) {
             return false;
         }
-        app = std::make_unique<app::Application>(clock, host, dataDir);
+        app::Transports transports;
+        transports.connection = std::make_unique<SwitchedLink>(online);
+        app = std::make_unique<app::Application>(clock, host, dataDir, std::move(transports));
         app->startup(pgr);
         app->state().prefs.checkMail = false;
         app->state().prefs.modemDevice = modem.slavePath();
@@ -162,6 +175,20 @@ private Q_SLOTS:
         QCOMPARE(rig.app->stockQuotes().Count(), 0);
         QCOMPARE(rig.modem.pages.size(), 1);
         QCOMPARE(rig.modem.pages.first().text, QStringLiteral("Quotes unavailable..."));
+    }
+
+    void offlineUpdateDoesNotRepeatOldQuotes()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [](core::Options&) {}));
+        rig.app->update(true, false);
+        QCOMPARE(rig.modem.pages.size(), 1);
+        QVERIFY(rig.modem.pages.first().text.startsWith(QStringLiteral("IBM ")));
+        rig.online = false;
+        rig.app->update(true, false);
+        QCOMPARE(rig.modem.pages.size(), 2);
+        QCOMPARE(rig.modem.pages.last().text, QStringLiteral("Quotes unavailable..."));
+        QVERIFY(rig.activity().contains("Internet: Connection was not established..."));
     }
 
     void cancelMidRun()
