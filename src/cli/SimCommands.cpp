@@ -158,7 +158,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
     QTextStream err(stderr);
     quint16 port = news::kDemoMarketPort;
     int latencyMs = 0;
-    quint32 seed = 1;
+    quint32 walkSeed = 1;
     bool retarget = false;
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString& a = args[i];
@@ -168,7 +168,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
                    "--port N        port to listen on (default 8099, the port of the shipped Demo Market\n"
                    "                definitions; 0 picks a free one)\n"
                    "--latency-ms M  answer every page after M milliseconds\n"
-                   "--seed S        seed of the price walk (default 1)\n"
+                   "--seed S        starting value of the price walk (default 1)\n"
                    "--retarget      point the Demo Market definitions in the data directory at this port\n"
                    "Tickers ERR500, EMPTY, HANG and CUT misbehave on purpose.\n";
             return kExitOk;
@@ -182,7 +182,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
             latencyMs = args[++i].toInt(&ok);
             ok = ok && latencyMs >= 0;
         } else if (a == QLatin1String("--seed") && i + 1 < args.size()) {
-            seed = args[++i].toUInt(&ok);
+            walkSeed = args[++i].toUInt(&ok);
         } else if (a == QLatin1String("--retarget")) {
             retarget = true;
         } else {
@@ -194,7 +194,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
         }
     }
     support::SystemClock clock;
-    sim::DemoMarket market(clock, seed);
+    sim::DemoMarket market(clock, walkSeed);
     market.setLatencyMs(latencyMs);
     if (!market.listen(port)) {
         err << "kestrova-cli demo-market: cannot listen on 127.0.0.1:" << port << ": " << market.errorString() << '\n';
@@ -207,7 +207,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
             return kExitFailure;
         }
     }
-    out << "demo-market: listening on " << market.baseUrl() << " (seed " << seed << ", latency " << latencyMs
+    out << "demo-market: listening on " << market.baseUrl() << " (walk " << walkSeed << ", latency " << latencyMs
         << " ms)\n";
     out.flush();
     const int rc = runUntilStopped();

@@ -145,8 +145,8 @@ const char* const kSources[] = {"Demo Wire", "Market Desk", "Kestrova News Servi
 
 } // namespace
 
-DemoMarket::DemoMarket(const support::Clock& clock, quint32 seed, QObject* parent)
-    : QObject(parent), m_clock(clock), m_seed(seed)
+DemoMarket::DemoMarket(const support::Clock& clock, quint32 walkSeed, QObject* parent)
+    : QObject(parent), m_clock(clock), m_seed(walkSeed)
 {}
 
 DemoMarket::~DemoMarket()
@@ -460,7 +460,7 @@ QByteArray DemoMarket::newsPage(const QString& ticker)
     const QDate today = m_clock.today();
     QByteArray page = "<html><head><title>Demo Market news: " + t + "</title></head>\r\n<body><h1>News for " + t +
                       "</h1>\r\n<ul class=news>\r\n";
-    // Two stories today, one yesterday and one ten days old, chosen by ticker, seed and day,
+    // Two stories today, one yesterday and one ten days old, chosen by ticker, walk start and day,
     // so a second fetch on the same day finds nothing new.
     static const int ages[] = {0, 0, 1, 10};
     const int headlineCount = static_cast<int>(std::size(kHeadlines));
@@ -489,8 +489,8 @@ QByteArray DemoMarket::newsPage(const QString& ticker)
     return page;
 }
 
-DemoMarketThread::DemoMarketThread(const support::Clock& clock, quint32 seed, int latencyMs)
-    : m_clock(clock), m_seed(seed), m_latencyMs(latencyMs)
+DemoMarketThread::DemoMarketThread(const support::Clock& clock, quint32 walkSeed, int latencyMs)
+    : m_clock(clock), m_seed(walkSeed), m_latencyMs(latencyMs)
 {}
 
 DemoMarketThread::~DemoMarketThread()

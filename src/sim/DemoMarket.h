@@ -31,7 +31,7 @@ namespace kestrova::sim {
 //   /news?t=TICKER           news headlines
 //
 // Each price page request moves that ticker's price one step along a random walk that
-// depends only on the seed, the ticker and how many times that ticker was asked for, so a
+// depends only on the starting value, the ticker and how many times that ticker was asked for, so a
 // test can replay a session exactly. Some tickers misbehave on purpose: ERR500 (status
 // 500), EMPTY (200 with an empty body), HANG (never answers), CUT (closes mid-body).
 //
@@ -41,7 +41,7 @@ class DemoMarket : public QObject
 {
     Q_OBJECT
 public:
-    explicit DemoMarket(const support::Clock& clock, quint32 seed = 1, QObject* parent = nullptr);
+    explicit DemoMarket(const support::Clock& clock, quint32 walkSeed = 1, QObject* parent = nullptr);
     ~DemoMarket() override;
 
     // Listens on 127.0.0.1; port 0 picks a free one. False (with errorString()) when the
@@ -54,7 +54,7 @@ public:
 
     void setLatencyMs(int ms) { m_latencyMs = ms; }
     int latencyMs() const { return m_latencyMs; }
-    quint32 seed() const { return m_seed; }
+    quint32 walkSeed() const { return m_seed; }
 
     // Counters for tests; safe to read from another thread.
     int requestCount() const { return m_requests.load(); }
@@ -113,7 +113,7 @@ private:
 class DemoMarketThread
 {
 public:
-    DemoMarketThread(const support::Clock& clock, quint32 seed = 1, int latencyMs = 0);
+    DemoMarketThread(const support::Clock& clock, quint32 walkSeed = 1, int latencyMs = 0);
     ~DemoMarketThread();
     DemoMarketThread(const DemoMarketThread&) = delete;
     DemoMarketThread& operator=(const DemoMarketThread&) = delete;
