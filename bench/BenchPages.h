@@ -10,7 +10,6 @@
 namespace kestrova::bench {
 
 // The definition of the demo market's pages (stock or option).
-std::shared_ptr<quotes::Qserver> demoServer(const QString& baseUrl, bool option);
 
 // A demo-market stock page grown to about `bytes` with the markup a portal page carries
 // around its quote table (navigation, scripts, comments, news rows).

@@ -4,6 +4,7 @@
 //   bench_cycle [latency-ms] [parallel ...]      (defaults: 100, 50)
 
 #include "BenchPages.h"
+#include "sim/DemoMarketServer.h"
 
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
@@ -45,8 +46,8 @@ Run runCycle(int latencyMs, int parallel)
     fetcher.setParallelLimit(parallel);
     const quotes::BuiltInServers builtIn;
     quotes::ServerDefinitions defs;
-    defs.stock.Add(bench::demoServer(market.baseUrl(), false), QStringLiteral("Demo Market"));
-    defs.option.Add(bench::demoServer(market.baseUrl(), true), QStringLiteral("Demo Market"));
+    defs.stock.Add(sim::demoMarketServer(market.baseUrl(), false), QStringLiteral("Demo Market"));
+    defs.option.Add(sim::demoMarketServer(market.baseUrl(), true), QStringLiteral("Demo Market"));
     core::Options options;
     options.quotes.server = 12;
     // A portfolio holds at most 50 entries, so the 60 securities are two cycles back to

@@ -1,4 +1,5 @@
 #include "BenchPages.h"
+#include "sim/DemoMarketServer.h"
 
 #include "core/Quote.h"
 #include "quotes/CurlFetcher.h"
@@ -46,7 +47,7 @@ void BM_QuoteFill(benchmark::State& state)
     quotes::CurlFetcher fetcher(host);
     const quotes::BuiltInServers builtIn;
     const quotes::ScrapeContext ctx{fetcher, builtIn, clock, host};
-    const auto server = bench::demoServer(QStringLiteral("http://127.0.0.1:1"), false);
+    const auto server = sim::demoMarketServer(QStringLiteral("http://127.0.0.1:1"), false);
     for (auto _ : state) {
         core::Quote q;
         q.setDigits(2);
@@ -78,7 +79,7 @@ void BM_FindKeys(benchmark::State& state)
     bench::QuietHost host;
     quotes::CurlFetcher fetcher(host);
     const QString text = quotes::Qserver::preparePage(bench::largeQuotePage(kPageBytes), fetcher);
-    const auto server = bench::demoServer(QStringLiteral("http://127.0.0.1:1"), false);
+    const auto server = sim::demoMarketServer(QStringLiteral("http://127.0.0.1:1"), false);
     for (auto _ : state) {
         for (int f = 0; f < quotes::Qserver::kFieldCount; ++f) {
             QString v = server->FindKey(quotes::Qserver::Field(f), text);

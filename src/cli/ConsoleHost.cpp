@@ -1,7 +1,6 @@
 #include "cli/ConsoleHost.h"
+#include "support/EventWait.h"
 
-#include <QCoreApplication>
-#include <QTimer>
 
 #include <cstdio>
 
@@ -77,16 +76,7 @@ bool ConsoleHost::openUrl(const QString& url)
 
 void ConsoleHost::yield(int maxWaitMs)
 {
-    // A single-shot timer bounds the wait; any socket, serial or timer event ends it
-    // sooner. WaitForMoreEvents sleeps in poll(), so an idle wait costs no CPU.
-    if (maxWaitMs > 0) {
-        QTimer t;
-        t.setSingleShot(true);
-        t.start(maxWaitMs);
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-    } else {
-        QCoreApplication::processEvents();
-    }
+    support::waitForEvents(maxWaitMs);
 }
 
 } // namespace kestrova::cli

@@ -9,6 +9,7 @@
 #include "quotes/QuoteCycle.h"
 #include "quotes/ServersDat.h"
 #include "sim/DemoMarket.h"
+#include "sim/DemoMarketServer.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
@@ -27,33 +28,6 @@ using Field = quotes::Qserver::Field;
 namespace {
 
 constexpr int kDemo = quotes::BuiltInServers::kDemoMarket;
-
-std::shared_ptr<quotes::Qserver> demoServer(const QString& base, bool option)
-{
-    auto s = std::make_shared<quotes::Qserver>();
-    s->setServerName(QStringLiteral("Demo Market"));
-    s->setServerIndex(kDemo);
-    s->setUrl(base + (option ? QStringLiteral("/option?t=") : QStringLiteral("/stock?t=")));
-    for (int f = 0; f < quotes::Qserver::kFieldCount; ++f)
-        s->setOffset(Field(f), -1);
-    const std::pair<Field, const char*> cells[] = {{Field::Name, "Name:"},        {Field::Last, "Last Trade:"},
-                                                   {Field::Change, "Change:"},    {Field::PercentChg, "Pct Change:"},
-                                                   {Field::Bid, "Bid:"},          {Field::Ask, "Ask:"},
-                                                   {Field::Open, "Open:"},        {Field::Previous, "Prev Close:"},
-                                                   {Field::DayHigh, "Day High:"}, {Field::DayLow, "Day Low:"},
-                                                   {Field::Update, "Updated:"}};
-    for (const auto& [f, key] : cells) {
-        s->setKey(f, QString::fromLatin1(key));
-        s->setOffset(f, 2);
-    }
-    s->setVolumeKey(QStringLiteral("Volume:"));
-    s->setVolumeOffset(0);
-    if (option) {
-        s->setInterestKey(QStringLiteral("Open Int:"));
-        s->setInterestOffset(2);
-    }
-    return s;
-}
 
 // A one-shot peer for pages the demo market does not serve: answers every request with
 // the same response and remembers the request heads.
@@ -125,8 +99,8 @@ struct Rig : testing::BasicServicesRig<CancellingHost>
         host.cancel = &cancel;
         fetcher.setTimeoutMs(1500);
         fetcher.setErrorCallback([this](const QString& url, const QString& msg) { errors << url + u' ' + msg; });
-        defs.stock.Add(demoServer(base, false), QStringLiteral("Demo Market"));
-        defs.option.Add(demoServer(base, true), QStringLiteral("Demo Market"));
+        defs.stock.Add(sim::demoMarketServer(base, false), QStringLiteral("Demo Market"));
+        defs.option.Add(sim::demoMarketServer(base, true), QStringLiteral("Demo Market"));
         options.quotes.server = kDemo;
     }
     void add(const QString& ticker, qint16 type = 0, qint16 server = 0)

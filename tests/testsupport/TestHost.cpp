@@ -1,9 +1,8 @@
 #include "TestHost.h"
 
 #include "support/Clock.h"
+#include "support/EventWait.h"
 
-#include <QCoreApplication>
-#include <QTimer>
 
 namespace kestrova::testing {
 
@@ -42,14 +41,7 @@ void TestHost::yield(int maxWaitMs)
 {
     ++yields;
     const int wait = m_clock ? qMin(realWaitMs, maxWaitMs) : maxWaitMs;
-    if (wait > 0) {
-        QTimer t;
-        t.setSingleShot(true);
-        t.start(wait);
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-    } else {
-        QCoreApplication::processEvents();
-    }
+    support::waitForEvents(wait);
     if (m_clock) {
         m_clock->advanceMs(clockStepMs);
     }
