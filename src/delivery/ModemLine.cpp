@@ -112,7 +112,7 @@ qint16 ModemLine::initialize(const QString& initString)
     return m_result;
 }
 
-qint16 ModemLine::dial(const QString& number)
+void ModemLine::startDial(const QString& number)
 {
     m_result = ResultOk;
     const QString command =
@@ -120,6 +120,32 @@ qint16 ModemLine::dial(const QString& number)
     m_line.clearInput();
     showStatus(QStringLiteral("Dialing ") + number);
     sendText(command);
+}
+
+bool ModemLine::dialEnded(const QString& received)
+{
+    if (m_services.cancel.isSet()) {
+        m_result = ResultCancelled;
+        return true;
+    }
+    if (received.contains(QStringLiteral("BUSY"))) {
+        m_result = ResultBusy;
+        return true;
+    }
+    if (received.contains(QStringLiteral("NO DIAL"))) {
+        m_result = ResultNoDialtone;
+        return true;
+    }
+    if (received.size() > kMaxInput) {
+        inputExceeded();
+        return true;
+    }
+    return false;
+}
+
+qint16 ModemLine::dial(const QString& number)
+{
+    startDial(number);
     QString received;
     const QDateTime deadline = m_services.clock.now().addSecs(60);
     pause(1);
@@ -129,20 +155,7 @@ qint16 ModemLine::dial(const QString& number)
             if (received.contains(QStringLiteral("CONNECT"))) {
                 break;
             }
-            if (m_services.cancel.isSet()) {
-                m_result = ResultCancelled;
-                break;
-            }
-            if (received.contains(QStringLiteral("BUSY"))) {
-                m_result = ResultBusy;
-                break;
-            }
-            if (received.contains(QStringLiteral("NO DIAL"))) {
-                m_result = ResultNoDialtone;
-                break;
-            }
-            if (received.size() > kMaxInput) {
-                inputExceeded();
+            if (dialEnded(received)) {
                 break;
             }
         }
@@ -163,12 +176,7 @@ qint16 ModemLine::dial(const QString& number)
 
 qint16 ModemLine::dialDigital(const QString& dialString, int waitSeconds)
 {
-    m_result = ResultOk;
-    const QString command =
-        QStringLiteral("AT") + (m_options.pulse ? QStringLiteral("DP") : QStringLiteral("DT")) + dialString + kCr;
-    m_line.clearInput();
-    showStatus(QStringLiteral("Dialing ") + dialString);
-    sendText(command);
+    startDial(dialString);
     QString received;
     pause(5);
     const QDateTime deadline = m_services.clock.now().addSecs(waitSeconds);
@@ -177,20 +185,7 @@ qint16 ModemLine::dialDigital(const QString& dialString, int waitSeconds)
         if (take(received).isEmpty()) {
             continue;
         }
-        if (m_services.cancel.isSet()) {
-            m_result = ResultCancelled;
-            break;
-        }
-        if (received.contains(QStringLiteral("BUSY"))) {
-            m_result = ResultBusy;
-            break;
-        }
-        if (received.contains(QStringLiteral("NO DIAL"))) {
-            m_result = ResultNoDialtone;
-            break;
-        }
-        if (received.size() > kMaxInput) {
-            inputExceeded();
+        if (dialEnded(received)) {
             break;
         }
     }

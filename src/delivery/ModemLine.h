@@ -70,6 +70,11 @@ public:
 private:
     // Moves whatever the port holds into received; returns the piece (empty when none).
     QString take(QString& received);
+    // Sends the dial command for either kind of call.
+    void startDial(const QString& number);
+    // After new input while dialling: cancel, BUSY, NO DIAL or a flood of noise end the
+    // wait (setting the result); anything else keeps listening.
+    bool dialEnded(const QString& received);
     bool expired(const QDateTime& deadline) const;
     void inputExceeded() const;
 
