@@ -3,39 +3,7 @@
 #include "support/Clock.h"
 #include "support/Format.h"
 
-#include <QRegularExpression>
-
-#include <cmath>
-
 namespace kestrova::app {
-
-std::optional<QTime> parseTimeText(const QString& text)
-{
-    static const QRegularExpression re(QStringLiteral(R"(^\s*(\d{1,2}):(\d{2})(?::(\d{2}))?\s*([aApP][mM])?\s*$)"));
-    const auto m = re.match(text);
-    if (!m.hasMatch()) {
-        return std::nullopt;
-    }
-    int h = m.captured(1).toInt();
-    const int min = m.captured(2).toInt();
-    const int s = m.captured(3).isEmpty() ? 0 : m.captured(3).toInt();
-    const QString ampm = m.captured(4).toLower();
-    if (!ampm.isEmpty()) {
-        if (h < 1 || h > 12) {
-            return std::nullopt;
-        }
-        if (ampm == QLatin1String("am")) {
-            h = h == 12 ? 0 : h;
-        } else {
-            h = h == 12 ? 12 : h + 12;
-        }
-    }
-    const QTime t(h, min, s);
-    if (!t.isValid()) {
-        return std::nullopt;
-    }
-    return t;
-}
 
 bool TimeReached(const QTime& now, const QTime& moment)
 {
@@ -68,7 +36,7 @@ void marketMoment(bool updateDay, bool enabled, const QString& timeText, bool& d
     if (!updateDay || !enabled || done) {
         return;
     }
-    const auto moment = parseTimeText(timeText);
+    const auto moment = support::parseTimeOfDay(timeText);
     if (!moment || !TimeReached(now, *moment)) {
         return;
     }
@@ -107,12 +75,12 @@ void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, c
     if (!updateDay || !options.interval) {
         return;
     }
-    const auto start = parseTimeText(options.startTime);
-    const auto stop = parseTimeText(options.stopTime);
+    const auto start = support::parseTimeOfDay(options.startTime);
+    const auto stop = support::parseTimeOfDay(options.stopTime);
     if (!start || !stop || !(now > *start && now < *stop)) {
         return;
     }
-    auto next = parseTimeText(state.nextUpdate);
+    auto next = support::parseTimeOfDay(state.nextUpdate);
     if (!next) {
         state.nextUpdate = options.startTime;
         next = start;
@@ -125,40 +93,6 @@ void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, c
         }
         hooks.status(QStringLiteral("Next scheduled update at ") + state.nextUpdate);
     }
-}
-
-QString validateTimeEntry(TimeField field, const QString& text)
-{
-    if (parseTimeText(text)) {
-        return {};
-    }
-    // The close-time field has always shown the rejected text right after the colon.
-    if (field == TimeField::Close) {
-        return QStringLiteral("Invalid Time:") + text;
-    }
-    return QStringLiteral("Invalid Time: ex. 03:42:00 pm");
-}
-
-ScheduleSaveResult saveSchedule(core::ScheduleOptions& options, const core::ScheduleOptions& edited,
-                                const QString& intervalField)
-{
-    ScheduleSaveResult result;
-    const auto start = parseTimeText(edited.startTime);
-    const auto stop = parseTimeText(edited.stopTime);
-    if (start && stop && *start > *stop) {
-        result.error = QStringLiteral("Start time must be less than Stop time.");
-        return result;
-    }
-    const bool enabled = options.enabled;
-    options = edited;
-    options.enabled = enabled; // the enable switch lives on the main window, not in the dialog
-    const double interval = std::trunc(support::leadingNumber(intervalField));
-    options.intervalMinutes = static_cast<qint16>(std::clamp(interval, -32768.0, 32767.0));
-    result.saved = true;
-    if (options.intervalMinutes < 5) {
-        result.warning = QStringLiteral("It is not recommended to update less than 5 minutes...");
-    }
-    return result;
 }
 
 } // namespace kestrova::app

@@ -6,16 +6,12 @@
 #include <QTime>
 
 #include <functional>
-#include <optional>
 
 namespace kestrova::support {
 class Clock;
 }
 
 namespace kestrova::app {
-
-// Reads a time the way the schedule dialog keeps it ("9:30 am", "03:42:00 pm", "16:00").
-std::optional<QTime> parseTimeText(const QString& text);
 
 // The day record: which market moments ran today and when the next interval update is.
 struct ScheduleState
@@ -49,20 +45,5 @@ struct ScheduleHooks
 // updates repeat between the start and stop times.
 void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, const support::Clock& clock,
                    const ScheduleHooks& hooks);
-
-// The schedule dialog's rules, as functions the GUI and the CLI share.
-enum class TimeField { Open, Midday, Close, Start, Stop };
-// The message for a rejected time entry, or an empty text when the entry is a time.
-QString validateTimeEntry(TimeField field, const QString& text);
-struct ScheduleSaveResult
-{
-    bool saved = false;
-    QString error;   // "Start time must be less than Stop time." when refused
-    QString warning; // the short-interval warning, shown after saving
-};
-// Applies the dialog's fields to the options unless the start time is later than the stop
-// time; the interval is the integer part of the field's numeric value.
-ScheduleSaveResult saveSchedule(core::ScheduleOptions& options, const core::ScheduleOptions& edited,
-                                const QString& intervalField);
 
 } // namespace kestrova::app

@@ -1,3 +1,4 @@
+#include "app/ScheduleRules.h"
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
 #include "core/OptionRegistry.h"
@@ -138,16 +139,29 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
     if (!loadIfPresent(ctx)) {
         return kExitFailure;
     }
-    const QString refusal = OptionRegistry::assign(*def, ctx.options, value);
-    if (!refusal.isEmpty()) {
+    // The schedule's times and interval follow the schedule dialog's rules, which look at the
+    // whole schedule (a start after the stop is refused whichever of the two is changed).
+    bool shortInterval = false;
+    app::ScheduleEntry entry;
+    if (const auto verdict = app::checkScheduleOption(ctx.options.schedule, def->name, value, &entry)) {
+        if (!verdict->ok()) {
+            err << def->name << ": " << verdict->error << '\n';
+            return kExitUsage;
+        }
+        app::storeSchedule(ctx.options.schedule, entry, *verdict);
+        shortInterval = verdict->shortInterval;
+    } else if (const QString refusal = OptionRegistry::assign(*def, ctx.options, value); !refusal.isEmpty()) {
         err << refusal << '\n';
-        return kExitFailure;
+        return kExitUsage;
     }
     if (!ctx.savePortfolio()) {
         return kExitFailure;
     }
     // Never echo a password back, not even to say what was stored.
     QTextStream(stdout) << def->name << " = " << OptionRegistry::display(*def, ctx.options) << '\n';
+    if (shortInterval) {
+        err << app::kShortIntervalWarning << '\n';
+    }
     return kExitOk;
 }
 

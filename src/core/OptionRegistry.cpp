@@ -1,6 +1,7 @@
 #include "core/OptionRegistry.h"
 
 #include "support/Cp1252.h"
+#include "support/Format.h"
 
 #include <QRegularExpression>
 
@@ -426,17 +427,7 @@ bool OptionRegistry::parseBool(const QString& text, bool* ok)
 
 bool OptionRegistry::isTimeText(const QString& text)
 {
-    static const QRegularExpression re(QStringLiteral("^(\\d{1,2}):(\\d{2})(?::(\\d{2}))?\\s*([ap]m)?$"),
-                                       QRegularExpression::CaseInsensitiveOption);
-    const auto m = re.match(text.trimmed());
-    if (!m.hasMatch()) {
-        return false;
-    }
-    const int h = m.captured(1).toInt();
-    const int min = m.captured(2).toInt();
-    const int s = m.captured(3).isEmpty() ? 0 : m.captured(3).toInt();
-    const bool ampm = !m.captured(4).isEmpty();
-    return min <= 59 && s <= 59 && (ampm ? (h >= 1 && h <= 12) : h <= 23);
+    return support::parseTimeOfDay(text).has_value();
 }
 
 QString OptionRegistry::validate(const OptionDef& def, const Options& options, const QString& value,

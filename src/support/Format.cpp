@@ -329,6 +329,34 @@ double leadingNumber(QStringView text)
     return num.toDouble();
 }
 
+std::optional<QTime> parseTimeOfDay(QStringView text)
+{
+    static const QRegularExpression re(QStringLiteral(R"(^\s*(\d{1,2}):(\d{2})(?::(\d{2}))?\s*([aApP][mM])?\s*$)"));
+    const auto m = re.match(text.toString());
+    if (!m.hasMatch()) {
+        return std::nullopt;
+    }
+    int h = m.captured(1).toInt();
+    const int min = m.captured(2).toInt();
+    const int s = m.captured(3).isEmpty() ? 0 : m.captured(3).toInt();
+    const QString ampm = m.captured(4).toLower();
+    if (!ampm.isEmpty()) {
+        if (h < 1 || h > 12) {
+            return std::nullopt;
+        }
+        if (ampm == QLatin1String("am")) {
+            h = h == 12 ? 0 : h;
+        } else {
+            h = h == 12 ? 12 : h + 12;
+        }
+    }
+    const QTime t(h, min, s);
+    if (!t.isValid()) {
+        return std::nullopt;
+    }
+    return t;
+}
+
 namespace {
 QString trimmedNumber(const char* buf)
 {

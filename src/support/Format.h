@@ -3,6 +3,9 @@
 #include <QDateTime>
 #include <QString>
 #include <QStringView>
+#include <QTime>
+
+#include <optional>
 
 namespace kestrova::support {
 
@@ -26,6 +29,10 @@ QDate zeroDate();
 // The leading number of a text: blanks skipped, an optional sign, digits with at most
 // one decimal point, stopping at the first other character. Empty or non-numeric is 0.
 double leadingNumber(QStringView text);
+
+// A time of day as the schedule fields take it: "9:30 am", "12:00 pm", "03:42:00 pm",
+// "16:05"; nothing for anything else (an hour of 13 with am/pm, minutes past 59, ...).
+std::optional<QTime> parseTimeOfDay(QStringView text);
 
 // Plain number-to-text of a single-precision value (7 significant digits, no
 // trailing zeros, no exponent for ordinary magnitudes): 1.5 -> "1.5", -0.25 -> "-0.25".

@@ -1,6 +1,8 @@
 #include "app/Schedule.h"
+#include "app/ScheduleRules.h"
 
 #include "support/Clock.h"
+#include "support/Format.h"
 
 #include <QTest>
 
@@ -58,7 +60,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, text);
         QFETCH(QTime, expected);
-        const auto t = app::parseTimeText(text);
+        const auto t = support::parseTimeOfDay(text);
         QCOMPARE(t.value_or(QTime()), expected);
     }
 
@@ -151,8 +153,7 @@ private Q_SLOTS:
         auto o = everything();
         o.marketOpen = o.midday = o.marketClose = false;
         o.startTime = o.stopTime = QStringLiteral("10:00 am");
-        core::ScheduleOptions saved;
-        QVERIFY(app::saveSchedule(saved, o, QStringLiteral("15")).saved);
+        QVERIFY(app::validateSchedule(app::ScheduleEntry::from(o)).ok());
         support::MockClock clock(at(23, 9, 0));
         for (int i = 0; i < 120; ++i) {
             clock.advanceSecs(60);
@@ -201,31 +202,62 @@ private Q_SLOTS:
         QCOMPARE(r.status, QStringList{QStringLiteral("Next scheduled update at 9:46:00 AM")});
     }
 
+    void dialogRules_data()
+    {
+        QTest::addColumn<QStringList>("fields"); // open, midday, close, start, stop, interval
+        QTest::addColumn<int>("failed");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<int>("interval");
+        QTest::addColumn<bool>("warned");
+        using F = app::ScheduleField;
+        const QString ex = app::kInvalidTimeExample;
+        const QString order = app::kStartAfterStop;
+        // clang-format off
+        QTest::newRow("defaults") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "15"} << int(F::None) << "" << 15 << false;
+        QTest::newRow("bad open") << QStringList{"25:00", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "15"} << int(F::OpenTime) << ex << 0 << false;
+        QTest::newRow("bad midday") << QStringList{"9:30 am", "noon", "4:00 pm", "9:00 am", "4:00 pm", "15"} << int(F::MiddayTime) << ex << 0 << false;
+        QTest::newRow("bad close shows the text") << QStringList{"9:30 am", "12:00 pm", "4 pm", "9:00 am", "4:00 pm", "15"} << int(F::CloseTime) << "Invalid Time:4 pm" << 0 << false;
+        QTest::newRow("bad start") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9", "4:00 pm", "15"} << int(F::StartTime) << ex << 0 << false;
+        QTest::newRow("empty stop") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "", "15"} << int(F::StopTime) << ex << 0 << false;
+        QTest::newRow("start after stop") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "4:00 pm", "9:00 am", "15"} << int(F::StartTime) << order << 0 << false;
+        QTest::newRow("start a second after stop") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "16:00:01", "4:00 pm", "15"} << int(F::StartTime) << order << 0 << false;
+        QTest::newRow("start equal to stop") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "10:00 am", "10:00:00", "15"} << int(F::None) << "" << 15 << false;
+        QTest::newRow("first failure wins") << QStringList{"9.30", "12:00 pm", "4:00 pm", "4:00 pm", "9:00 am", "x"} << int(F::OpenTime) << ex << 0 << false;
+        QTest::newRow("integer part") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "7.9"} << int(F::None) << "" << 7 << false;
+        QTest::newRow("short interval warns") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "3"} << int(F::None) << "" << 3 << true;
+        QTest::newRow("4.99 is 4") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "4.99"} << int(F::None) << "" << 4 << true;
+        QTest::newRow("five does not warn") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", " 5 "} << int(F::None) << "" << 5 << false;
+        QTest::newRow("zero") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "0.5"} << int(F::Interval) << "" << 0 << false;
+        QTest::newRow("not a number") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "often"} << int(F::Interval) << "" << 0 << false;
+        QTest::newRow("over a day") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "1441"} << int(F::Interval) << "" << 0 << false;
+        // clang-format on
+    }
     void dialogRules()
     {
-        core::ScheduleOptions current;
-        current.enabled = true;
-        auto edited = current;
-        edited.startTime = QStringLiteral("4:00 pm");
-        edited.stopTime = QStringLiteral("9:00 am");
-        auto refused = app::saveSchedule(current, edited, QStringLiteral("15"));
-        QVERIFY(!refused.saved);
-        QCOMPARE(refused.error, QStringLiteral("Start time must be less than Stop time."));
-        QCOMPARE(current.startTime, QStringLiteral("9:00 am"));
-
-        edited = current;
-        edited.intervalMinutes = 99;
-        auto warned = app::saveSchedule(current, edited, QStringLiteral("3.9"));
-        QVERIFY(warned.saved);
-        QCOMPARE(current.intervalMinutes, qint16(3));
-        QVERIFY(current.enabled);
-        QCOMPARE(warned.warning, QStringLiteral("It is not recommended to update less than 5 minutes..."));
-
-        QCOMPARE(app::validateTimeEntry(app::TimeField::Start, QStringLiteral("25:00")),
-                 QStringLiteral("Invalid Time: ex. 03:42:00 pm"));
-        QCOMPARE(app::validateTimeEntry(app::TimeField::Close, QStringLiteral("4 pm")),
-                 QStringLiteral("Invalid Time:4 pm"));
-        QCOMPARE(app::validateTimeEntry(app::TimeField::Open, QStringLiteral("9:30 am")), QString());
+        QFETCH(QStringList, fields);
+        QFETCH(int, failed);
+        QFETCH(QString, error);
+        QFETCH(int, interval);
+        QFETCH(bool, warned);
+        const app::ScheduleEntry entry{fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]};
+        const app::ScheduleVerdict v = app::validateSchedule(entry);
+        QCOMPARE(int(v.field), failed);
+        QCOMPARE(v.ok(), failed == int(app::ScheduleField::None));
+        if (!error.isEmpty()) {
+            QCOMPARE(v.error, error);
+        }
+        if (!v.ok()) {
+            return;
+        }
+        QCOMPARE(int(v.intervalMinutes), interval);
+        QCOMPARE(v.shortInterval, warned);
+        core::ScheduleOptions stored;
+        stored.enabled = stored.interval = true;
+        app::storeSchedule(stored, entry, v);
+        QCOMPARE(stored.startTime, fields[3]);
+        QCOMPARE(stored.closeTime, fields[2]);
+        QCOMPARE(int(stored.intervalMinutes), interval);
+        QVERIFY(stored.enabled && stored.interval);
     }
 };
 

@@ -63,7 +63,7 @@ private Q_SLOTS:
         QTest::newRow("add unknown switch") << QStringList{"portfolio", "add", "X", "--colour"} << 2;
         QTest::newRow("get unknown option") << QStringList{"options", "get", "pager.colour"} << 2;
         QTest::newRow("set without value") << QStringList{"options", "set", "pager.id"} << 2;
-        QTest::newRow("set out of range") << QStringList{"options", "set", "pager.max_length", "0"} << 1;
+        QTest::newRow("set out of range") << QStringList{"options", "set", "pager.max_length", "0"} << 2;
         QTest::newRow("list with no file yet") << QStringList{"options", "list"} << 0;
     }
     void exitCodes()
@@ -162,9 +162,46 @@ private Q_SLOTS:
         QCOMPARE(cli({"portfolio", "add", "IBM"}).code, 0);
         const QByteArray before = readFile(defaultFile());
         const CliRun r = cli({"options", "set", name, value});
-        QCOMPARE(r.code, 1);
+        QCOMPARE(r.code, 2);
         QVERIFY2(r.err.contains(name), qPrintable(r.err));
         QCOMPARE(readFile(defaultFile()), before);
+    }
+
+    // options set applies the schedule dialog's rules to the schedule as it would be after the change.
+    void scheduleRules_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message"); // on stderr
+        QTest::addColumn<QString>("stored");  // options get afterwards
+        // clang-format off
+        QTest::newRow("start after stop") << "schedule.start_time" << "5:00 pm" << 2 << "Start time must be less than Stop time." << "9:00 am";
+        QTest::newRow("stop before start") << "schedule.stop_time" << "8:59 am" << 2 << "Start time must be less than Stop time." << "4:00 pm";
+        QTest::newRow("start equal to stop") << "schedule.start_time" << "4:00 pm" << 0 << "" << "4:00 pm";
+        QTest::newRow("short interval warns") << "schedule.interval" << "3" << 0 << "It is not recommended to update less than 5 minutes..." << "3";
+        QTest::newRow("integer part") << "schedule.interval" << "7.9" << 0 << "" << "7";
+        QTest::newRow("no interval") << "schedule.interval" << "0" << 2 << "schedule.interval" << "15";
+        QTest::newRow("bad close time") << "schedule.close_time" << "4 pm" << 2 << "Invalid Time:4 pm" << "4:00 pm";
+        QTest::newRow("bad open time") << "schedule.open_time" << "9.30" << 2 << "Invalid Time: ex. 03:42:00 pm" << "9:30 am";
+        // clang-format on
+    }
+    void scheduleRules()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        QFETCH(QString, stored);
+        QCOMPARE(cli({"portfolio", "add", "IBM"}).code, 0);
+        const QByteArray before = readFile(defaultFile());
+        const CliRun r = cli({"options", "set", name, value});
+        QCOMPARE(r.code, code);
+        QVERIFY2(message.isEmpty() ? r.err.isEmpty() : r.err.contains(message), qPrintable(r.err));
+        QCOMPARE(cli({"options", "get", name}).out.trimmed(), stored);
+        if (code != 0) {
+            QCOMPARE(readFile(defaultFile()), before);
+        }
     }
 
     void setAndGet()
