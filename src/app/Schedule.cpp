@@ -63,6 +63,7 @@ void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, c
         state.middayDone = false;
         state.openDone = false;
         state.nextUpdate = options.startTime;
+        state.nextAfterMidnight = false;
         state.lastWeekday = weekday;
     }
     const bool updateDay = weekday >= 2 && weekday <= 6 && options.days[static_cast<size_t>(weekday - 2)];
@@ -83,11 +84,15 @@ void CheckSchedule(const core::ScheduleOptions& options, ScheduleState& state, c
     auto next = support::parseTimeOfDay(state.nextUpdate);
     if (!next) {
         state.nextUpdate = options.startTime;
+        state.nextAfterMidnight = false;
         next = start;
     }
-    if (IntervalDue(now, *next)) {
+    // Taken literally, 23:50 + 15 minutes is 00:05, which every tick until the stop time is
+    // later than: that would update (and page) every minute.
+    if (!state.nextAfterMidnight && IntervalDue(now, *next)) {
         const QTime following = NextUpdateTime(now, options.intervalMinutes);
         state.nextUpdate = timeText(following);
+        state.nextAfterMidnight = now.hour() * 60 + now.minute() + options.intervalMinutes >= 24 * 60;
         if (hooks.internetService()) {
             hooks.runUpdate(false);
         }

@@ -21,6 +21,9 @@ struct ScheduleState
     bool middayDone = false;
     bool closeDone = false;
     QString nextUpdate; // a time of day as text; empty until set
+    // The next update was pushed past midnight: it belongs to tomorrow, whose first check
+    // starts again from the start time, so nothing more is due today.
+    bool nextAfterMidnight = false;
 };
 
 // A market moment is reached strictly after its time and strictly before five minutes later.

@@ -162,6 +162,27 @@ private Q_SLOTS:
         QVERIFY(r.updates.isEmpty());
     }
 
+    void intervalDoesNotWrapPastMidnight()
+    {
+        Recorder r;
+        ScheduleState state;
+        auto o = everything();
+        o.marketOpen = o.midday = o.marketClose = false;
+        o.startTime = QStringLiteral("11:00 pm");
+        o.stopTime = QStringLiteral("11:59:59 pm");
+        support::MockClock clock(at(23, 22, 59, 30));
+        for (int i = 0; i < 60; ++i) { // 23:00:30 to 23:59:30
+            clock.advanceSecs(60);
+            app::CheckSchedule(o, state, clock, r.hooks());
+        }
+        // 23:00:30, 23:15:30, 23:30:30 and 23:45:30; the 00:00 that follows belongs to tomorrow.
+        QCOMPARE(r.updates.size(), 4);
+        QCOMPARE(r.status.last(), QStringLiteral("Next scheduled update at 12:00:00 AM"));
+        clock.set(at(24, 23, 0, 30)); // Tuesday starts again from its start time
+        app::CheckSchedule(o, state, clock, r.hooks());
+        QCOMPARE(r.updates.size(), 5);
+    }
+
     void weekdayChangeRearms()
     {
         Recorder r;
