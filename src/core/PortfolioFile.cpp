@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -48,7 +49,7 @@ public:
     void int16(qint16& v) { add(QByteArray::number(v)); }
     void flag(bool& v) { add(v ? "1" : "0"); }
     void int32(qint32& v) { add(QByteArray::number(v)); }
-    void single(float& v) { add(support::singleToText(v).toLatin1()); }
+    void single(float& v) { add(support::singleToExactText(v).toLatin1()); }
     void boolean(bool& v) { add(v ? "#TRUE#" : "#FALSE#"); }
     void endLine()
     {
@@ -97,11 +98,17 @@ public:
     }
     void single(float& v)
     {
-        const double d = number(next());
+        const Item item = next();
+        const double d = number(item);
         if (std::fabs(d) > std::numeric_limits<float>::max()) {
             throw VbError(VbError::Overflow);
         }
-        v = static_cast<float>(d);
+        // Straight to single precision: going through a double first rounds twice, and a
+        // value written as the shortest text of a single could come back one step off.
+        const QByteArray t = item.raw.trimmed();
+        float f = 0;
+        const auto r = std::from_chars(t.constData(), t.constData() + t.size(), f);
+        v = r.ec == std::errc() && r.ptr == t.constData() + t.size() ? f : static_cast<float>(d);
     }
     void boolean(bool& v) { v = number(next()) != 0; }
     void endLine() {}

@@ -2,6 +2,7 @@
 
 #include <QRegularExpression>
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -391,6 +392,18 @@ QString singleToText(float value)
         std::snprintf(buf, sizeof buf, "%.*f", dec, static_cast<double>(value));
     }
     return trimmedNumber(buf);
+}
+
+QString singleToExactText(float value)
+{
+    if (!std::isfinite(value)) {
+        return QStringLiteral("0");
+    }
+    // Fixed notation without a precision is the shortest form that round-trips; the largest
+    // single needs 39 digits, the smallest 45 decimals.
+    char buf[64];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed);
+    return QString::fromLatin1(buf, r.ptr - buf);
 }
 
 QString doubleToText(double value)

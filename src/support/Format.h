@@ -37,6 +37,11 @@ std::optional<QTime> parseTimeOfDay(QStringView text);
 // Plain number-to-text of a single-precision value (7 significant digits, no
 // trailing zeros, no exponent for ordinary magnitudes): 1.5 -> "1.5", -0.25 -> "-0.25".
 QString singleToText(float value);
+// The shortest plain decimal (digits, a point only when there are decimals, never an
+// exponent) that reads back as exactly the same single: 12345678 -> "12345678",
+// 1e9 -> "1000000000", -0.000001 -> "-0.000001". What the portfolio file stores, where a
+// limit must come back as it was set. A value that is not finite is written as "0".
+QString singleToExactText(float value);
 // The same for doubles with 15 significant digits.
 QString doubleToText(double value);
 

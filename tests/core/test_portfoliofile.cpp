@@ -13,6 +13,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <bit>
+#include <limits>
+
 using namespace kestrova::core;
 using kestrova::support::VbError;
 using kestrova::testing::readFile;
@@ -276,6 +279,42 @@ private Q_SLOTS:
         QCOMPARE(lines[7], QByteArray("\"T1\",101.25,0\r"));
         QCOMPARE(lines[lines.size() - 16], QByteArray("0,0,#TRUE#\r"));
         QCOMPARE(lines[lines.size() - 15], QByteArray("1,1,#FALSE#\r"));
+    }
+
+    // A limit comes back from the file exactly as it was set, written without an exponent.
+    void singlesAreExact_data()
+    {
+        QTest::addColumn<float>("value");
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("0.1") << 0.1f << QByteArray("0.1");
+        QTest::newRow("eight digits") << 12345678.0f << QByteArray("12345678");
+        QTest::newRow("1e9") << 1e9f << QByteArray("1000000000");
+        QTest::newRow("one millionth below zero") << -0.000001f << QByteArray("-0.000001");
+        QTest::newRow("eighths") << 45.375f << QByteArray("45.375");
+        QTest::newRow("2^24 + 1 is 2^24") << 16777217.0f << QByteArray("16777216");
+        QTest::newRow("largest") << std::numeric_limits<float>::max()
+                                 << QByteArray("340282346638528859811704183484516925440");
+        QTest::newRow("smallest normal") << std::numeric_limits<float>::min()
+                                         << "0." + QByteArray(37, '0') + "11754944";
+        QTest::newRow("smallest non-zero")
+            << std::numeric_limits<float>::denorm_min() << "0." + QByteArray(44, '0') + "1";
+    }
+    void singlesAreExact()
+    {
+        QFETCH(float, value);
+        QFETCH(QByteArray, text);
+        PortfolioTable table;
+        table.count = 1;
+        table.records[0].ticker = QStringLiteral("T");
+        table.records[0].highLimit = value;
+        table.records[0].lowChgLimit = -value;
+        Options options;
+        const QByteArray bytes = PortfolioFile::encode(table, options);
+        QCOMPARE(linesOf(bytes)[6], "\"T\"," + text + ",0\r");
+        PortfolioTable back;
+        PortfolioFile::decode(bytes, back, options);
+        QCOMPARE(std::bit_cast<quint32>(back.records[0].highLimit), std::bit_cast<quint32>(value));
+        QCOMPARE(std::bit_cast<quint32>(back.records[0].lowChgLimit), std::bit_cast<quint32>(-value));
     }
 
     void fixedWidthUserField_data()
