@@ -61,8 +61,8 @@ void CLogFile::StartNewLog()
     const QString log = fullPath();
     const QString old = oldFullPath();
     if (QFileInfo::exists(log)) {
-        if (QFileInfo::exists(old) && !QFile::remove(old)) {
-            m_host.messageBox(QStringLiteral("Permission denied"), MsgButtons::Ok, MsgIcon::Exclamation);
+        if (QFileInfo::exists(old) && ::unlink(QFile::encodeName(old).constData()) != 0) {
+            m_host.messageBox(QString::fromLocal8Bit(std::strerror(errno)), MsgButtons::Ok, MsgIcon::Exclamation);
             return;
         }
         QFile f(log);

@@ -8,9 +8,13 @@
 #include "TestHost.h"
 #include "TestUtil.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cerrno>
+#include <cstring>
 
 using namespace kestrova::support;
 using kestrova::testing::readFile;
@@ -83,6 +87,21 @@ private Q_SLOTS:
             QCOMPARE(readFile(log.oldFullPath()), QByteArray("third 11/23/2026 2:03:07 PM\r\n"));
         }
         QVERIFY(host.messages.isEmpty());
+    }
+
+    void rotationFailureShowsTheSystemsText()
+    {
+        QTemporaryDir dir;
+        MockClock clock;
+        TestHost host(&clock);
+        CLogFile log(clock, host);
+        log.setLogFileName(QStringLiteral("activity.txt"));
+        log.setPath(dir.path());
+        writeFile(log.fullPath(), "last run\r\n");
+        QVERIFY(QDir().mkdir(log.oldFullPath())); // an old log that is a folder cannot be removed
+        log.setLogEnable(true);
+        QCOMPARE(host.messages, QStringList{QString::fromLocal8Bit(std::strerror(EISDIR))});
+        QCOMPARE(readFile(log.fullPath()), QByteArray("last run\r\n"));
     }
 
     void disabledLogTouchesNothing()
