@@ -58,29 +58,75 @@ QString NewsStories::todayText() const
     return support::formatDate(QDateTime(m_clock.today(), QTime(0, 0)), u"mm/dd/yyyy");
 }
 
+namespace {
+
+int twoDigitYear(const QString& year)
+{
+    const int y = year.toInt();
+    // The usual two-digit window: 00-29 are this century, 30-99 the last.
+    return year.size() == 2 ? y + (y < 30 ? 2000 : 1900) : y;
+}
+
+// "Nov", "November", "Sept": a word of three letters or more that starts an English month
+// name (news pages are English); 0 for anything else.
+int monthByName(const QString& word)
+{
+    static const char* const names[] = {"january", "february", "march",     "april",   "may",      "june",
+                                        "july",    "august",   "september", "october", "november", "december"};
+    const QString w = word.toLower();
+    if (w.size() < 3) {
+        return 0;
+    }
+    for (int m = 0; m < 12; ++m) {
+        if (QLatin1String(names[m]).startsWith(w)) {
+            return m + 1;
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
 QDate NewsStories::storyDate(const QString& text)
 {
-    static const QRegularExpression us(QStringLiteral(R"(^\s*(\d{1,2})/(\d{1,2})/(\d{4}|\d{2})\s*$)"));
-    static const QRegularExpression iso(QStringLiteral(R"(^\s*(\d{4})-(\d{1,2})-(\d{1,2})\s*$)"));
+    // The forms a general date reader takes: numbers with slashes or dashes, the year last or
+    // first, month names before or after the day, and a time of day after the date.
+    static const QRegularExpression timeAfter(
+        QStringLiteral(R"(^\s*(.*?\S)\s+(\d{1,2}:\d{2}\S*(?:\s*[aApP][mM])?)\s*$)"));
+    static const QRegularExpression us(QStringLiteral(R"(^(\d{1,2})([/-])(\d{1,2})\2(\d{4}|\d{2})$)"));
+    static const QRegularExpression yearFirst(QStringLiteral(R"(^(\d{4})([/-])(\d{1,2})\2(\d{1,2})$)"));
+    static const QRegularExpression monthFirst(QStringLiteral(R"(^([A-Za-z]+)\.?\s+(\d{1,2}),?\s+(\d{4}|\d{2})$)"));
+    static const QRegularExpression dayFirst(QStringLiteral(R"(^(\d{1,2})[\s-]+([A-Za-z]+)\.?,?[\s-]+(\d{4}|\d{2})$)"));
+    QString date = text.trimmed();
+    if (const auto t = timeAfter.match(date); t.hasMatch()) {
+        if (!support::parseTimeOfDay(t.captured(2))) {
+            return {};
+        }
+        date = t.captured(1);
+    }
     int year = 0;
     int month = 0;
     int day = 0;
-    if (const auto m = us.match(text); m.hasMatch()) {
+    if (const auto m = us.match(date); m.hasMatch()) {
         month = m.captured(1).toInt();
-        day = m.captured(2).toInt();
-        year = m.captured(3).toInt();
-        if (m.captured(3).size() == 2) {
-            // The usual two-digit window: 00-29 are this century, 30-99 the last.
-            year += year < 30 ? 2000 : 1900;
-        }
-    } else if (const auto i = iso.match(text); i.hasMatch()) {
-        year = i.captured(1).toInt();
-        month = i.captured(2).toInt();
-        day = i.captured(3).toInt();
+        day = m.captured(3).toInt();
+        year = twoDigitYear(m.captured(4));
+    } else if (const auto y = yearFirst.match(date); y.hasMatch()) {
+        year = y.captured(1).toInt();
+        month = y.captured(3).toInt();
+        day = y.captured(4).toInt();
+    } else if (const auto n = monthFirst.match(date); n.hasMatch()) {
+        month = monthByName(n.captured(1));
+        day = n.captured(2).toInt();
+        year = twoDigitYear(n.captured(3));
+    } else if (const auto d = dayFirst.match(date); d.hasMatch()) {
+        day = d.captured(1).toInt();
+        month = monthByName(d.captured(2));
+        year = twoDigitYear(d.captured(3));
     } else {
         return {};
     }
-    return QDate(year, month, day); // invalid for 2/30 and the like
+    return QDate(year, month, day); // invalid for 2/30, month 0 and the like
 }
 
 bool NewsStories::toBoolean(const QString& text, bool* ok)

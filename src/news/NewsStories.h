@@ -67,8 +67,9 @@ public:
 
     // Fills a story from one line of news.dat (the line end already stripped).
     void parseLine(const QString& line, News& story) const;
-    // The date a story's text stands for: "mm/dd/yyyy", "m/d/yyyy", "m/d/yy" or
-    // "yyyy-mm-dd"; an invalid QDate when the text is not a date.
+    // The date a story's text stands for: "11/23/2026", "11-23-26", "2026-11-23",
+    // "Nov 23, 2026", "23 November 2026", each also with a time after it ("11/23/2026 9:00");
+    // an invalid QDate when the text is not a date.
     static QDate storyDate(const QString& text);
     // A boolean as the file writes it ("True"/"False", any case) or a number (0 is false);
     // false in ok for anything else.

@@ -154,6 +154,8 @@ void TestNewsStories::readLine_data()
     QTest::newRow("LF line ends") << QByteArray("A\tH\tS\tTrue\tFalse\tnone\t9:00\n") << "A|H|S|1|0|none|9:00";
     QTest::newRow("no final line end") << QByteArray("A\tH\tS\tTrue\tFalse\tnone\t9:00") << "A|H|S|1|0|none|9:00";
     QTest::newRow("extra fields ignored") << QByteArray("A\tH\tS\tTrue\tTrue\tnone\t9:00\textra\tmore\r\n") << "A|H|S|1|1|none|9:00";
+    QTest::newRow("month name, today") << QByteArray("A\tH\tS\tFalse\tFalse\tNov 23, 2026\t9:00\r\n") << "A|H|S|1|0|Nov 23, 2026|9:00";
+    QTest::newRow("month name, earlier") << QByteArray("A\tH\tS\tTrue\tFalse\tNov 20, 2026\t9:00\r\n") << "A|H|S|0|0|Nov 20, 2026|9:00";
     QTest::newRow("Windows-1252 text") << QByteArray("A\tZ\xfcrich \x80 deal\tS\tTrue\tFalse\tnone\t9:00\r\n") << QStringLiteral("A|Z\u00fcrich \u20ac deal|S|1|0|none|9:00");
     // clang-format on
 }
@@ -206,6 +208,17 @@ void TestNewsStories::storyDate_data()
     QTest::newRow("text") << "today" << QDate();
     QTest::newRow("empty") << "" << QDate();
     QTest::newRow("trailing garbage") << "11/23/2026x" << QDate();
+    QTest::newRow("month abbreviation") << "Nov 23, 2026" << QDate(2026, 11, 23);
+    QTest::newRow("month name, no comma") << "November 23 2026" << QDate(2026, 11, 23);
+    QTest::newRow("day first") << "23 Nov 2026" << QDate(2026, 11, 23);
+    QTest::newRow("upper case") << "SEPT 5, 2026" << QDate(2026, 9, 5);
+    QTest::newRow("dashes") << "11-23-2026" << QDate(2026, 11, 23);
+    QTest::newRow("year first with slashes") << "2026/11/23" << QDate(2026, 11, 23);
+    QTest::newRow("a time after the date") << "11/23/2026 9:00" << QDate(2026, 11, 23);
+    QTest::newRow("a time with seconds and pm") << "Nov 23, 2026 4:05:09 PM" << QDate(2026, 11, 23);
+    QTest::newRow("a time that is none") << "11/23/2026 25:00" << QDate();
+    QTest::newRow("no such month name") << "Nox 23, 2026" << QDate();
+    QTest::newRow("no such day by name") << "Feb 30, 2026" << QDate();
 }
 
 void TestNewsStories::storyDate()
