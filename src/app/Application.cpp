@@ -317,8 +317,14 @@ QString Application::composePageText(bool smtpRoute, bool includeAll)
         text = mail::MailWatch::addEmailMarker(text, m_state.mailBox, o.mail);
     }
     if (o.paging.pageNews && o.news.retrieve) {
+        int marked = 0;
         text += (smtpRoute ? QStringLiteral("\n") : QStringLiteral("\r\n")) +
-                m_news->PageMessageString(o.news.maxStories, m_stockQuotes);
+                m_news->PageMessageString(o.news.maxStories, m_stockQuotes, &marked);
+        // news.dat was written by the retrieval, before these stories were paged; without
+        // the marks the next start (or the next one-shot update) pages the same headlines.
+        if (marked > 0 && !m_news->WriteNews()) {
+            m_log.LogMessage(QStringLiteral("WriteNews:: Path/File access error"));
+        }
     }
     return text;
 }
@@ -411,7 +417,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 cycle.retrieveNews = [this, &o] {
                     if (o.news.retrieve) {
                         news::RetrieveNews(m_state.portfolio, o.quotes, m_builtIn, *m_newsServers, *m_fetcher, *m_news,
-                                           m_services);
+                                           m_services, o.news.purgeDays);
                     }
                 };
                 const quotes::CycleResult r = quotes::GetQuotes(cycle, m_stockQuotes, m_optionQuotes);

@@ -102,7 +102,6 @@ QJsonObject quoteJson(const core::Quote& q)
                        {QStringLiteral("alarms"), alarmMarks(q)}};
 }
 
-
 int quotesCommand(const GlobalOptions& g, const QStringList& args)
 {
     if (wantsHelp(args)) {
@@ -149,7 +148,8 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         stories.ReadNews();
     quotes::CycleContext cycle{ctx.services, fetcher, builtIn, defs, ctx.options, ctx.portfolio, {}};
     cycle.retrieveNews = [&] {
-        news::RetrieveNews(ctx.portfolio, ctx.options.quotes, builtIn, newsServers, fetcher, stories, ctx.services);
+        news::RetrieveNews(ctx.portfolio, ctx.options.quotes, builtIn, newsServers, fetcher, stories, ctx.services,
+                           ctx.options.news.purgeDays);
     };
     core::Quotes stocks;
     core::Quotes options;

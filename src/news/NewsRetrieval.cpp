@@ -40,7 +40,7 @@ NewsServers::Ptr serverFor(const core::PortfolioRecord& record, const core::Quot
 NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const core::QuoteOptions& quoteOptions,
                                  const quotes::BuiltInServers& builtIn, const NewsServers& servers,
                                  quotes::PageFetcher& fetcher, NewsStories& stories, const support::Services& services,
-                                 core::Quotes* stockQuotes)
+                                 qint16 purgeDays, core::Quotes* stockQuotes)
 {
     NewsRetrievalResult result;
     if (servers.Count() == 0) {
@@ -106,6 +106,9 @@ NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const co
     if (stockQuotes) {
         markFreshNews(*stockQuotes, stories);
     }
+    // The purge rides on the save the retrieval makes anyway, so news.dat never grows past
+    // the kept days by more than one update's headlines.
+    stories.PurgeNews(purgeDays);
     if (!stories.WriteNews()) {
         throw support::VbError(kFileAccessError, QStringLiteral("Path/File access error"));
     }

@@ -29,7 +29,8 @@ struct NewsRetrievalResult
 
 // Fetches the news page of every ticker whose portfolio entry asks for news, adds the
 // headlines the store does not know yet (FindStory), marks the stock quotes that now have
-// fresh news and saves news.dat.
+// fresh news, purges stories older than purgeDays (PurgeNews; 0 keeps everything) and
+// saves news.dat.
 //
 // The news server of a ticker is the one named like the quote service the ticker is
 // fetched from (its own server when set, else the default stock server); when server.dat
@@ -43,7 +44,7 @@ struct NewsRetrievalResult
 NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const core::QuoteOptions& quoteOptions,
                                  const quotes::BuiltInServers& builtIn, const NewsServers& servers,
                                  quotes::PageFetcher& fetcher, NewsStories& stories, const support::Services& services,
-                                 core::Quotes* stockQuotes = nullptr);
+                                 qint16 purgeDays, core::Quotes* stockQuotes = nullptr);
 
 // News = true (-1) on every quote of the set whose ticker has fresh news, 0 on the others.
 void markFreshNews(core::Quotes& quotes, const NewsStories& stories);

@@ -302,7 +302,7 @@ void NewsStories::PurgeNews(qint16 days)
 // be fetched) cannot be checked against ToPager; that lookup failure is passed over and the
 // story is treated like one the pager watches. Every story visited counts towards the
 // maximum and is marked paged, even one too old to be written.
-QString NewsStories::PageMessageString(qint16 maximum, const core::Quotes& stockQuotes)
+QString NewsStories::PageMessageString(qint16 maximum, const core::Quotes& stockQuotes, int* marked)
 {
     QString text;
     int count = 0;
@@ -332,6 +332,9 @@ QString NewsStories::PageMessageString(qint16 maximum, const core::Quotes& stock
         if (count == maximum) {
             break;
         }
+    }
+    if (marked) {
+        *marked = count;
     }
     return text;
 }

@@ -59,8 +59,8 @@ public:
     // see NewsStories.cpp.
     void PurgeNews(qint16 days);
     // "<IBM 11/23/2026> headline" LF for each unpaged story of a ticker the pager watches,
-    // at most `maximum` stories (0: no limit), which are marked paged.
-    QString PageMessageString(qint16 maximum, const core::Quotes& stockQuotes);
+    // at most `maximum` stories (0: no limit), which are marked paged; `marked` counts them.
+    QString PageMessageString(qint16 maximum, const core::Quotes& stockQuotes, int* marked = nullptr);
 
     // How old a story may be and still go into a page: today's and yesterday's news.
     static constexpr int kPageAgeLimitDays = 1;

@@ -2,6 +2,7 @@
 #include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
 #include "core/Quote.h"
+#include "news/NewsStories.h"
 #include "news/ServerFiles.h"
 #include "quotes/BuiltInServers.h"
 #include "sim/DemoMarket.h"
@@ -48,7 +49,8 @@ struct SwitchedLink : net::InternetConnection
 struct Rig
 {
     QTemporaryDir dir;
-    support::SystemClock marketClock;
+    // The market dates its news by its own clock: the same day as the program's.
+    support::MockClock marketClock{QDateTime(QDate(2026, 11, 23), QTime(9, 0, 0))};
     support::MockClock clock{QDateTime(QDate(2026, 11, 23), QTime(10, 0, 0))};
     testing::TestHost host{&clock};
     sim::DemoMarketThread market{marketClock, 7};
@@ -88,6 +90,13 @@ struct Rig
         if (!core::PortfolioFile::write(pgr, table, o).ok()) {
             return false;
         }
+        return restart();
+    }
+
+    // A fresh start on the same files, as the next one-shot update or the next daemon start.
+    bool restart()
+    {
+        app.reset();
         app::Transports transports;
         transports.connection = std::make_unique<SwitchedLink>(online);
         app = std::make_unique<app::Application>(clock, host, dataDir, std::move(transports));
@@ -96,6 +105,13 @@ struct Rig
         app->state().prefs.modemDevice = modem.slavePath();
         app->setUpSerial();
         return app->state().currentFile == pgr;
+    }
+
+    int storedStories() const
+    {
+        news::NewsStories stored(clock, QDir(dataDir).filePath(QStringLiteral("news.dat")));
+        stored.ReadNews();
+        return stored.Count();
     }
 
     QByteArray activity() const { return testing::readFile(QDir(dataDir).filePath(QStringLiteral("activity.txt"))); }
@@ -165,6 +181,51 @@ private Q_SLOTS:
             // A market moment pages every member meant for the pager.
             QVERIFY(rig.modem.pages.first().text.contains(QStringLiteral("MSFT")));
         }
+    }
+
+    void pagedNewsIsNotPagedAgain()
+    {
+        Rig rig;
+        auto ibm = entry(QStringLiteral("IBM"));
+        ibm.news = 1;
+        QVERIFY(rig.start({ibm}, [](core::Options& o) {
+            o.news.retrieve = true;
+            o.paging.pageNews = true;
+            o.paging.maxLength = 1000; // quotes and news in one page
+        }));
+        rig.app->update(true, false);
+        QCOMPARE(rig.modem.pages.size(), 1);
+        QVERIFY2(rig.modem.pages.first().text.contains(QStringLiteral("<IBM ")), qPrintable(rig.modem.pages[0].text));
+        QVERIFY(rig.restart());
+        rig.app->update(true, false);
+        QCOMPARE(rig.modem.pages.size(), 2);
+        QVERIFY2(!rig.modem.pages.last().text.contains(QStringLiteral("<IBM ")), qPrintable(rig.modem.pages[1].text));
+    }
+
+    // The demo market's news page has two stories of today, one of yesterday and one ten days old.
+    void oldNewsIsPurged_data()
+    {
+        QTest::addColumn<qint16>("purgeDays");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("purge off") << qint16(0) << 4;
+        QTest::newRow("a week") << qint16(7) << 3;
+        QTest::newRow("nine days") << qint16(9) << 3;
+        QTest::newRow("ten days keeps ten days old") << qint16(10) << 4;
+    }
+    void oldNewsIsPurged()
+    {
+        QFETCH(qint16, purgeDays);
+        QFETCH(int, kept);
+        Rig rig;
+        auto ibm = entry(QStringLiteral("IBM"));
+        ibm.news = 1;
+        QVERIFY(rig.start({ibm}, [purgeDays](core::Options& o) {
+            o.news.retrieve = true;
+            o.news.purgeDays = purgeDays;
+            o.paging.enabled = false;
+        }));
+        rig.app->update(false, false);
+        QCOMPARE(rig.storedStories(), kept);
     }
 
     void noQuoteMeansQuotesUnavailable()

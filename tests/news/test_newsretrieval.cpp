@@ -99,7 +99,7 @@ void TestNewsRetrieval::cleanup()
 news::NewsRetrievalResult TestNewsRetrieval::retrieve(core::Quotes* quotes)
 {
     return news::RetrieveNews(m_portfolio, m_quoteOptions, m_builtIn, m_servers, *m_fetcher, *m_stories,
-                              m_rig->services, quotes);
+                              m_rig->services, 0, quotes);
 }
 
 void TestNewsRetrieval::addsUnseenHeadlinesAndMarksQuotes()
