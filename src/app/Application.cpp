@@ -387,7 +387,8 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     // never had; the switch is kept in the portfolio file and does nothing here.
 
     if (online) {
-        if (m_state.prefs.checkMail && !m_cancel.isSet()) {
+        // Without a POP server there is no mailbox to look into, only an error to log.
+        if (m_state.prefs.checkMail && !o.mail.server.trimmed().isEmpty() && !m_cancel.isSet()) {
             runStep("CheckMail", [&] { checkMail(); });
             if (o.smtp.enabled && o.mail.pageHeaders && pagingEnabled && !m_cancel.isSet()) {
                 runStep("SendEmail", [&] {

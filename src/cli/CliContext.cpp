@@ -19,7 +19,7 @@ CliContext::CliContext(const GlobalOptions& g) : global(g), log(clock, host), se
 
     settings::SettingsStore store;
     settings::migrateLegacyIni(g.dataDir, store);
-    const settings::Preferences prefs = settings::readPreferences(store, g.dataDir);
+    prefs = settings::readPreferences(store, g.dataDir);
     modemDevice = prefs.modemDevice;
     portfolioPath = g.portfolioFile.isEmpty() ? prefs.defaultFile : g.portfolioFile;
 

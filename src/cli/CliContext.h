@@ -4,6 +4,7 @@
 #include "cli/ConsoleHost.h"
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
+#include "settings/Preferences.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
@@ -37,6 +38,7 @@ public:
     core::Options options;
     core::PortfolioTable portfolio;
     QString portfolioPath;
+    settings::Preferences prefs;
     QString modemDevice; // settings store: a device path overriding the COM-number mapping
 };
 

@@ -38,16 +38,14 @@ bool loadIfPresent(CliContext& ctx)
 
 QString shownValue(const OptionDef& def, const CliContext& ctx)
 {
-    if (def.inStore()) {
-        return def.storeKey == QLatin1String("ModemDevice")
-                   ? ctx.modemDevice
-                   : settings::SettingsStore().get(settings::kSettingsSection, def.storeKey);
-    }
-    return OptionRegistry::display(def, ctx.options);
+    return OptionRegistry::display(def, ctx.options, ctx.prefs);
 }
 
-const QString kListUsage = QStringLiteral("Usage: kestrova-cli [global options] options list\n"
-                                          "Lists every option: name, type and value (passwords as ***).\n");
+const QString kListUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] options list\n"
+                   "Lists every option: name, type and value (passwords as ***), and under each one what\n"
+                   "it is and the values it takes. Options named prefs.* and modem.device are kept in the\n"
+                   "settings store for this user; all others travel with the portfolio file.\n");
 
 int listCommand(const GlobalOptions& g, const QStringList& args)
 {
@@ -65,7 +63,8 @@ int listCommand(const GlobalOptions& g, const QStringList& args)
     QTextStream out(stdout);
     for (const OptionDef& def : OptionRegistry::all()) {
         out << def.name.leftJustified(28) << ' ' << OptionRegistry::typeName(def.type).leftJustified(9) << ' '
-            << shownValue(def, ctx) << '\n';
+            << shownValue(def, ctx) << "\n    " << def.description << " (" << OptionRegistry::allowedValues(def)
+            << ")\n";
     }
     return kExitOk;
 }
@@ -124,16 +123,20 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
     QTextStream err(stderr);
     CliContext ctx(g);
     if (def->inStore()) {
-        if (value.contains(u'\n') || value.contains(u'\r')) {
-            err << def->name << ": may not hold line breaks\n";
-            return kExitFailure;
+        QString checked;
+        if (const QString refusal = OptionRegistry::validate(*def, ctx.options, value, &checked); !refusal.isEmpty()) {
+            err << refusal << '\n';
+            return kExitUsage;
         }
         settings::SettingsStore store;
-        store.save(settings::kSettingsSection, def->storeKey, value);
+        store.save(settings::kSettingsSection, def->storeKey, def->storeText(checked));
         if (!store.sync()) {
             err << def->name << ": the settings store could not be written (" << store.fileName() << ")\n";
             return kExitFailure;
         }
+        QTextStream(stdout) << def->name << " = "
+                            << OptionRegistry::display(*def, ctx.options, settings::readPreferences(store, g.dataDir))
+                            << '\n';
         return kExitOk;
     }
     if (!loadIfPresent(ctx)) {

@@ -1,5 +1,7 @@
 #include "core/OptionRegistry.h"
 
+#include "core/EntryRules.h"
+
 #include "support/Cp1252.h"
 #include "support/Format.h"
 
@@ -65,6 +67,33 @@ OptionDef textOption(const char* name, RefText ref, const char* description, Opt
     return d;
 }
 
+using Prefs = settings::Preferences;
+
+QString boolText(bool b)
+{
+    return b ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+// A preference of the settings store: flags are stored as "1"/"0", everything else as checked.
+OptionDef preference(const char* name, OptionType type, const char* key, std::function<QString(const Prefs&)> get,
+                     const char* description)
+{
+    OptionDef d;
+    d.name = QString::fromLatin1(name);
+    d.type = type;
+    d.description = QString::fromLatin1(description);
+    d.storeKey = QString::fromLatin1(key);
+    d.getPref = std::move(get);
+    if (type == OptionType::Bool) {
+        d.storeText = [](const QString& v) {
+            return v == QLatin1String("true") ? QStringLiteral("1") : QStringLiteral("0");
+        };
+    } else {
+        d.storeText = [](const QString& v) { return v; };
+    }
+    return d;
+}
+
 OptionDef withCheck(OptionDef d, std::function<QString(const Options&, const QString&)> check)
 {
     d.check = std::move(check);
@@ -106,35 +135,41 @@ std::vector<OptionDef> buildAll()
     std::vector<OptionDef> v;
     // Paging by modem
     v.push_back(boolOption(
-        "paging.enabled", [](Options& o) -> bool& { return o.paging.enabled; }, "pages are sent after an update"));
+        "paging.enabled", [](Options& o) -> bool& { return o.paging.enabled; },
+        "Enable Paging: send a page after each update"));
     v.push_back(textOption(
-        "pager.id", [](Options& o) -> QString& { return o.paging.pagerId; }, "pager identifier sent in every block"));
+        "pager.id", [](Options& o) -> QString& { return o.paging.pagerId; },
+        "Pager Identifier: the pager's PIN, sent in every block"));
     v.push_back(textOption(
-        "pager.phone", [](Options& o) -> QString& { return o.paging.phone; }, "paging service phone number"));
+        "pager.phone", [](Options& o) -> QString& { return o.paging.phone; },
+        "PGR Service Phone No.: the paging service's modem number"));
     v.push_back(intOption(
-        "pager.max_length", [](Options& o) -> qint16& { return o.paging.maxLength; }, 1, 32767, "characters per page"));
+        "pager.max_length", [](Options& o) -> qint16& { return o.paging.maxLength; }, 1, 32767,
+        "Max Page Length: characters per page"));
     v.push_back(intOption(
-        "pager.retries", [](Options& o) -> qint16& { return o.paging.retries; }, 1, 99, "whole attempts per page"));
+        "pager.retries", [](Options& o) -> qint16& { return o.paging.retries; }, 1, 99,
+        "No. of Retries: whole attempts per page"));
     v.push_back(intOption(
         "pager.retry_seconds", [](Options& o) -> qint16& { return o.paging.retrySeconds; }, 0, 3600,
-        "pause before a retry"));
+        "Seconds between retries"));
     v.push_back(boolOption(
-        "pager.numeric", [](Options& o) -> bool& { return o.paging.numeric; }, "the pager shows digits only"));
+        "pager.numeric", [](Options& o) -> bool& { return o.paging.numeric; },
+        "Digital Pager?: the pager shows digits only"));
     v.push_back(intOption(
         "pager.numeric_wait", [](Options& o) -> qint16& { return o.paging.numericWait; }, 0, 600,
-        "seconds to hold the line after a numeric page"));
+        "Seconds to hold the line after dialling a numeric page"));
     v.push_back(textOption(
         "pager.numeric_prefix", [](Options& o) -> QString& { return o.paging.numericPrefix; },
-        "characters sent before a numeric page"));
+        "Prefix: characters dialled before a numeric page"));
     v.push_back(intOption(
         "pager.numeric_pause", [](Options& o) -> qint16& { return o.paging.numericPause; }, 0, 100,
-        "pause setting; half of it gives the commas"));
+        "Pause before a numeric page: half of it gives the dial commas"));
     {
         // A fixed-width field: the blanks that pad it to 25 characters are not part of the value.
-        OptionDef d = withCheck(
-            textOption(
-                "pager.user", [](Options& o) -> QString& { return o.paging.user; }, "pager user field (25 characters)"),
-            checkPagerUser);
+        OptionDef d =
+            withCheck(textOption(
+                          "pager.user", [](Options& o) -> QString& { return o.paging.user; }, "Pager user field"),
+                      checkPagerUser);
         d.get = [](const Options& o) {
             QString s = o.paging.user;
             while (s.endsWith(u' ')) {
@@ -146,192 +181,189 @@ std::vector<OptionDef> buildAll()
     }
     v.push_back(boolOption(
         "pager.forward_mail", [](Options& o) -> bool& { return o.paging.forwardMail; },
-        "forward mail headers to the pager"));
+        "Forward new mail to the pager"));
     v.push_back(boolOption(
-        "page.news", [](Options& o) -> bool& { return o.paging.pageNews; }, "append fresh news to the quote page"));
+        "page.news", [](Options& o) -> bool& { return o.paging.pageNews; },
+        "Page News: append fresh headlines to the quote page"));
     v.push_back(intOption(
-        "page.layout", [](Options& o) -> qint16& { return o.paging.layout; }, 0, 1,
-        "1 adds the price change to each member"));
+        "page.layout", [](Options& o) -> qint16& { return o.paging.layout; }, 0, 1, "Page layout"));
     // Modem
     v.push_back(intOption(
-        "modem.port", [](Options& o) -> qint16& { return o.modem.port; }, 1, 8, "serial port COM1..COM8"));
-    v.push_back(withCheck(textOption(
-                              "modem.settings", [](Options& o) -> QString& { return o.modem.settings; },
-                              "speed,parity,data bits,stop bits"),
-                          checkPortSettings));
-    {
-        OptionDef d;
-        d.name = QStringLiteral("modem.device");
-        d.type = OptionType::Text;
-        d.description = QStringLiteral("device path that overrides the port number (this machine only)");
-        d.storeKey = QStringLiteral("ModemDevice");
-        v.push_back(d);
-    }
+        "modem.port", [](Options& o) -> qint16& { return o.modem.port; }, 1, 8, "Modem port: COM1 to COM8"));
+    v.push_back(
+        withCheck(textOption(
+                      "modem.settings", [](Options& o) -> QString& { return o.modem.settings; }, "Port settings"),
+                  checkPortSettings));
+    // A device belongs to this machine, not to the watch setup in the portfolio file.
+    v.push_back(preference(
+        "modem.device", OptionType::Text, "ModemDevice", [](const Prefs& p) { return p.modemDevice; },
+        "Modem device: a path that overrides the port number on this machine"));
     v.push_back(withCheck(intOption(
                               "modem.profile", [](Options& o) -> qint16& { return o.modem.selected; }, 0,
-                              kModemSlots - 1, "selected modem profile"),
+                              kModemSlots - 1, "Modem: the selected modem profile"),
                           checkProfile));
     v.push_back(boolOption(
-        "modem.pulse", [](Options& o) -> bool& { return o.modem.pulse; }, "pulse dialling instead of tone"));
+        "modem.pulse", [](Options& o) -> bool& { return o.modem.pulse; },
+        "Pulse Dial: pulse dialling instead of tone"));
     v.push_back(intOption(
-        "modem.flow_control", [](Options& o) -> qint16& { return o.modem.flowControl; }, 0, 3,
-        "0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH"));
+        "modem.flow_control", [](Options& o) -> qint16& { return o.modem.flowControl; }, 0, 3, "Flow control"));
     v.push_back(intOption(
-        "modem.speaker_volume", [](Options& o) -> qint16& { return o.modem.speakerVolume; }, 0, 2,
-        "0 Low, 1 Med, 2 High"));
+        "modem.speaker_volume", [](Options& o) -> qint16& { return o.modem.speakerVolume; }, 0, 2, "Speaker volume"));
     v.push_back(intOption(
-        "modem.speaker_mode", [](Options& o) -> qint16& { return o.modem.speakerMode; }, 0, 3,
-        "0 off .. 3 on until CD except dialling"));
+        "modem.speaker_mode", [](Options& o) -> qint16& { return o.modem.speakerMode; }, 0, 3, "Speaker"));
     v.push_back(boolOption(
         "modem.quote_service", [](Options& o) -> bool& { return o.modem.quoteService; },
-        "quotes come by modem, not the Internet"));
+        "Quotes by modem: quotes come by modem, not the Internet (no updates run)"));
     // SMTP
     v.push_back(boolOption(
-        "smtp.enabled", [](Options& o) -> bool& { return o.smtp.enabled; }, "send pages by e-mail"));
+        "smtp.enabled", [](Options& o) -> bool& { return o.smtp.enabled; }, "Enable SMTP (Internet email) Paging"));
     v.push_back(textOption(
-        "smtp.host", [](Options& o) -> QString& { return o.smtp.hostName; }, "SMTP host name"));
+        "smtp.host", [](Options& o) -> QString& { return o.smtp.hostName; }, "SMTP Host Name"));
     v.push_back(textOption(
-        "smtp.address", [](Options& o) -> QString& { return o.smtp.hostAddress; }, "SMTP host address"));
+        "smtp.address", [](Options& o) -> QString& { return o.smtp.hostAddress; }, "SMTP Host Address"));
     v.push_back(portOption(
         "smtp.port", [](Options& o) -> qint16& { return o.smtp.port; }, "SMTP port"));
     v.push_back(textOption(
-        "smtp.from", [](Options& o) -> QString& { return o.smtp.from; }, "return address"));
-    v.push_back(withCheck(
-        textOption(
-            "smtp.recipient", [](Options& o) -> QString& { return o.smtp.recipient; }, "the pager's mail address"),
-        checkNonEmptyRecipient));
+        "smtp.from", [](Options& o) -> QString& { return o.smtp.from; }, "From address of the mails sent"));
+    v.push_back(withCheck(textOption(
+                              "smtp.recipient", [](Options& o) -> QString& { return o.smtp.recipient; },
+                              "Recipient Email Address: the pager's mail address"),
+                          checkNonEmptyRecipient));
     v.push_back(textOption(
-        "smtp.domain", [](Options& o) -> QString& { return o.smtp.domain; }, "domain announced to the server"));
+        "smtp.domain", [](Options& o) -> QString& { return o.smtp.domain; }, "Domain announced to the SMTP server"));
     v.push_back(intOption(
-        "smtp.max_length", [](Options& o) -> qint16& { return o.smtp.maxLength; }, 1, 32767, "characters per mail"));
+        "smtp.max_length", [](Options& o) -> qint16& { return o.smtp.maxLength; }, 1, 32767,
+        "Max Page Length: characters per mail"));
     v.push_back(intOption(
-        "smtp.security", [](Options& o) -> qint16& { return o.smtp.security; }, 0, 2, "0 plain, 1 STARTTLS, 2 TLS"));
+        "smtp.security", [](Options& o) -> qint16& { return o.smtp.security; }, 0, 2, "SMTP connection security"));
     v.push_back(textOption(
-        "smtp.user", [](Options& o) -> QString& { return o.smtp.user; }, "AUTH user; empty for none"));
+        "smtp.user", [](Options& o) -> QString& { return o.smtp.user; }, "SMTP log-on user; empty for none"));
     v.push_back(textOption(
-        "smtp.password", [](Options& o) -> QString& { return o.smtp.password; }, "AUTH password",
+        "smtp.password", [](Options& o) -> QString& { return o.smtp.password; }, "SMTP log-on password",
         OptionType::Password));
     // POP mail
     v.push_back(textOption(
-        "mail.server", [](Options& o) -> QString& { return o.mail.server; }, "POP server"));
+        "mail.server", [](Options& o) -> QString& { return o.mail.server; }, "POP server; empty: no mail check"));
     v.push_back(portOption(
         "mail.port", [](Options& o) -> qint16& { return o.mail.port; }, "POP port"));
     v.push_back(textOption(
-        "mail.user", [](Options& o) -> QString& { return o.mail.user; }, "POP user"));
+        "mail.user", [](Options& o) -> QString& { return o.mail.user; }, "POP user name"));
     v.push_back(textOption(
         "mail.password", [](Options& o) -> QString& { return o.mail.password; }, "POP password", OptionType::Password));
     v.push_back(intOption(
-        "mail.mode", [](Options& o) -> qint16& { return o.mail.mode; }, 0, 3, "0 Notify Only .. 3 Download Messages"));
+        "mail.mode", [](Options& o) -> qint16& { return o.mail.mode; }, 0, 3, "Mail mode"));
     v.push_back(boolOption(
-        "mail.page_headers", [](Options& o) -> bool& { return o.mail.pageHeaders; }, "page date, sender and subject"));
+        "mail.page_headers", [](Options& o) -> bool& { return o.mail.pageHeaders; },
+        "Page Date, From, and Subject of email message"));
     v.push_back(boolOption(
-        "mail.notify_waiting", [](Options& o) -> bool& { return o.mail.notifyWaiting; }, "notify if mail is waiting"));
+        "mail.notify_waiting", [](Options& o) -> bool& { return o.mail.notifyWaiting; }, "Notify if Email is waiting"));
     v.push_back(boolOption(
         "mail.marker_comma", [](Options& o) -> bool& { return o.mail.markerComma; },
-        "e-mail marker followed by a comma"));
+        "E-mail marker followed by a comma instead of a blank"));
     v.push_back(intOption(
-        "mail.security", [](Options& o) -> qint16& { return o.mail.security; }, 0, 2, "0 plain, 1 STLS, 2 TLS"));
+        "mail.security", [](Options& o) -> qint16& { return o.mail.security; }, 0, 2, "POP connection security"));
     // Connection and proxy
     v.push_back(intOption(
-        "connection.type", [](Options& o) -> qint16& { return o.connection.type; }, 0, 2,
-        "0 dial-up, 1 Direct, 2 External Dialer"));
+        "connection.type", [](Options& o) -> qint16& { return o.connection.type; }, 0, 2, "Internet connection"));
     v.push_back(textOption(
-        "connection.entry", [](Options& o) -> QString& { return o.connection.entry; }, "dial-up connection name"));
+        "connection.entry", [](Options& o) -> QString& { return o.connection.entry; },
+        "Dial-up entry: the NetworkManager connection to bring up"));
     v.push_back(textOption(
-        "connection.user", [](Options& o) -> QString& { return o.connection.user; }, "dial-up user name"));
+        "connection.user", [](Options& o) -> QString& { return o.connection.user; }, "Dial-up user name"));
     v.push_back(intOption(
         "connection.timeout", [](Options& o) -> qint16& { return o.connection.timeout; }, 1, 3600,
-        "seconds per dial attempt"));
+        "Seconds per dial attempt"));
     v.push_back(boolOption(
         "connection.hang_up", [](Options& o) -> bool& { return o.connection.hangUpAfterUpdate; },
-        "hang up after each update"));
+        "Hang up a dial-up connection after each update"));
     v.push_back(boolOption(
-        "proxy.enabled", [](Options& o) -> bool& { return o.proxy.enabled; }, "fetch pages through a proxy"));
+        "proxy.enabled", [](Options& o) -> bool& { return o.proxy.enabled; }, "Use a proxy server for web pages"));
     v.push_back(textOption(
-        "proxy.host", [](Options& o) -> QString& { return o.proxy.hostName; }, "proxy host name"));
+        "proxy.host", [](Options& o) -> QString& { return o.proxy.hostName; }, "Proxy host name"));
     v.push_back(textOption(
-        "proxy.address", [](Options& o) -> QString& { return o.proxy.hostAddress; }, "proxy host address"));
+        "proxy.address", [](Options& o) -> QString& { return o.proxy.hostAddress; }, "Proxy host address"));
     v.push_back(textOption(
-        "proxy.port", [](Options& o) -> QString& { return o.proxy.port; }, "proxy port"));
+        "proxy.port", [](Options& o) -> QString& { return o.proxy.port; }, "Proxy port"));
     // Quotes and market summary
     v.push_back(intOption(
         "quotes.server", [](Options& o) -> qint16& { return o.quotes.server; }, 0, kBuiltInServers - 1,
-        "default stock quote service"));
+        "Default stock quote service"));
     v.push_back(intOption(
         "quotes.option_server", [](Options& o) -> qint16& { return o.quotes.optionServer; }, 0, kBuiltInServers - 1,
-        "default option quote service"));
+        "Default option quote service"));
     v.push_back(boolOption(
         "quotes.fastest", [](Options& o) -> bool& { return o.quotes.fastest; },
-        "pick the fastest service before each update"));
+        "Use the fastest quote service, tested before each update"));
     v.push_back(boolOption(
         "quotes.update_servers", [](Options& o) -> bool& { return o.quotes.updateServers; },
-        "fetch fresh server files at each update"));
+        "Update the server files at each update"));
     v.push_back(boolOption(
         "quotes.market_summary", [](Options& o) -> bool& { return o.quotes.marketSummary; },
-        "fetch the market summary"));
+        "Market summary: fetch the Dow, NASDAQ and S&P 500"));
     v.push_back(boolOption(
-        "quotes.page_dow", [](Options& o) -> bool& { return o.quotes.pageDow; }, "Dow in the page text"));
+        "quotes.page_dow", [](Options& o) -> bool& { return o.quotes.pageDow; }, "Page the Dow"));
     v.push_back(boolOption(
-        "quotes.page_nasdaq", [](Options& o) -> bool& { return o.quotes.pageNasdaq; }, "NASDAQ in the page text"));
+        "quotes.page_nasdaq", [](Options& o) -> bool& { return o.quotes.pageNasdaq; }, "Page the NASDAQ"));
     v.push_back(boolOption(
-        "quotes.page_sp500", [](Options& o) -> bool& { return o.quotes.pageSp500; }, "S&P 500 in the page text"));
+        "quotes.page_sp500", [](Options& o) -> bool& { return o.quotes.pageSp500; }, "Page the S&P 500"));
     v.push_back(textOption(
-        "quotes.market_url", [](Options& o) -> QString& { return o.quotes.marketUrl; }, "market summary page"));
+        "quotes.market_url", [](Options& o) -> QString& { return o.quotes.marketUrl; }, "Market summary page address"));
     for (int i = 0; i < kBuiltInServers; ++i) {
         const auto idx = static_cast<size_t>(i);
         OptionDef user;
         user.name = QStringLiteral("quotes.logon.%1.user").arg(i);
         user.type = OptionType::Text;
-        user.description = QStringLiteral("user name for quote service %1").arg(i);
+        user.description = QStringLiteral("User name for quote service %1").arg(i);
         user.get = [idx](const Options& o) { return o.quotes.logons[idx].user; };
         user.set = [idx](Options& o, const QString& s) { o.quotes.logons[idx].user = s; };
         v.push_back(user);
         OptionDef pass = user;
         pass.name = QStringLiteral("quotes.logon.%1.password").arg(i);
         pass.type = OptionType::Password;
-        pass.description = QStringLiteral("password for quote service %1").arg(i);
+        pass.description = QStringLiteral("Password for quote service %1").arg(i);
         pass.get = [idx](const Options& o) { return o.quotes.logons[idx].password; };
         pass.set = [idx](Options& o, const QString& s) { o.quotes.logons[idx].password = s; };
         v.push_back(pass);
     }
     // News
     v.push_back(boolOption(
-        "news.retrieve", [](Options& o) -> bool& { return o.news.retrieve; }, "fetch news before each quote cycle"));
+        "news.retrieve", [](Options& o) -> bool& { return o.news.retrieve; }, "Retrieve News before each quote cycle"));
     v.push_back(intOption(
-        "news.max_stories", [](Options& o) -> qint16& { return o.news.maxStories; }, 0, 100, "stories per page"));
+        "news.max_stories", [](Options& o) -> qint16& { return o.news.maxStories; }, 0, 100, "News stories per page"));
     v.push_back(intOption(
-        "news.purge_days", [](Options& o) -> qint16& { return o.news.purgeDays; }, 0, 3650, "days a story is kept"));
+        "news.purge_days", [](Options& o) -> qint16& { return o.news.purgeDays; }, 0, 3650,
+        "Days a news story is kept"));
     // Alarms
     v.push_back(intOption(
-        "alarms.mode", [](Options& o) -> qint16& { return o.alarms.mode; }, 0, 2,
-        "0/1 page on alarms, 2 page on new alarms"));
+        "alarms.mode", [](Options& o) -> qint16& { return o.alarms.mode; }, 0, 2, "Alarm test"));
     v.push_back(boolOption(
-        "alarms.select", [](Options& o) -> bool& { return o.alarms.select; }, "page only selected members"));
+        "alarms.select", [](Options& o) -> bool& { return o.alarms.select; }, "Page only the selected members"));
     v.push_back(intOption(
-        "alarms.select_mode", [](Options& o) -> qint16& { return o.alarms.selectMode; }, 0, 2,
-        "0 all, 1 alarmed, 2 new alarm"));
+        "alarms.select_mode", [](Options& o) -> qint16& { return o.alarms.selectMode; }, 0, 2, "Members selected"));
     // Schedule
     v.push_back(boolOption(
-        "schedule.enabled", [](Options& o) -> bool& { return o.schedule.enabled; }, "run scheduled updates"));
+        "schedule.enabled", [](Options& o) -> bool& { return o.schedule.enabled; },
+        "Enable Schedule: run scheduled updates"));
     v.push_back(intOption(
         "schedule.interval", [](Options& o) -> qint16& { return o.schedule.intervalMinutes; }, 1, 1440,
-        "minutes between interval updates"));
+        "Update every so many minutes between the start and stop times"));
     v.push_back(boolOption(
         "schedule.interval_updates", [](Options& o) -> bool& { return o.schedule.interval; },
-        "repeat updates between start and stop"));
+        "Interval updates between the start and stop times"));
     v.push_back(boolOption(
-        "schedule.market_open", [](Options& o) -> bool& { return o.schedule.marketOpen; }, "update at market open"));
+        "schedule.market_open", [](Options& o) -> bool& { return o.schedule.marketOpen; }, "Update at market open"));
     v.push_back(boolOption(
-        "schedule.midday", [](Options& o) -> bool& { return o.schedule.midday; }, "update at midday"));
+        "schedule.midday", [](Options& o) -> bool& { return o.schedule.midday; }, "Update at midday"));
     v.push_back(boolOption(
-        "schedule.market_close", [](Options& o) -> bool& { return o.schedule.marketClose; }, "update at market close"));
+        "schedule.market_close", [](Options& o) -> bool& { return o.schedule.marketClose; }, "Update at market close"));
     static const char* const dayNames[] = {"monday", "tuesday", "wednesday", "thursday", "friday"};
     for (int i = 0; i < 5; ++i) {
         const auto idx = static_cast<size_t>(i);
         OptionDef d;
         d.name = QStringLiteral("schedule.") + QLatin1String(dayNames[i]);
         d.type = OptionType::Bool;
-        d.description = QStringLiteral("update on ") + QLatin1String(dayNames[i]);
+        const QString day = QLatin1String(dayNames[i]);
+        d.description = QStringLiteral("Update on ") + day.left(1).toUpper() + day.mid(1);
         d.get = [idx](const Options& o) {
             return o.schedule.days[idx] ? QStringLiteral("true") : QStringLiteral("false");
         };
@@ -340,27 +372,101 @@ std::vector<OptionDef> buildAll()
     }
     v.push_back(withCheck(
         textOption(
-            "schedule.open_time", [](Options& o) -> QString& { return o.schedule.openTime; }, "market open time"),
+            "schedule.open_time", [](Options& o) -> QString& { return o.schedule.openTime; }, "Market open time"),
         checkTime));
     v.push_back(withCheck(
         textOption(
-            "schedule.midday_time", [](Options& o) -> QString& { return o.schedule.middayTime; }, "midday time"),
+            "schedule.midday_time", [](Options& o) -> QString& { return o.schedule.middayTime; }, "Midday time"),
         checkTime));
     v.push_back(withCheck(
         textOption(
-            "schedule.close_time", [](Options& o) -> QString& { return o.schedule.closeTime; }, "market close time"),
+            "schedule.close_time", [](Options& o) -> QString& { return o.schedule.closeTime; }, "Market close time"),
         checkTime));
     v.push_back(withCheck(textOption(
                               "schedule.start_time", [](Options& o) -> QString& { return o.schedule.startTime; },
-                              "first interval update"),
+                              "Start time of interval updates"),
                           checkTime));
-    v.push_back(withCheck(
-        textOption(
-            "schedule.stop_time", [](Options& o) -> QString& { return o.schedule.stopTime; }, "last interval update"),
-        checkTime));
+    v.push_back(withCheck(textOption(
+                              "schedule.stop_time", [](Options& o) -> QString& { return o.schedule.stopTime; },
+                              "Stop time of interval updates"),
+                          checkTime));
     v.push_back(intOption(
         "gate_flag", [](Options& o) -> qint16& { return o.gateFlag; }, 0, 1,
-        "1: no fastest-server test, no waiting notice"));
+        "Gate flag: skip the fastest-server test and the wait for the modem"));
+    // Program-wide preferences, kept in the settings store in the forms start-up reads.
+    v.push_back(preference(
+        "prefs.default_file", OptionType::Text, "DefaultFile", [](const Prefs& p) { return p.defaultFile; },
+        "Startup file: the portfolio file used when none is given"));
+    v.push_back(preference(
+        "prefs.check_mail", OptionType::Bool, "CheckMail", [](const Prefs& p) { return boolText(p.checkMail); },
+        "Check Mail: look into the POP mailbox at each update"));
+    v.push_back(preference(
+        "prefs.get_mail", OptionType::Bool, "GetMail", [](const Prefs& p) { return boolText(p.getMail); },
+        "Download the mail found"));
+    {
+        OptionDef d = preference(
+            "prefs.mail_size", OptionType::Int, "MailSize", [](const Prefs& p) { return QString::number(p.mailSize); },
+            "Largest mail downloaded, in kilobytes; larger messages are skipped");
+        d.min = 1;
+        d.max = 1024 * 1024;
+        v.push_back(d);
+    }
+    v.push_back(preference(
+        "prefs.show_status", OptionType::Bool, "ShowStatus", [](const Prefs& p) { return boolText(p.showStatus); },
+        "Show the status window during long operations"));
+    v.push_back(preference(
+        "prefs.system_tray", OptionType::Bool, "SystemTray", [](const Prefs& p) { return boolText(p.systemTray); },
+        "Minimise to the notification area"));
+    v.push_back(preference(
+        "prefs.www_buttons", OptionType::Bool, "WWWButtons", [](const Prefs& p) { return boolText(p.wwwButtons); },
+        "Show the web-site buttons on the main window"));
+    {
+        // The one flag that has always been stored as the words True and False.
+        OptionDef d = preference(
+            "prefs.check_updates", OptionType::Bool, "CheckUpdates",
+            [](const Prefs& p) { return boolText(p.checkUpdates); }, "Check for a newer version at start-up");
+        d.storeText = [](const QString& v) {
+            return v == QLatin1String("true") ? QStringLiteral("True") : QStringLiteral("False");
+        };
+        v.push_back(d);
+    }
+
+    // The values that the type and range alone do not explain.
+    static const std::pair<const char*, const char*> allowedTexts[] = {
+        {"pager.user", "at most 25 characters"},
+        {"page.layout", "0 price, 1 price and change"},
+        {"modem.settings", "speed,parity,data bits,stop bits such as 9600,N,8,1"},
+        {"modem.device", "a device path such as /dev/ttyUSB0; empty uses the port number"},
+        {"modem.flow_control", "0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH"},
+        {"modem.speaker_volume", "0 Low, 1 Med, 2 High"},
+        {"modem.speaker_mode", "0 off, 1 on until connected, 2 always on, 3 on until connected but not while dialling"},
+        {"smtp.recipient", "an e-mail address"},
+        {"smtp.security", "0 plain, 1 STARTTLS, 2 TLS"},
+        {"mail.mode", "0 Notify Only, 1 Download and Notify, 2 Download, Page MSG Header, 3 Download Messages"},
+        {"mail.security", "0 plain, 1 STLS, 2 TLS"},
+        {"connection.type", "0 dial-up, 1 Direct, 2 External Dialer"},
+        {"quotes.server", "0 to 12, a built-in quote service (kestrova-cli servers lists them)"},
+        {"quotes.option_server", "0 to 12, a built-in quote service (kestrova-cli servers lists them)"},
+        {"news.max_stories", "0 (no limit) to 100"},
+        {"news.purge_days", "0 (keep every story) to 3650"},
+        {"alarms.mode", "0 or 1 page on alarms, 2 page on new alarms"},
+        {"alarms.select_mode", "0 all, 1 alarmed, 2 new alarms"},
+        {"schedule.interval", "1 to 1440 minutes; a fraction is cut (7.9 is 7); below 5 is not recommended"},
+        {"schedule.open_time", "a time such as 03:42:00 pm"},
+        {"schedule.midday_time", "a time such as 03:42:00 pm"},
+        {"schedule.close_time", "a time such as 03:42:00 pm"},
+        {"schedule.start_time", "a time such as 03:42:00 pm, not after the stop time"},
+        {"schedule.stop_time", "a time such as 03:42:00 pm, not before the start time"},
+        {"gate_flag", "0 off, 1 on"},
+        {"prefs.default_file", "a portfolio file (.pgr)"},
+    };
+    for (OptionDef& d : v) {
+        for (const auto& [name, allowed] : allowedTexts) {
+            if (d.name == QLatin1String(name)) {
+                d.allowed = QString::fromUtf8(allowed);
+            }
+        }
+    }
     return v;
 }
 
@@ -397,8 +503,11 @@ QString OptionRegistry::typeName(OptionType type)
     return {};
 }
 
-QString OptionRegistry::display(const OptionDef& def, const Options& options)
+QString OptionRegistry::display(const OptionDef& def, const Options& options, const settings::Preferences& prefs)
 {
+    if (def.inStore()) {
+        return def.getPref ? def.getPref(prefs) : QString();
+    }
     if (!def.get) {
         return {};
     }
@@ -407,6 +516,24 @@ QString OptionRegistry::display(const OptionDef& def, const Options& options)
         return value.isEmpty() ? QString() : QStringLiteral("***");
     }
     return value;
+}
+
+QString OptionRegistry::allowedValues(const OptionDef& def)
+{
+    if (!def.allowed.isEmpty()) {
+        return def.allowed;
+    }
+    switch (def.type) {
+    case OptionType::Bool:
+        return QStringLiteral("true or false");
+    case OptionType::Int:
+        return QStringLiteral("%1 to %2").arg(def.min).arg(def.max);
+    case OptionType::Text:
+        return QStringLiteral("text");
+    case OptionType::Password:
+        return QStringLiteral("printable ASCII; give - as the value to type it on standard input");
+    }
+    return {};
 }
 
 bool OptionRegistry::parseBool(const QString& text, bool* ok)
@@ -468,6 +595,10 @@ QString OptionRegistry::validate(const OptionDef& def, const Options& options, c
     case OptionType::Text:
         if (value.contains(u'"') || value.contains(u'\r') || value.contains(u'\n')) {
             return refusal + QStringLiteral("may not hold double quotes or line breaks");
+        }
+        // The portfolio file is Windows-1252; the settings store keeps any text.
+        if (const QString why = def.inStore() ? QString() : unstorableCharacter(value); !why.isEmpty()) {
+            return refusal + why;
         }
         break;
     }

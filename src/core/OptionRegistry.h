@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/Options.h"
+#include "settings/Preferences.h"
 
 #include <QString>
 
@@ -12,21 +13,28 @@ namespace kestrova::core {
 enum class OptionType { Bool, Int, Text, Password };
 
 // One option reachable by a dotted name ("pager.max_length"): how to read it, how to
-// check and set it from text, and its range. Options that belong to the machine rather
-// than to a watch setup carry the settings-store key they live under and no accessors.
+// check and set it from text, its range, and what it means in words (the options dialog's
+// label where it has one). Options that belong to the machine or the user rather than to a
+// watch setup live in the settings store: they carry its key and read from Preferences.
 struct OptionDef
 {
     QString name;
     OptionType type = OptionType::Text;
     int min = 0; // Int only, inclusive
     int max = 0;
-    QString description;
+    QString description; // one line
+    QString allowed;     // the values it takes, when the type and range do not say it well
     std::function<QString(const Options&)> get;
     // Sets a value that has already passed the type, range and extra checks.
     std::function<void(Options&, const QString&)> set;
     // Extra check on the value text; returns why it is refused, or nothing.
     std::function<QString(const Options&, const QString&)> check;
+
     QString storeKey; // set when the option lives in the settings store
+    // Store options: the value as start-up reads it, and the text stored for a checked value
+    // (flags as "1"/"0", CheckUpdates as "True"/"False").
+    std::function<QString(const settings::Preferences&)> getPref;
+    std::function<QString(const QString&)> storeText;
 
     bool inStore() const { return !storeKey.isEmpty(); }
 };
@@ -40,8 +48,12 @@ public:
     static const OptionDef* find(const QString& name);
     static QString typeName(OptionType type);
 
-    // The value as text; passwords that are set show as "***".
-    static QString display(const OptionDef& def, const Options& options);
+    // The value as text; passwords that are set show as "***". Store options show their
+    // preference.
+    static QString display(const OptionDef& def, const Options& options, const settings::Preferences& prefs = {});
+    // The values the option takes, in words: "true or false", "1 to 32767",
+    // "0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH", "a time such as 03:42:00 pm".
+    static QString allowedValues(const OptionDef& def);
     // Checks value against the option's type, range and rules and brings it to the form
     // that is stored (booleans "true"/"false", numbers without blanks). Returns the
     // refusal message, naming the option, or nothing when the value is good.

@@ -228,6 +228,17 @@ private Q_SLOTS:
         QCOMPARE(rig.storedStories(), kept);
     }
 
+    void noPopServerNoMailCheck()
+    {
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [](core::Options& o) { o.paging.enabled = false; }));
+        rig.app->state().prefs.checkMail = true; // the default of a fresh settings store
+        rig.app->update(false, false);
+        const QByteArray log = rig.activity();
+        QVERIFY2(log.contains("Getting Stock Quotes"), log.constData());
+        QVERIFY2(!log.contains("Checking Mail") && !log.contains("POP"), log.constData());
+    }
+
     void noQuoteMeansQuotesUnavailable()
     {
         Rig rig;

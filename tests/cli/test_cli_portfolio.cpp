@@ -1,6 +1,7 @@
 #include "../peers/CliRun.h"
 #include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
+#include "settings/SettingsStore.h"
 
 #include "TestUtil.h"
 
@@ -222,6 +223,77 @@ private Q_SLOTS:
         QVERIFY(list.contains(QRegularExpression(QStringLiteral("\\nsmtp\\.enabled +bool +false\\n"))));
     }
 
+    // The program-wide preferences live in the settings store, in the forms start-up reads.
+    void preferences_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("shown");
+        // clang-format off
+        QTest::newRow("mail check off") << "prefs.check_mail" << "false" << 0 << "CheckMail" << "0" << "false";
+        QTest::newRow("no download") << "prefs.get_mail" << "no" << 0 << "GetMail" << "0" << "false";
+        QTest::newRow("status window on") << "prefs.show_status" << "on" << 0 << "ShowStatus" << "1" << "true";
+        QTest::newRow("no tray") << "prefs.system_tray" << "0" << 0 << "SystemTray" << "0" << "false";
+        QTest::newRow("update check off") << "prefs.check_updates" << "false" << 0 << "CheckUpdates" << "False" << "false";
+        QTest::newRow("update check on") << "prefs.check_updates" << "yes" << 0 << "CheckUpdates" << "True" << "true";
+        QTest::newRow("mail size") << "prefs.mail_size" << "64" << 0 << "MailSize" << "64" << "64";
+        QTest::newRow("startup file") << "prefs.default_file" << "/srv/watch.pgr" << 0 << "DefaultFile" << "/srv/watch.pgr" << "/srv/watch.pgr";
+        QTest::newRow("mail size not a number") << "prefs.mail_size" << "big" << 2 << "MailSize" << "" << "20";
+        QTest::newRow("flag not a boolean") << "prefs.check_mail" << "maybe" << 2 << "CheckMail" << "" << "true";
+        // clang-format on
+    }
+    void preferences()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        QFETCH(int, code);
+        QFETCH(QString, key);
+        QFETCH(QString, stored);
+        QFETCH(QString, shown);
+        const CliRun set = cli({"options", "set", name, value});
+        QCOMPARE(set.code, code);
+        QCOMPARE(set.out, code == 0 ? name + QStringLiteral(" = ") + shown + u'\n' : QString());
+        const kestrova::settings::SettingsStore store(configDir() + QStringLiteral("/Kestrova/Kestrova.ini"));
+        QCOMPARE(store.get(QStringLiteral("Settings"), key), stored);
+        QCOMPARE(cli({"options", "get", name}).out, shown + u'\n');
+        QVERIFY(!QFile::exists(defaultFile())); // the portfolio file is not touched
+    }
+
+    // Every option of the list is followed by a line that says what it is and what it takes.
+    void listExplainsEachOption_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("explained");
+        // clang-format off
+        QTest::newRow("range") << "pager.max_length" << "1 to 32767";
+        QTest::newRow("choices") << "modem.flow_control" << "0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH";
+        QTest::newRow("boolean") << "smtp.enabled" << "true or false";
+        QTest::newRow("time") << "schedule.start_time" << "a time such as 03:42:00 pm";
+        QTest::newRow("label") << "pager.phone" << "PGR Service Phone No.";
+        QTest::newRow("preference") << "prefs.check_mail" << "true or false";
+        // clang-format on
+    }
+    void listExplainsEachOption()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, explained);
+        const QStringList lines = cli({"options", "list"}).out.split(u'\n', Qt::SkipEmptyParts);
+        QVERIFY(lines.size() > 100);
+        for (qsizetype i = 0; i < lines.size(); i += 2) {
+            QVERIFY2(!lines[i].startsWith(u' '), qPrintable(lines[i]));
+            QVERIFY2(i + 1 < lines.size() && lines[i + 1].startsWith(QLatin1String("    ")) &&
+                         lines[i + 1].trimmed().size() > 5,
+                     qPrintable(lines[i]));
+        }
+        const qsizetype at =
+            lines.indexOf(QRegularExpression(u'^' + QRegularExpression::escape(name) + QStringLiteral(" .*")));
+        QVERIFY2(at >= 0, qPrintable(name));
+        QVERIFY2(lines[at + 1].contains(explained), qPrintable(lines[at + 1]));
+    }
+
     void passwordFromStdinIsNeverShown()
     {
         const QByteArray secret = "Xq7-secret";
@@ -244,7 +316,9 @@ private Q_SLOTS:
 
     void modemDeviceLivesInTheSettingsStore()
     {
-        QCOMPARE(cli({"options", "set", "modem.device", "/dev/pts/9"}).code, 0);
+        const CliRun set = cli({"options", "set", "modem.device", "/dev/pts/9"});
+        QCOMPARE(set.code, 0);
+        QCOMPARE(set.out, QStringLiteral("modem.device = /dev/pts/9\n"));
         QCOMPARE(cli({"options", "get", "modem.device"}).out.trimmed(), QStringLiteral("/dev/pts/9"));
         QVERIFY(readFile(configDir() + QStringLiteral("/Kestrova/Kestrova.ini")).contains("ModemDevice=/dev/pts/9"));
         QVERIFY(!QFile::exists(defaultFile())); // the portfolio is not touched

@@ -123,6 +123,8 @@ private Q_SLOTS:
         QTest::newRow("password non-ascii") << "smtp.password" << "s\u00e9same" << false << "";
         QTest::newRow("logon password") << "quotes.logon.4.password" << "x" << true << "***";
         QTest::newRow("logon user") << "quotes.logon.4.user" << "me" << true << "me";
+        QTest::newRow("text in Windows-1252") << "pager.id" << "\u20ac Z\u00fcrich" << true << "\u20ac Z\u00fcrich";
+        QTest::newRow("text outside Windows-1252") << "connection.entry" << "\u6f22\u5b57" << false << "";
         // clang-format on
     }
     void values()
