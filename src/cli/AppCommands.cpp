@@ -50,7 +50,8 @@ const QString kUpdateUsage =
 const QString kRunUsage =
     QStringLiteral("Usage: kestrova-cli [global options] run [--save-on-exit yes|no]\n"
                    "Runs the minute cycle until SIGINT or SIGTERM: every minute the schedule decides whether\n"
-                   "an update is due. On exit, --save-on-exit answers \"Save File Before Exiting?\" (default no).\n");
+                   "an update is due. On exit, --save-on-exit answers \"Save File Before Exiting?\" (default no).\n"
+                   "Ends at once with exit code 1 when the portfolio file cannot be opened.\n");
 
 const QString kDemoUsage =
     QStringLiteral("Usage: kestrova-cli demo\n"
@@ -110,6 +111,11 @@ int runCommand(const GlobalOptions& g, const QStringList& args)
     host.yesNoAnswer = saveOnExit ? support::MsgAnswer::Yes : support::MsgAnswer::No;
     app::Application application(clock, host, g.dataDir);
     application.startup(g.portfolioFile);
+    // Start-up has said why ("File ... does not exist."). A daemon with no portfolio would
+    // look alive to its service manager while it can never do anything.
+    if (application.state().currentFile.isEmpty()) {
+        return kExitFailure;
+    }
 
     bool stopping = false;
     SignalWatcher signals([&](int) {

@@ -41,8 +41,11 @@ int run(const QStringList& arguments)
         const QString& a = arguments[i];
         if (!rest.isEmpty()) {
             rest << a;
-        } else if ((a == QLatin1String("--data-dir") || a == QLatin1String("--portfolio")) &&
-                   i + 1 < arguments.size()) {
+        } else if (a == QLatin1String("--data-dir") || a == QLatin1String("--portfolio")) {
+            if (i + 1 >= arguments.size() || arguments[i + 1].isEmpty()) {
+                err << "kestrova-cli: " << a << " needs a value\n";
+                return kExitUsage;
+            }
             (a == QLatin1String("--data-dir") ? dataDir : global.portfolioFile) = arguments[++i];
         } else if (a.startsWith(QLatin1String("--data-dir="))) {
             dataDir = a.mid(11);
@@ -78,9 +81,38 @@ int run(const QStringList& arguments)
         }
     }
     if (!best) {
-        err << "kestrova-cli: unknown command " << rest.join(u' ') << '\n';
-        printUsage(err, reg);
-        return kExitUsage;
+        // A group word ("portfolio") without a subcommand it has: say which ones it has.
+        QStringList subcommands;
+        for (const Command& c : reg.commands()) {
+            const QStringList words = c.name.split(u' ');
+            if (words.size() > 1 && words.first() == rest.first()) {
+                subcommands << words[1];
+            }
+        }
+        if (subcommands.isEmpty()) {
+            err << "kestrova-cli: unknown command " << rest.join(u' ') << '\n';
+            printUsage(err, reg);
+            return kExitUsage;
+        }
+        const bool help = rest.size() == 2 && (rest[1] == QLatin1String("--help") || rest[1] == QLatin1String("-h"));
+        QTextStream& to = help ? out : err;
+        if (!help) {
+            if (rest.size() == 1) {
+                err << "kestrova-cli: " << rest.first()
+                    << " needs a subcommand: " << subcommands.join(QLatin1String(", ")) << '\n';
+            } else {
+                err << "kestrova-cli: " << rest.first() << " has no subcommand " << rest[1] << ": choose "
+                    << subcommands.join(QLatin1String(", ")) << '\n';
+            }
+        }
+        to << "Usage: kestrova-cli [global options] " << rest.first() << " SUBCOMMAND [ARGS]\n\n";
+        for (const Command& c : reg.commands()) {
+            if (c.name.startsWith(rest.first() + u' ')) {
+                to << "  " << c.name.leftJustified(22) << c.summary << '\n';
+            }
+        }
+        to << "\nEach subcommand takes --help.\n";
+        return help ? kExitOk : kExitUsage;
     }
     if (!global.portfolioFile.isEmpty()) {
         global.portfolioFile = QFileInfo(global.portfolioFile).absoluteFilePath();

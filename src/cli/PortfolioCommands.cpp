@@ -1,13 +1,17 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "core/EntryRules.h"
 #include "core/SecurityType.h"
 #include "support/Format.h"
+#include "support/Text.h"
 
 #include <QFileInfo>
 #include <QTextStream>
 
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <vector>
 
 namespace kestrova::cli {
 
@@ -29,9 +33,7 @@ int usageError(const QString& usage, const QString& why)
 
 QString priceText(float value, qint16 digits)
 {
-    const int d = std::clamp<int>(digits, 0, 9);
-    const QString pattern = d > 0 ? QStringLiteral("##0.") + QString(d, u'0') : QStringLiteral("##0");
-    return support::formatNumber(value, pattern);
+    return support::formatNumber(value, support::pricePattern(std::clamp<int>(digits, 0, 9)));
 }
 
 QString yesNo(qint16 flag)
@@ -102,13 +104,21 @@ int showCommand(const GlobalOptions& g, const QStringList& args)
     return kExitOk;
 }
 
+const QString kEntrySwitches =
+    QStringLiteral("         [--type stock|option|fund|future] [--high P] [--low P] [--high-chg PCT] [--low-chg PCT]\n"
+                   "         [--volume N] [--digits N] [--server N] [--pager|--no-pager]\n"
+                   "         [--market-only|--no-market-only] [--news|--no-news]\n");
+
 const QString kAddUsage =
-    QStringLiteral("Usage: kestrova-cli [global options] portfolio add TICKER [--type stock|option|fund|future]\n"
-                   "         [--high P] [--low P] [--high-chg PCT] [--low-chg PCT] [--volume N] [--digits N]\n"
-                   "         [--server N] [--no-pager] [--market-only] [--news]\n"
-                   "Adds an entry and saves the portfolio file (created when it does not exist yet).\n"
-                   "A limit of 0 means no limit. --server is an index 0..12 into the built-in quote services\n"
-                   "(default: the portfolio's default stock or option service).\n");
+    QStringLiteral("Usage: kestrova-cli [global options] portfolio add TICKER\n") + kEntrySwitches +
+    QStringLiteral("Adds an entry and saves the portfolio file (created when it does not exist yet).\n"
+                   "A limit of 0 means no limit; price limits are never negative, change limits may be.\n"
+                   "--server is an index 0..12 into the built-in quote services (default: the portfolio's\n"
+                   "default stock or option service). New entries go to the pager unless --no-pager.\n");
+
+const QString kSetUsage = QStringLiteral("Usage: kestrova-cli [global options] portfolio set TICKER\n") +
+                          kEntrySwitches +
+                          QStringLiteral("Changes only the given fields of an entry and saves the portfolio file.\n");
 
 bool parseFloat(const QString& text, float* out)
 {
@@ -132,85 +142,113 @@ bool parseInt(const QString& text, qint64 lo, qint64 hi, qint64* out)
     return true;
 }
 
+// The ticker and the fields given on the command line, as changes to apply to an entry.
+struct EntryArgs
+{
+    QString ticker;
+    std::vector<std::function<void(core::PortfolioRecord&)>> changes;
+    bool serverGiven = false;
+};
+
+// Reads TICKER and the entry switches; returns why they are wrong, or nothing.
+QString parseEntryArgs(const QStringList& args, EntryArgs& out)
+{
+    using Rec = core::PortfolioRecord;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString& a = args[i];
+        QString v;
+        const bool hasValue = i + 1 < args.size();
+        auto takeValue = [&] { v = args[++i]; };
+        qint64 n = 0;
+        float f = 0;
+        if (a == QLatin1String("--pager") || a == QLatin1String("--no-pager")) {
+            const qint16 on = a == QLatin1String("--pager") ? 1 : 0;
+            out.changes.push_back([on](Rec& r) { r.toPager = on; });
+        } else if (a == QLatin1String("--market-only") || a == QLatin1String("--no-market-only")) {
+            const qint16 on = a == QLatin1String("--market-only") ? 1 : 0;
+            out.changes.push_back([on](Rec& r) { r.marketOnly = on; });
+        } else if (a == QLatin1String("--news") || a == QLatin1String("--no-news")) {
+            const qint16 on = a == QLatin1String("--news") ? 1 : 0;
+            out.changes.push_back([on](Rec& r) { r.news = on; });
+        } else if (a == QLatin1String("--type")) {
+            if (!hasValue) {
+                return QStringLiteral("--type needs a value");
+            }
+            takeValue();
+            static const QStringList types{QStringLiteral("stock"), QStringLiteral("option"), QStringLiteral("fund"),
+                                           QStringLiteral("future")};
+            const auto t = static_cast<qint16>(types.indexOf(v.toLower()));
+            if (t < 0) {
+                return QStringLiteral("unknown type ") + v + QStringLiteral(" (stock, option, fund or future)");
+            }
+            // The legacy flag would keep showing the entry as an option whatever type is chosen.
+            out.changes.push_back([t](Rec& r) {
+                r.securityType = t;
+                r.legacyOption = 0;
+            });
+        } else if (a == QLatin1String("--high") || a == QLatin1String("--low") || a == QLatin1String("--high-chg") ||
+                   a == QLatin1String("--low-chg")) {
+            if (!hasValue) {
+                return a + QStringLiteral(" needs a number");
+            }
+            takeValue();
+            if (!parseFloat(v, &f)) {
+                return a + QStringLiteral(" needs a number, not \"") + v + u'"';
+            }
+            float Rec::*field = a == QLatin1String("--high")       ? &Rec::highLimit
+                                : a == QLatin1String("--low")      ? &Rec::lowLimit
+                                : a == QLatin1String("--high-chg") ? &Rec::highChgLimit
+                                                                   : &Rec::lowChgLimit;
+            out.changes.push_back([field, f](Rec& r) { r.*field = f; });
+        } else if (a == QLatin1String("--volume")) {
+            if (!hasValue || (takeValue(), !parseInt(v, 0, std::numeric_limits<qint32>::max(), &n))) {
+                return QStringLiteral("--volume needs a whole number of shares");
+            }
+            out.changes.push_back([n](Rec& r) { r.volumeLimit = static_cast<qint32>(n); });
+        } else if (a == QLatin1String("--digits")) {
+            if (!hasValue || (takeValue(), !parseInt(v, 0, 9, &n))) {
+                return QStringLiteral("--digits needs a number from 0 to 9");
+            }
+            out.changes.push_back([n](Rec& r) { r.digits = static_cast<qint16>(n); });
+        } else if (a == QLatin1String("--server")) {
+            if (!hasValue || (takeValue(), !parseInt(v, 0, core::kBuiltInServers - 1, &n))) {
+                return QStringLiteral("--server needs a number from 0 to 12");
+            }
+            out.changes.push_back([n](Rec& r) { r.server = static_cast<qint16>(n); });
+            out.serverGiven = true;
+        } else if (a.startsWith(u'-') && a.size() > 1) {
+            return QStringLiteral("unknown switch ") + a;
+        } else if (out.ticker.isNull()) {
+            out.ticker = a;
+        } else {
+            return QStringLiteral("unexpected argument ") + a;
+        }
+    }
+    if (out.ticker.isNull()) {
+        return QStringLiteral("a ticker is needed");
+    }
+    return {};
+}
+
 int addCommand(const GlobalOptions& g, const QStringList& args)
 {
     if (wantsHelp(args)) {
         QTextStream(stdout) << kAddUsage;
         return kExitOk;
     }
-    QString ticker;
+    EntryArgs given;
+    if (const QString why = parseEntryArgs(args, given); !why.isEmpty()) {
+        return usageError(kAddUsage, why);
+    }
     core::PortfolioRecord rec;
+    rec.ticker = given.ticker;
     rec.toPager = 1;
-    bool serverGiven = false;
-    for (qsizetype i = 0; i < args.size(); ++i) {
-        const QString& a = args[i];
-        auto value = [&](QString* v) {
-            if (i + 1 >= args.size()) {
-                return false;
-            }
-            *v = args[++i];
-            return true;
-        };
-        QString v;
-        qint64 n = 0;
-        if (a == QLatin1String("--no-pager")) {
-            rec.toPager = 0;
-        } else if (a == QLatin1String("--market-only")) {
-            rec.marketOnly = 1;
-        } else if (a == QLatin1String("--news")) {
-            rec.news = 1;
-        } else if (a == QLatin1String("--type")) {
-            if (!value(&v)) {
-                return usageError(kAddUsage, QStringLiteral("--type needs a value"));
-            }
-            static const QStringList types{QStringLiteral("stock"), QStringLiteral("option"), QStringLiteral("fund"),
-                                           QStringLiteral("future")};
-            const qsizetype t = types.indexOf(v.toLower());
-            if (t < 0) {
-                return usageError(kAddUsage, QStringLiteral("unknown type ") + v);
-            }
-            rec.securityType = static_cast<qint16>(t);
-        } else if (a == QLatin1String("--high") || a == QLatin1String("--low") || a == QLatin1String("--high-chg") ||
-                   a == QLatin1String("--low-chg")) {
-            float f = 0;
-            if (!value(&v) || !parseFloat(v, &f)) {
-                return usageError(kAddUsage, a + QStringLiteral(" needs a number"));
-            }
-            (a == QLatin1String("--high")       ? rec.highLimit
-             : a == QLatin1String("--low")      ? rec.lowLimit
-             : a == QLatin1String("--high-chg") ? rec.highChgLimit
-                                                : rec.lowChgLimit) = f;
-        } else if (a == QLatin1String("--volume")) {
-            if (!value(&v) || !parseInt(v, 0, std::numeric_limits<qint32>::max(), &n)) {
-                return usageError(kAddUsage, QStringLiteral("--volume needs a whole number of shares"));
-            }
-            rec.volumeLimit = static_cast<qint32>(n);
-        } else if (a == QLatin1String("--digits")) {
-            if (!value(&v) || !parseInt(v, 0, 9, &n)) {
-                return usageError(kAddUsage, QStringLiteral("--digits needs a number from 0 to 9"));
-            }
-            rec.digits = static_cast<qint16>(n);
-        } else if (a == QLatin1String("--server")) {
-            if (!value(&v) || !parseInt(v, 0, core::kBuiltInServers - 1, &n)) {
-                return usageError(kAddUsage, QStringLiteral("--server needs a number from 0 to 12"));
-            }
-            rec.server = static_cast<qint16>(n);
-            serverGiven = true;
-        } else if (a.startsWith(u'-') && a.size() > 1) {
-            return usageError(kAddUsage, QStringLiteral("unknown option ") + a);
-        } else if (ticker.isEmpty()) {
-            ticker = a;
-        } else {
-            return usageError(kAddUsage, QStringLiteral("unexpected argument ") + a);
-        }
+    for (const auto& change : given.changes) {
+        change(rec);
     }
-    if (ticker.trimmed().isEmpty()) {
-        return usageError(kAddUsage, QStringLiteral("a ticker is needed"));
+    if (const QString why = core::entryProblem(rec); !why.isEmpty()) {
+        return usageError(kAddUsage, why);
     }
-    if (ticker.contains(u'"') || ticker.contains(u'\r') || ticker.contains(u'\n')) {
-        return usageError(kAddUsage, QStringLiteral("a ticker may not hold double quotes or line breaks"));
-    }
-    rec.ticker = ticker;
 
     CliContext ctx(g);
     if (QFileInfo::exists(ctx.portfolioPath)) {
@@ -219,15 +257,15 @@ int addCommand(const GlobalOptions& g, const QStringList& args)
         }
     }
     QTextStream err(stderr);
-    if (findTicker(ctx.portfolio, ticker) >= 0) {
-        err << ticker << " is already in the portfolio\n";
+    if (findTicker(ctx.portfolio, rec.ticker) >= 0) {
+        err << rec.ticker << " is already in the portfolio; portfolio set changes it\n";
         return kExitFailure;
     }
     if (ctx.portfolio.count >= core::PortfolioTable::kMaxInUse) {
         err << kTooMany << '\n';
         return kExitFailure;
     }
-    if (!serverGiven) {
+    if (!given.serverGiven) {
         rec.server = rec.securityType == 1 ? ctx.options.quotes.optionServer : ctx.options.quotes.server;
     }
     ctx.portfolio.records[static_cast<size_t>(ctx.portfolio.count)] = rec;
@@ -235,7 +273,44 @@ int addCommand(const GlobalOptions& g, const QStringList& args)
     if (!ctx.savePortfolio()) {
         return kExitFailure;
     }
-    QTextStream(stdout) << "Added " << ticker << " in slot " << (ctx.portfolio.count - 1) << '\n';
+    QTextStream(stdout) << "Added " << rec.ticker << " in slot " << (ctx.portfolio.count - 1) << '\n';
+    return kExitOk;
+}
+
+int setCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kSetUsage;
+        return kExitOk;
+    }
+    EntryArgs given;
+    if (const QString why = parseEntryArgs(args, given); !why.isEmpty()) {
+        return usageError(kSetUsage, why);
+    }
+    if (given.changes.empty()) {
+        return usageError(kSetUsage, QStringLiteral("nothing to change: give at least one of the switches"));
+    }
+    CliContext ctx(g);
+    if (!ctx.loadPortfolio()) {
+        return kExitFailure;
+    }
+    const int at = findTicker(ctx.portfolio, given.ticker);
+    if (at < 0) {
+        QTextStream(stderr) << given.ticker << " is not in the portfolio\n";
+        return kExitFailure;
+    }
+    core::PortfolioRecord rec = ctx.portfolio.records[static_cast<size_t>(at)];
+    for (const auto& change : given.changes) {
+        change(rec);
+    }
+    if (const QString why = core::entryProblem(rec); !why.isEmpty()) {
+        return usageError(kSetUsage, why);
+    }
+    ctx.portfolio.records[static_cast<size_t>(at)] = rec;
+    if (!ctx.savePortfolio()) {
+        return kExitFailure;
+    }
+    QTextStream(stdout) << "Changed " << rec.ticker << " in slot " << at << '\n';
     return kExitOk;
 }
 
@@ -278,6 +353,7 @@ void registerPortfolioCommands(Registry& r)
 {
     r.add({QStringLiteral("portfolio show"), QStringLiteral("list the portfolio entries"), showCommand});
     r.add({QStringLiteral("portfolio add"), QStringLiteral("add an entry and save"), addCommand});
+    r.add({QStringLiteral("portfolio set"), QStringLiteral("change fields of an entry and save"), setCommand});
     r.add({QStringLiteral("portfolio remove"), QStringLiteral("remove an entry and save"), removeCommand});
 }
 

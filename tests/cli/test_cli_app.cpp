@@ -71,6 +71,17 @@ private Q_SLOTS:
         QCOMPARE(run.code, 2);
     }
 
+    void runWithoutPortfolioEnds()
+    {
+        QTemporaryDir dir;
+        const QString data = dir.filePath(QStringLiteral("data"));
+        const testing::CliRun run =
+            testing::runCli(dir, {QStringLiteral("--data-dir"), data, QStringLiteral("run")}, 20000);
+        QCOMPARE(run.code, 1);
+        QVERIFY2(run.err.contains(QStringLiteral("File ") + data + QStringLiteral("/DEFAULT.PGR does not exist.")),
+                 qPrintable(run.err));
+    }
+
     void demoPagesThroughTheSimulatedModem()
     {
         QTemporaryDir dir;

@@ -66,6 +66,13 @@ private Q_SLOTS:
         QTest::newRow("set without value") << QStringList{"options", "set", "pager.id"} << 2;
         QTest::newRow("set out of range") << QStringList{"options", "set", "pager.max_length", "0"} << 2;
         QTest::newRow("list with no file yet") << QStringList{"options", "list"} << 0;
+        QTest::newRow("portfolio help") << QStringList{"portfolio", "--help"} << 0;
+        QTest::newRow("options help") << QStringList{"options", "-h"} << 0;
+        QTest::newRow("portfolio set help") << QStringList{"portfolio", "set", "--help"} << 0;
+        for (const char* c :
+             {"servers", "quotes", "page", "check-mail", "update", "run", "demo", "demo-market", "modem-sim"}) {
+            QTest::newRow(qPrintable(QStringLiteral("%1 help").arg(QLatin1String(c)))) << QStringList{c, "--help"} << 0;
+        }
     }
     void exitCodes()
     {
@@ -76,6 +83,38 @@ private Q_SLOTS:
         if (code != 0) {
             QVERIFY(!r.err.isEmpty());
         }
+    }
+
+    // Bad arguments: a message that says what is wrong, exit 2, and nothing saved.
+    void badArguments_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("message");
+        const QString longTicker(40, u'X');
+        // clang-format off
+        QTest::newRow("data dir without a value") << QStringList{"--data-dir"} << "--data-dir needs a value";
+        QTest::newRow("portfolio without a value") << QStringList{"--portfolio"} << "--portfolio needs a value";
+        QTest::newRow("group alone") << QStringList{"portfolio"} << "portfolio needs a subcommand: show, add, set, remove";
+        QTest::newRow("unknown subcommand") << QStringList{"options", "erase"} << "options has no subcommand erase: choose list, get, set";
+        QTest::newRow("negative high limit") << QStringList{"portfolio", "add", "IBM", "--high", "-5"} << "high limit: must be 0";
+        QTest::newRow("negative low limit") << QStringList{"portfolio", "add", "IBM", "--low", "-0.01"} << "low limit: must be 0";
+        QTest::newRow("40-character ticker") << QStringList{"portfolio", "add", longTicker} << "at most 21 characters";
+        QTest::newRow("leading blanks") << QStringList{"portfolio", "add", "  IBM"} << "blanks";
+        QTest::newRow("trailing blank") << QStringList{"portfolio", "add", "IBM "} << "blanks";
+        QTest::newRow("ticker outside Windows-1252") << QStringList{"portfolio", "add", QStringLiteral("\u6f22\u5b57")} << "ticker";
+        QTest::newRow("option outside Windows-1252") << QStringList{"options", "set", "pager.id", QStringLiteral("\u6f22")} << "pager.id";
+        QTest::newRow("set without changes") << QStringList{"portfolio", "set", "IBM"} << "nothing to change";
+        // clang-format on
+    }
+    void badArguments()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, message);
+        const CliRun r = cli(args);
+        QCOMPARE(r.code, 2);
+        QVERIFY2(r.err.contains(message), qPrintable(r.err));
+        QVERIFY(!r.err.contains(QLatin1String("unknown")));
+        QVERIFY(!QFile::exists(defaultFile()));
     }
 
     void missingFileMessage()
@@ -93,7 +132,9 @@ private Q_SLOTS:
         QCOMPARE(cli({"portfolio", "add", "XYZ AB", "--type", "option", "--digits", "3", "--server", "5", "--no-pager"})
                      .code,
                  0);
-        QCOMPARE(cli({"portfolio", "add", "VFIAX", "--type", "fund", "--market-only"}).code, 0);
+        QCOMPARE(
+            cli({"portfolio", "add", "VFIAX", "--type", "fund", "--market-only", "--digits", "0", "--high", "45"}).code,
+            0);
         QCOMPARE(cli({"portfolio", "add", "ibm"}).code, 1); // already there, whatever the case
 
         const CliRun show = cli({"portfolio", "show"});
@@ -108,6 +149,7 @@ private Q_SLOTS:
         QVERIFY(lines[2].contains(QLatin1String(" Option ")));
         QVERIFY(lines[2].contains(QLatin1String("0.000")));
         QVERIFY(lines[3].contains(QLatin1String("Mutual Fund")));
+        QVERIFY2(lines[3].contains(QLatin1String(" 45. ")), qPrintable(lines[3])); // "##0." with no decimals
 
         QCOMPARE(cli({"portfolio", "remove", "xyz ab"}).code, 0);
         QCOMPARE(cli({"portfolio", "remove", "XYZ AB"}).code, 1);
@@ -126,6 +168,30 @@ private Q_SLOTS:
         QCOMPARE(t.records[1].securityType, qint16(2));
         QCOMPARE(t.records[1].marketOnly, qint16(1));
         QCOMPARE(QFile::permissions(defaultFile()) & QFileDevice::ReadOther, QFileDevice::Permissions());
+    }
+
+    void setChangesOnlyTheGivenFields()
+    {
+        QCOMPARE(cli({"portfolio", "add", "IBM", "--high", "120", "--low", "90", "--digits", "3", "--news"}).code, 0);
+        QCOMPARE(cli({"portfolio", "add", "MSFT", "--volume", "100"}).code, 0);
+        const CliRun set = cli({"portfolio", "set", "ibm", "--high", "130.5", "--no-news", "--market-only"});
+        QCOMPARE(set.code, 0);
+        QVERIFY2(set.out.contains(QLatin1String("IBM")), qPrintable(set.out));
+        QCOMPARE(cli({"portfolio", "set", "AAPL", "--high", "1"}).code, 1);
+        QCOMPARE(cli({"portfolio", "set", "MSFT", "--low", "-1"}).code, 2);
+        PortfolioTable t;
+        Options o;
+        QVERIFY(PortfolioFile::read(defaultFile(), t, o).ok());
+        QCOMPARE(t.count, qint16(2));
+        PortfolioRecord ibm;
+        ibm.ticker = QStringLiteral("IBM");
+        ibm.highLimit = 130.5f;
+        ibm.lowLimit = 90;
+        ibm.digits = 3;
+        ibm.toPager = 1;
+        ibm.marketOnly = 1;
+        QCOMPARE(t.records[0], ibm);
+        QCOMPARE(t.records[1].volumeLimit, 100);
     }
 
     void fiftyIsTheLimit()
