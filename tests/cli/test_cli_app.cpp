@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -80,6 +81,55 @@ private Q_SLOTS:
         QCOMPARE(run.code, 1);
         QVERIFY2(run.err.contains(QStringLiteral("File ") + data + QStringLiteral("/DEFAULT.PGR does not exist.")),
                  qPrintable(run.err));
+    }
+
+    // The README's "Your own portfolio" commands, run as written in a fresh data folder.
+    // update, run and page need the Internet or a pager; every other command must work.
+    void readmeWayIn()
+    {
+        const QString readme =
+            QString::fromUtf8(testing::readFile(qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/README.md"));
+        const qsizetype from = readme.indexOf(QLatin1String("\n## Your own portfolio\n"));
+        QVERIFY2(from >= 0, "README.md has no section \"Your own portfolio\"");
+        const QString section = readme.mid(from, readme.indexOf(QLatin1String("\n## "), from + 5) - from);
+        QTemporaryDir dir;
+        const QString data = dir.filePath(QStringLiteral("data"));
+        int run = 0;
+        bool inBlock = false;
+        for (const QString& line : section.split(u'\n')) {
+            if (line.startsWith(QLatin1String("```"))) {
+                inBlock = !inBlock;
+                continue;
+            }
+            if (!inBlock || !line.startsWith(QLatin1String("kestrova-cli "))) {
+                continue;
+            }
+            // Words, with "double quoted" ones kept whole, up to a # comment.
+            QStringList words;
+            static const QRegularExpression word(QStringLiteral("\"([^\"]*)\"|(#.*)|(\\S+)"));
+            for (auto it = word.globalMatch(line.mid(13)); it.hasNext();) {
+                const auto m = it.next();
+                if (m.hasCaptured(2)) {
+                    break;
+                }
+                words << (m.hasCaptured(1) ? m.captured(1) : m.captured(3));
+            }
+            if (QStringList{"update", "run", "page"}.contains(words.first())) {
+                continue;
+            }
+            const testing::CliRun r =
+                testing::runCli(dir, QStringList{QStringLiteral("--data-dir"), data} + words, 30000, "a-password\n");
+            QVERIFY2(r.code == 0, qPrintable(line + u'\n' + r.err));
+            ++run;
+        }
+        QVERIFY(run >= 10);
+        core::PortfolioTable table;
+        core::Options options;
+        QVERIFY(core::PortfolioFile::read(data + QStringLiteral("/DEFAULT.PGR"), table, options).ok());
+        QVERIFY(table.count >= 2);
+        QVERIFY(options.paging.enabled);
+        QVERIFY(options.schedule.enabled);
+        QCOMPARE(options.smtp.password, QStringLiteral("a-password"));
     }
 
     void demoPagesThroughTheSimulatedModem()
