@@ -110,14 +110,10 @@ int runCommand(const GlobalOptions& g, const QStringList& args)
     host.showTerminal = g.verbose;
     host.yesNoAnswer = saveOnExit ? support::MsgAnswer::Yes : support::MsgAnswer::No;
     app::Application application(clock, host, g.dataDir);
-    application.startup(g.portfolioFile);
-    // Start-up has said why ("File ... does not exist."). A daemon with no portfolio would
-    // look alive to its service manager while it can never do anything.
-    if (application.state().currentFile.isEmpty()) {
-        return kExitFailure;
-    }
-
     bool stopping = false;
+    // Watched before start-up: a signal that comes while start-up still reads its files
+    // (after the first status line) would otherwise kill the process unsaved. It is
+    // handled once the event loop runs.
     SignalWatcher signals([&](int) {
         // Ends any wait of an update in progress; the loop quits once the tick has returned.
         stopping = true;
@@ -125,6 +121,12 @@ int runCommand(const GlobalOptions& g, const QStringList& args)
         application.state().stop = true;
         QCoreApplication::quit();
     });
+    application.startup(g.portfolioFile);
+    // Start-up has said why ("File ... does not exist."). A daemon with no portfolio would
+    // look alive to its service manager while it can never do anything.
+    if (application.state().currentFile.isEmpty()) {
+        return kExitFailure;
+    }
     application.minuteCycle().start();
     QCoreApplication::exec();
     application.minuteCycle().stop();
