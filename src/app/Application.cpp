@@ -22,12 +22,15 @@
 #include "settings/IniMigration.h"
 #include "settings/SettingsStore.h"
 #include "support/Clock.h"
+#include "support/Cp1252.h"
 #include "support/Format.h"
 #include "support/Host.h"
 #include "support/VbError.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QTextStream>
 
 namespace kestrova::app {
 
@@ -35,6 +38,38 @@ namespace {
 constexpr qint16 kConnectionDialup = 0;
 constexpr qint16 kConnectionDirect = 1;
 constexpr qint16 kConnectionExternal = 2;
+
+constexpr int kDiagnosticErrors = 10;
+
+// The last lines of the activity log that report a failure: routine traps write
+// "Routine:: text", the transports "... Error ...".
+QStringList lastLogErrors(const QString& logPath, int count)
+{
+    QFile file(logPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    constexpr qint64 kTail = 64 * 1024;
+    file.seek(std::max<qint64>(0, file.size() - kTail));
+    const QStringList lines = support::decodeCp1252(file.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
+    QStringList errors;
+    for (auto it = lines.crbegin(); it != lines.crend() && errors.size() < count; ++it) {
+        if (it->contains(QStringLiteral("::")) || it->contains(QStringLiteral("error"), Qt::CaseInsensitive)) {
+            errors.prepend(*it);
+        }
+    }
+    return errors;
+}
+
+bool anyAlarm(const core::Quotes& set)
+{
+    for (const auto& q : set) {
+        if (q->highAlarm() || q->lowAlarm() || q->volumeAlarm() || q->highChgAlarm() || q->lowChgAlarm()) {
+            return true;
+        }
+    }
+    return false;
+}
 } // namespace
 
 Application::Application(support::Clock& clock, support::Host& host, QString dataDir, Transports transports)
@@ -61,7 +96,12 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     MinuteCycle::Hooks hooks;
     hooks.scheduleEnabled = [this] { return m_state.options.schedule.enabled; };
     hooks.portOpen = [this] { return portOpen(); };
-    hooks.setClockLabel = [this](const QString& s) { m_state.clockLabel = s; };
+    hooks.setClockLabel = [this](const QString& s) {
+        m_state.clockLabel = s;
+        if (m_observer.clockLabel) {
+            m_observer.clockLabel(s);
+        }
+    };
     hooks.options = [this]() -> const core::ScheduleOptions& { return m_state.options.schedule; };
     hooks.schedule.runUpdate = [this](bool marketMoment) { update(m_state.options.paging.enabled, marketMoment); };
     hooks.schedule.internetService = [this] { return !m_state.options.modem.quoteService; };
@@ -78,6 +118,8 @@ bool Application::portOpen() const
 
 void Application::startup(const QString& commandLineFile)
 {
+    // Failures during start-up go to the status list, where the user sees them at once.
+    m_starting = true;
     // The activity log comes first so that every later step can report.
     m_log.setLogFileName(QStringLiteral("activity.txt"));
     m_log.setPath(m_dataDir);
@@ -102,7 +144,8 @@ void Application::startup(const QString& commandLineFile)
     core::setBuiltInModemProfiles(m_state.options.modem);
 
     const QString startupFile = commandLineFile.isEmpty() ? m_state.prefs.defaultFile : commandLineFile;
-    if (startupFile.isEmpty()) {
+    if (startupFile.isEmpty() || (commandLineFile.isEmpty() && !QFileInfo::exists(startupFile))) {
+        // A first run has no DEFAULT.PGR yet: that is no error worth a box.
         m_state.menusEnabled = false;
     } else if (!openFile(startupFile)) {
         // A missing startup file leaves the program usable with the file menus only.
@@ -121,6 +164,7 @@ void Application::startup(const QString& commandLineFile)
     if (support::leadingNumber(m_state.options.proxy.port) == 0) {
         m_state.options.proxy.port = QStringLiteral("80");
     }
+    m_starting = false;
 }
 
 void Application::setUpSerial()
@@ -145,7 +189,10 @@ void Application::mnuNew()
 
 bool Application::openFile(const QString& path)
 {
-    const core::PortfolioFileResult r = core::PortfolioFile::read(path, m_state.portfolio, m_state.options);
+    // Read into copies: a damaged file must not leave half of itself in the setup in use.
+    auto portfolio = std::make_unique<core::PortfolioTable>(m_state.portfolio);
+    auto options = std::make_unique<core::Options>(m_state.options);
+    const core::PortfolioFileResult r = core::PortfolioFile::read(path, *portfolio, *options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
         m_log.LogMessage(r.message);
@@ -153,6 +200,10 @@ bool Application::openFile(const QString& path)
             return false;
         }
     }
+    // Assigned, not replaced: the modem line, the mail watch and the connection keep
+    // references into the options.
+    m_state.portfolio = *portfolio;
+    m_state.options = *options;
     m_state.currentFile = path;
     m_state.caption = QStringLiteral("Kestrova - ") + path;
     m_state.menusEnabled = true;
@@ -167,7 +218,8 @@ bool Application::openFile(const QString& path)
 bool Application::save()
 {
     if (m_state.currentFile.isEmpty()) {
-        const QString name = m_host.inputBox(QStringLiteral("Save File As"), QStringLiteral("*.PGR"));
+        const QString name =
+            m_host.saveFileName(QStringLiteral("Save File As"), kPortfolioFileFilter, QStringLiteral("pgr"));
         return !name.isEmpty() && saveAs(name);
     }
     const core::PortfolioFileResult r =
@@ -279,12 +331,20 @@ void Application::UpdateSettings()
 void Application::runStep(const char* name, const std::function<void()>& step)
 {
     // Each step traps its own failure so that the steps after it still run.
+    QString failure;
     try {
         step();
+        return;
     } catch (const support::VbError& e) {
-        m_log.LogMessage(QString::fromLatin1(name) + QStringLiteral(":: ") + e.description());
+        failure = e.description();
     } catch (const std::exception& e) {
-        m_log.LogMessage(QString::fromLatin1(name) + QStringLiteral(":: ") + QString::fromUtf8(e.what()));
+        failure = QString::fromUtf8(e.what());
+    }
+    const QString line = QString::fromLatin1(name) + QStringLiteral(":: ") + failure;
+    if (m_starting) {
+        m_services.StatusMessage(line);
+    } else {
+        m_log.LogMessage(line);
     }
 }
 
@@ -293,6 +353,92 @@ void Application::checkMail()
     m_mailSettings->checkMail = m_state.prefs.checkMail;
     m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
     m_mailWatch->checkMail(m_state.prefs.getMail);
+}
+
+int Application::newMessages(qint16 previousCount) const
+{
+    const core::MailBox& box = m_state.mailBox;
+    if (!box.mailWaiting) {
+        return 0;
+    }
+    // Downloaded headers say which messages are new; without them only a grown count does.
+    int fresh = 0;
+    for (int n = 1; n <= std::min<int>(box.messageCount, core::MailBox::kMaxRecords); ++n) {
+        fresh += box.records[static_cast<size_t>(n)].isNew ? 1 : 0;
+    }
+    return fresh > 0 ? fresh : std::max(0, box.messageCount - previousCount);
+}
+
+int Application::checkMailNow()
+{
+    if (m_updating) {
+        return 0;
+    }
+    m_updating = true;
+    m_cancel.clear();
+    m_host.setBusy(true);
+    int fresh = 0;
+    if (connectAndReport()) {
+        const qint16 before = m_state.mailBox.messageCount;
+        runStep("CheckMail", [&] {
+            m_mailSettings->checkMail = true;
+            m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
+            m_mailWatch->checkMail(m_state.prefs.getMail);
+        });
+        fresh = newMessages(before);
+    }
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    m_updating = false;
+    return fresh;
+}
+
+bool Application::connectAndReport()
+{
+    bool online = false;
+    runStep("Connect", [&] { online = m_connection->connect(); });
+    m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
+                                    : QStringLiteral("Internet: Connection was not established..."));
+    return online;
+}
+
+QString Application::lastFetchUrl() const
+{
+    return quotes::CurlFetcher::redactUrl(m_fetcher->lastUrl());
+}
+
+QString Application::lastFetchPage() const
+{
+    return m_fetcher->lastPage();
+}
+
+QString Application::diagnostics() const
+{
+    settings::SettingsStore store;
+    const auto& modem = m_state.options.modem;
+    const QString device = !m_state.prefs.modemDevice.isEmpty()
+                               ? m_state.prefs.modemDevice
+                               : QStringLiteral("/dev/ttyS") + QString::number(std::max(0, modem.port - 1));
+    QString text;
+    QTextStream out(&text);
+    out << "Kestrova " << KESTROVA_VERSION << '\n'
+        << "Qt " << qVersion() << ", " << quotes::CurlFetcher::libraryVersion() << "\n\n"
+        << "Data directory: " << QDir::toNativeSeparators(m_dataDir) << '\n'
+        << "Activity log: " << QDir::toNativeSeparators(m_log.fullPath()) << '\n'
+        << "Settings file: " << QDir::toNativeSeparators(store.fileName()) << '\n'
+        << "Portfolio file: "
+        << (m_state.currentFile.isEmpty() ? QStringLiteral("(none)") : QDir::toNativeSeparators(m_state.currentFile))
+        << '\n'
+        << "Serial device: COM" << modem.port << " -> " << device << " (" << modem.settings << ")\n\n"
+        << "Last errors in the activity log:\n";
+    const QStringList errors = lastLogErrors(m_log.fullPath(), kDiagnosticErrors);
+    if (errors.isEmpty()) {
+        out << "  (none)\n";
+    }
+    for (const QString& e : errors) {
+        out << "  " << e << '\n';
+    }
+    return text;
 }
 
 QString Application::composePageText(bool smtpRoute, bool includeAll)
@@ -338,19 +484,19 @@ void Application::waitForLine()
     }
 }
 
-void Application::deliverText(const QString& text, bool waitFirst)
+bool Application::deliverText(const QString& text, bool waitFirst)
 {
     const core::Options& o = m_state.options;
     if (o.smtp.enabled) {
         delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
-        pager.sendSmtpMessage(text);
-        return;
+        return pager.sendSmtpMessage(text);
     }
     if (waitFirst && o.gateFlag == 0) {
         waitForLine();
     }
     delivery::TapPager pager(*m_modem, o, &m_state.mailBox);
     pager.SendPage(text);
+    return pager.result() == 0;
 }
 
 void Application::update(bool pagingEnabled, bool marketMoment)
@@ -360,8 +506,15 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     }
     m_updating = true;
     m_cancel.clear();
+    m_outcome = {};
+    if (m_observer.updateStarted) {
+        m_observer.updateStarted();
+    }
     m_host.setBusy(true);
     const core::Options& o = m_state.options;
+    const qint16 mailBefore = m_state.mailBox.messageCount;
+    bool mailChecked = false;
+    bool pageSent = false;
 
     runStep("Update", [&] {
         const int day = m_clock.now().date().day();
@@ -390,6 +543,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         // Without a POP server there is no mailbox to look into, only an error to log.
         if (m_state.prefs.checkMail && !o.mail.server.trimmed().isEmpty() && !m_cancel.isSet()) {
             runStep("CheckMail", [&] { checkMail(); });
+            mailChecked = true;
             if (o.smtp.enabled && o.mail.pageHeaders && pagingEnabled && !m_cancel.isSet()) {
                 runStep("SendEmail", [&] {
                     delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
@@ -442,12 +596,12 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 }
                 const delivery::PageTable pages = delivery::splitPages(digits, o.paging.maxLength, false);
                 delivery::NumericPager pager(*m_modem, o);
-                pager.SendDigitalPage(pages);
+                pageSent = pager.SendDigitalPage(pages);
             });
         } else {
             runStep("Page", [&] {
                 if (!o.alarms.select) {
-                    deliverText(composePageText(o.smtp.enabled), false);
+                    pageSent = deliverText(composePageText(o.smtp.enabled), false);
                     return;
                 }
                 // Alarm-only selection: the page holds the selected members (every member at a
@@ -463,7 +617,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                     due = m_stockQuotes.LimitPage() || m_optionQuotes.LimitPage();
                 }
                 if (due || marketMoment) {
-                    deliverText(text, true);
+                    pageSent = deliverText(text, true);
                 }
             });
         }
@@ -477,7 +631,14 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     }
     m_host.setBusy(false);
     m_host.setStatusText(QString());
+    m_outcome.cancelled = m_cancel.isSet();
+    m_outcome.quotesRetrieved = m_state.quotesAvailable;
+    m_outcome.alarmPageSent = pageSent && (anyAlarm(m_stockQuotes) || anyAlarm(m_optionQuotes));
+    m_outcome.newMessages = mailChecked ? newMessages(mailBefore) : 0;
     m_updating = false;
+    if (m_observer.updateFinished) {
+        m_observer.updateFinished(m_outcome);
+    }
 }
 
 } // namespace kestrova::app

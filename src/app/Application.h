@@ -18,6 +18,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace kestrova::quotes {
@@ -42,6 +43,9 @@ class InternetConnection;
 }
 
 namespace kestrova::app {
+
+// The file chooser filter of every portfolio open and save.
+inline const QString kPortfolioFileFilter = QStringLiteral("Kestrova Files (*.pgr *.PGR);;All Files (*)");
 
 // The configuration labels of the main window, kept as data so both faces show them.
 struct ConfigLabels
@@ -70,6 +74,24 @@ struct AppState
     bool stop = false; // the main window's stop flag, read between securities
     int lastNewsDay = 0;
     ConfigLabels labels;
+};
+
+// What one update run brought, for a face that tells the user about it.
+struct UpdateOutcome
+{
+    bool cancelled = false;
+    bool quotesRetrieved = false;
+    bool alarmPageSent = false; // a page went out while an alarm limit was crossed
+    int newMessages = 0;        // mail the check found that the previous check had not seen
+};
+
+// What a face wants to hear of the engine: an update run starting and ending (to lock
+// what must not change under the run, then refresh its views) and the minute cycle's clock.
+struct AppObserver
+{
+    std::function<void()> updateStarted;
+    std::function<void(const UpdateOutcome&)> updateFinished;
+    std::function<void(const QString&)> clockLabel;
 };
 
 // Transport overrides for tests and the demo; empty members mean "the real one".
@@ -109,6 +131,22 @@ public:
 
     // One update: connection, mail, market summary, fastest server, quotes, pages, alarms.
     void update(bool pagingEnabled, bool marketMoment);
+    void setObserver(AppObserver observer) { m_observer = std::move(observer); }
+    const UpdateOutcome& lastOutcome() const { return m_outcome; }
+
+    // A mail check now (the menu's Check Mail), whatever the CheckMail preference says;
+    // returns the number of new messages. Does nothing while an update runs.
+    int checkMailNow();
+    // Brings the connection up and reports it on the status line, as the menu commands
+    // that would talk to the maker's servers do.
+    bool connectAndReport();
+
+    // The raw page of the last fetch (its URL with any password replaced by "***").
+    QString lastFetchUrl() const;
+    QString lastFetchPage() const;
+    // What a person reporting a problem is asked for: versions, places, the serial device
+    // and the last errors of the activity log.
+    QString diagnostics() const;
 
     // Applies the modem options (and the machine's device override) to the serial line.
     void setUpSerial();
@@ -138,7 +176,8 @@ public:
 private:
     void runStep(const char* name, const std::function<void()>& step);
     void checkMail();
-    void deliverText(const QString& text, bool waitForLine);
+    int newMessages(qint16 previousCount) const;
+    bool deliverText(const QString& text, bool waitForLine);
     void waitForLine();
 
     support::Clock& m_clock;
@@ -164,6 +203,9 @@ private:
     std::unique_ptr<mail::MailWatchSettings> m_mailSettings;
     std::unique_ptr<MinuteCycle> m_cycle;
     bool m_updating = false;
+    bool m_starting = false;
+    AppObserver m_observer;
+    UpdateOutcome m_outcome;
 };
 
 } // namespace kestrova::app

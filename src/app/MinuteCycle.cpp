@@ -9,11 +9,23 @@ namespace kestrova::app {
 MinuteCycle::MinuteCycle(const support::Clock& clock, support::Host& host, Hooks hooks, QObject* parent)
     : QObject(parent), m_clock(clock), m_host(host), m_hooks(std::move(hooks))
 {
-    m_timer.setSingleShot(true);
-    connect(&m_timer, &QTimer::timeout, this, [this] {
+    setTimer(new QTimer(this));
+}
+
+void MinuteCycle::setTimer(QTimer* timer)
+{
+    if (m_timer) {
+        m_timer->stop();
+        m_timer->disconnect(this);
+    }
+    m_timer = timer;
+    // Single-shot and re-armed after the tick returns: ticks that fall due while an update
+    // runs are not queued up.
+    m_timer->setSingleShot(true);
+    connect(m_timer, &QTimer::timeout, this, [this] {
         tick();
-        if (m_interval > 0) {
-            m_timer.start(m_interval);
+        if (m_interval > 0 && m_timer) {
+            m_timer->start(m_interval);
         }
     });
 }
@@ -21,13 +33,17 @@ MinuteCycle::MinuteCycle(const support::Clock& clock, support::Host& host, Hooks
 void MinuteCycle::start(int intervalMs)
 {
     m_interval = intervalMs;
-    m_timer.start(intervalMs);
+    if (m_timer) {
+        m_timer->start(intervalMs);
+    }
 }
 
 void MinuteCycle::stop()
 {
     m_interval = 0;
-    m_timer.stop();
+    if (m_timer) {
+        m_timer->stop();
+    }
 }
 
 void MinuteCycle::tick()

@@ -3,6 +3,7 @@
 #include "app/Schedule.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QTimer>
 
 #include <functional>
@@ -34,6 +35,9 @@ public:
 
     MinuteCycle(const support::Clock& clock, support::Host& host, Hooks hooks, QObject* parent = nullptr);
 
+    // Drives the cycle from a timer someone else owns (the main window's tmrMinute), so
+    // the timer lives and dies with that window. Call before start().
+    void setTimer(QTimer* timer);
     void start(int intervalMs = 60000);
     void stop();
     // One tick, as the timer runs it.
@@ -48,7 +52,7 @@ private:
     support::Host& m_host;
     Hooks m_hooks;
     ScheduleState m_state;
-    QTimer m_timer;
+    QPointer<QTimer> m_timer;
     bool m_inTick = false;
     int m_ignored = 0;
     int m_interval = 0;

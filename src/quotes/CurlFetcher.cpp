@@ -103,6 +103,11 @@ QString CurlFetcher::get(const QString& url)
     return getMany(QStringList{url}, 1).value(0);
 }
 
+QString CurlFetcher::libraryVersion()
+{
+    return QString::fromLatin1(curl_version());
+}
+
 QString CurlFetcher::markupToText(const QString& page) const
 {
     return markupToTabs(page);
@@ -221,6 +226,8 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
             const int index = t->index;
             finish(*t);
             --active;
+            m_lastUrl = urls[index];
+            m_lastPage = body;
             bodies[index] = body;
             if (onDone && !onDone(index, body)) {
                 abandoned = true;

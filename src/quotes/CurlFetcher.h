@@ -39,6 +39,13 @@ public:
                         const CompletionCallback& onDone = {}) override;
     QString markupToText(const QString& page) const override;
 
+    // The last transfer that ended (in completion order) and the page it brought, for
+    // the raw-page window; the URL as requested, so redact it before showing it.
+    QString lastUrl() const { return m_lastUrl; }
+    QString lastPage() const { return m_lastPage; }
+    // "libcurl/7.88.1 OpenSSL/3.0.11 ...", for the diagnostics window.
+    static QString libraryVersion();
+
     // The URL with the password of a "user:password@" part replaced by "***": the only
     // form in which a URL may reach a log line or a message.
     static QString redactUrl(const QString& url);
@@ -51,6 +58,8 @@ private:
     int m_parallelLimit = kMaxParallel;
     QString m_host;
     QString m_path;
+    QString m_lastUrl;
+    QString m_lastPage;
 };
 
 } // namespace kestrova::quotes

@@ -51,6 +51,8 @@ Preferences readPreferences(const SettingsStore& store, const QString& dataDir)
     p.wwwButtons = store.get(kSettingsSection, QStringLiteral("WWWButtons"), QStringLiteral("1")) == QLatin1String("1");
     p.checkUpdates =
         store.get(kSettingsSection, QStringLiteral("CheckUpdates"), QStringLiteral("True")) == QLatin1String("True");
+    p.notifications =
+        readOnUnlessZero(store.get(kSettingsSection, QStringLiteral("Notifications"), QStringLiteral("1")));
     p.statusLeft = readPosition(store, QStringLiteral("StatusLeft"));
     p.statusTop = readPosition(store, QStringLiteral("StatusTop"));
     p.modemDevice = store.get(kSettingsSection, QStringLiteral("ModemDevice"));
@@ -69,6 +71,7 @@ void savePreferences(SettingsStore& store, const Preferences& p)
     store.save(kSettingsSection, QStringLiteral("CheckUpdates"),
                p.checkUpdates ? QStringLiteral("True") : QStringLiteral("False"));
     store.save(kSettingsSection, QStringLiteral("ModemDevice"), p.modemDevice);
+    store.save(kSettingsSection, QStringLiteral("Notifications"), flagText(p.notifications));
 }
 
 void saveStatusPosition(SettingsStore& store, int left, int top)

@@ -14,14 +14,15 @@ inline const QString kSettingsSection = QStringLiteral("Settings");
 // has always applied to them.
 struct Preferences
 {
-    QString defaultFile;      // portfolio opened at start-up
-    bool showStatus = true;   // only "0" turns it off
-    bool checkMail = true;    // only "0" turns it off
-    bool getMail = true;      // only "0" turns it off
-    bool systemTray = true;   // only "0" turns it off
-    int mailSize = 20;        // kilobytes, integer part of the stored number
-    bool wwwButtons = true;   // only "1" shows them
-    bool checkUpdates = true; // only the exact text "True" turns it on
+    QString defaultFile;       // portfolio opened at start-up
+    bool showStatus = true;    // only "0" turns it off
+    bool checkMail = true;     // only "0" turns it off
+    bool getMail = true;       // only "0" turns it off
+    bool systemTray = true;    // only "0" turns it off
+    int mailSize = 20;         // kilobytes, integer part of the stored number
+    bool wwwButtons = true;    // only "1" shows them
+    bool checkUpdates = true;  // only the exact text "True" turns it on
+    bool notifications = true; // desktop notices for alarm pages and new mail; only "0" turns them off
     std::optional<int> statusLeft;
     std::optional<int> statusTop;
     QString modemDevice; // a device path that overrides the COM-number mapping

@@ -28,6 +28,13 @@ public:
                                  MsgIcon icon = MsgIcon::None) = 0;
     // An input box; an empty answer means the user gave none.
     virtual QString inputBox(const QString& prompt, const QString& defaultText = {}) = 0;
+    // Asks where to save a file (empty: the user gave no name). A face without a file
+    // chooser asks with an input box whose default is the file pattern ("*.PGR").
+    virtual QString saveFileName(const QString& title, const QString& filter, const QString& defaultSuffix)
+    {
+        Q_UNUSED(filter);
+        return inputBox(title, QStringLiteral("*.") + defaultSuffix.toUpper());
+    }
     virtual void setBusy(bool busy) = 0;
     virtual bool openUrl(const QString& url) = 0;
 
