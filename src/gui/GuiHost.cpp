@@ -1,12 +1,17 @@
 #include "gui/GuiHost.h"
 
+#include "gui/StatusWindow.h"
+#include "gui/TerminalWindow.h"
 #include "support/EventWait.h"
+#include "support/StatusLine.h"
 
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QUrl>
 
 namespace kestrova::gui {
@@ -84,26 +89,140 @@ MsgAnswer fromStandard(int button)
 
 } // namespace
 
-GuiHost::GuiHost(QObject* parent) : QObject(parent) {}
+GuiHost::GuiHost(QObject* parent) : QObject(parent)
+{
+    // Between two steps of one operation the status text is cleared for a moment; the
+    // window waits a little before it goes, so it does not flicker.
+    m_hideStatus.setSingleShot(true);
+    m_hideStatus.setInterval(400);
+    connect(&m_hideStatus, &QTimer::timeout, this, [this] {
+        if (m_statusWindow) {
+            m_statusWindow->hide();
+            m_statusWindow->resetProgress();
+        }
+    });
+}
+
+GuiHost::~GuiHost()
+{
+    // Windows without a parent window are ours; the others go with their parent.
+    if (m_statusWindow && !m_statusWindow->parent()) {
+        delete m_statusWindow.data();
+    }
+    if (m_terminalWindow && !m_terminalWindow->parent()) {
+        delete m_terminalWindow.data();
+    }
+}
+
+void GuiHost::setStatusList(QPlainTextEdit* list)
+{
+    m_statusListBox = list;
+    if (list) {
+        list->setPlainText(displayText(m_statusList));
+    }
+}
+
+void GuiHost::setCancelFlag(support::CancelFlag* flag)
+{
+    m_cancel = flag;
+    if (m_statusWindow) {
+        m_statusWindow->setCancelFlag(flag);
+    }
+}
+
+void GuiHost::setShowStatus(bool show)
+{
+    m_showStatus = show;
+    updateStatusWindow();
+}
+
+StatusWindow* GuiHost::statusWindow()
+{
+    if (!m_statusWindow) {
+        m_statusWindow = new StatusWindow(m_parent);
+        m_statusWindow->setCancelFlag(m_cancel);
+    }
+    return m_statusWindow;
+}
+
+TerminalWindow* GuiHost::terminalWindow()
+{
+    if (!m_terminalWindow) {
+        m_terminalWindow = new TerminalWindow(m_parent);
+    }
+    return m_terminalWindow;
+}
+
+void GuiHost::closeWindows()
+{
+    m_hideStatus.stop();
+    if (m_statusWindow) {
+        m_statusWindow->close();
+    }
+    if (m_terminalWindow) {
+        m_terminalWindow->close();
+    }
+}
 
 void GuiHost::appendStatusLine(const QString& line)
 {
+    const bool cut = m_statusList.size() >= support::kTextCap;
+    support::appendCapped(m_statusList, line);
+    if (m_statusListBox) {
+        QScrollBar* bar = m_statusListBox->verticalScrollBar();
+        const bool atEnd = bar->value() == bar->maximum();
+        if (cut) {
+            m_statusListBox->setPlainText(displayText(m_statusList));
+        } else {
+            QTextCursor c(m_statusListBox->document());
+            c.movePosition(QTextCursor::End);
+            c.insertText(displayText(line));
+        }
+        // The caret goes to the end, so the newest line is in view unless the user has
+        // scrolled back to read an older one.
+        if (atEnd) {
+            m_statusListBox->moveCursor(QTextCursor::End);
+            bar->setValue(bar->maximum());
+        }
+    }
     Q_EMIT statusLineAppended(line);
 }
 
 void GuiHost::setStatusText(const QString& text)
 {
+    m_statusText = text;
+    if (m_statusWindow || !text.isEmpty()) {
+        statusWindow()->setStatusText(text);
+    }
+    updateStatusWindow();
     Q_EMIT statusTextChanged(text);
 }
 
 void GuiHost::setProgress(const QString& percent, const QString& text)
 {
+    statusWindow()->setProgress(percent, text);
+    updateStatusWindow();
     Q_EMIT progressChanged(percent, text);
 }
 
 void GuiHost::terminalEcho(const QString& text)
 {
+    terminalWindow()->echo(text);
     Q_EMIT terminalEchoed(text);
+}
+
+void GuiHost::updateStatusWindow()
+{
+    const bool working = m_busyDepth > 0 || !m_statusText.isEmpty();
+    if (m_showStatus && working) {
+        m_hideStatus.stop();
+        StatusWindow* w = statusWindow();
+        if (!w->isVisible()) {
+            w->show();
+        }
+    } else if (m_statusWindow && m_statusWindow->isVisible() && !m_hideStatus.isActive()) {
+        m_hideStatus.start();
+    }
 }
 
 MsgAnswer GuiHost::messageBox(const QString& text, MsgButtons buttons, MsgIcon icon)
@@ -182,6 +301,7 @@ void GuiHost::setBusy(bool busy)
     } else if (m_busyDepth > 0 && --m_busyDepth == 0) {
         QApplication::restoreOverrideCursor();
     }
+    updateStatusWindow();
 }
 
 bool GuiHost::openUrl(const QString& url)

@@ -5,22 +5,35 @@
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
+#include <QTimer>
+#include <QWidget>
 
 #include <deque>
 
-#include <QWidget>
+class QPlainTextEdit;
+
+namespace kestrova::support {
+class CancelFlag;
+}
 
 namespace kestrova::gui {
 
-// The desktop face of support::Host. Status lines, status-window texts, progress and
-// terminal traffic are handed on as signals to whichever window shows them; message,
-// input and file boxes are real dialogs unless a test has scripted the answers, in which
-// case no modal box opens at all (GUI tests never sleep waiting for a box).
+class StatusWindow;
+class TerminalWindow;
+
+// The desktop face of support::Host. Status lines go to the main window's status list
+// (txtStatus) under the 16,384/4,096 cap; status texts and progress to the status window,
+// which is shown while long work runs (when ShowStatus is on) and whose Cancel button sets
+// the cancel flag; terminal traffic to the terminal window, created on first echo. All of
+// them are also handed on as signals. Message, input and file boxes are real dialogs
+// unless a test has scripted the answers, in which case no modal box opens at all (GUI
+// tests never sleep waiting for a box).
 class GuiHost : public QObject, public support::Host
 {
     Q_OBJECT
 public:
     explicit GuiHost(QObject* parent = nullptr);
+    ~GuiHost() override;
 
     void appendStatusLine(const QString& line) override;
     void setStatusText(const QString& text) override;
@@ -35,7 +48,21 @@ public:
 
     // File choosers of the File menu, through the same scripted hook as the boxes.
     QString openFileName(const QString& title, const QString& filter);
-    QString saveFileName(const QString& title, const QString& filter, const QString& defaultSuffix);
+    QString saveFileName(const QString& title, const QString& filter, const QString& defaultSuffix) override;
+
+    // The status list the lines go to; its text is kept in statusListText() with the CR LF
+    // line ends the engine writes.
+    void setStatusList(QPlainTextEdit* list);
+    const QString& statusListText() const { return m_statusList; }
+    // The flag the status window's Cancel button sets (the application's).
+    void setCancelFlag(support::CancelFlag* flag);
+    // ShowStatus: whether the status window comes up during long work.
+    void setShowStatus(bool show);
+    bool showStatus() const { return m_showStatus; }
+    StatusWindow* statusWindow();
+    TerminalWindow* terminalWindow();
+    // Closes the status and terminal windows (the exit path).
+    void closeWindows();
 
     // The window that boxes are centred on.
     void setDialogParent(QWidget* parent) { m_parent = parent; }
@@ -58,7 +85,17 @@ Q_SIGNALS:
     void terminalEchoed(const QString& text);
 
 private:
+    void updateStatusWindow();
+
     QPointer<QWidget> m_parent;
+    QPointer<QPlainTextEdit> m_statusListBox;
+    QPointer<StatusWindow> m_statusWindow;
+    QPointer<TerminalWindow> m_terminalWindow;
+    support::CancelFlag* m_cancel = nullptr;
+    QString m_statusList;
+    QString m_statusText;
+    QTimer m_hideStatus;
+    bool m_showStatus = true;
     int m_busyDepth = 0;
 };
 
