@@ -31,7 +31,7 @@ public:
     void sendPage();              // mnuSend
     void quoteViewer();           // mnuViewQuotes: restores the viewer if minimised
     void newsViewer();            // mnuViewNews
-    void mailViewer();            // mnuviewMail, mnuMailViewer
+    void mailViewer();            // mnuviewMail, mnuMailViewer; the main window says "Mailbox is empty" itself
 
     // The quote sets, the news or the mail box changed (an update run ended): open
     // viewers show the new state.
