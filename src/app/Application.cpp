@@ -144,8 +144,9 @@ void Application::startup(const QString& commandLineFile)
     core::setBuiltInModemProfiles(m_state.options.modem);
 
     const QString startupFile = commandLineFile.isEmpty() ? m_state.prefs.defaultFile : commandLineFile;
-    if (startupFile.isEmpty() || (commandLineFile.isEmpty() && !QFileInfo::exists(startupFile))) {
-        // A first run has no DEFAULT.PGR yet: that is no error worth a box.
+    if (startupFile.isEmpty() ||
+        (commandLineFile.isEmpty() && !reportMissingStartupFile && !QFileInfo::exists(startupFile))) {
+        // A first run of the desktop has no DEFAULT.PGR yet: that is no error worth a box.
         m_state.menusEnabled = false;
     } else if (!openFile(startupFile)) {
         // A missing startup file leaves the program usable with the file menus only.

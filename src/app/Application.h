@@ -113,6 +113,10 @@ public:
 
     // Start-up in its fixed order; commandLineFile, when given, wins over DefaultFile.
     void startup(const QString& commandLineFile = {});
+    // Whether a DefaultFile that does not exist is reported ("File ... does not exist.").
+    // The desktop leaves it quiet and only disables the menus that need a file; a headless
+    // run, which cannot go on without one, says why.
+    bool reportMissingStartupFile = true;
 
     // File menu.
     void mnuNew();

@@ -446,6 +446,7 @@ void MainWindow::startup(const QString& commandLineFile)
         // Three parts quotes to one part status list, whatever the splitter's size will be.
         m_splitter->setSizes({3000, 1000});
     }
+    m_app.reportMissingStartupFile = false;
     m_app.startup(commandLineFile);
     refreshDisplay();
     m_quoteModel->reload();
