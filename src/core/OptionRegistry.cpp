@@ -418,6 +418,10 @@ std::vector<OptionDef> buildAll()
         "prefs.system_tray", OptionType::Bool, "SystemTray", [](const Prefs& p) { return boolText(p.systemTray); },
         "Minimise to the notification area"));
     v.push_back(preference(
+        "prefs.notifications", OptionType::Bool, "Notifications",
+        [](const Prefs& p) { return boolText(p.notifications); },
+        "Desktop notifications when an alarm page goes out or new mail arrives"));
+    v.push_back(preference(
         "prefs.www_buttons", OptionType::Bool, "WWWButtons", [](const Prefs& p) { return boolText(p.wwwButtons); },
         "Show the web-site buttons on the main window"));
     {

@@ -303,6 +303,7 @@ private Q_SLOTS:
         QTest::newRow("no download") << "prefs.get_mail" << "no" << 0 << "GetMail" << "0" << "false";
         QTest::newRow("status window on") << "prefs.show_status" << "on" << 0 << "ShowStatus" << "1" << "true";
         QTest::newRow("no tray") << "prefs.system_tray" << "0" << 0 << "SystemTray" << "0" << "false";
+        QTest::newRow("no notifications") << "prefs.notifications" << "off" << 0 << "Notifications" << "0" << "false";
         QTest::newRow("update check off") << "prefs.check_updates" << "false" << 0 << "CheckUpdates" << "False" << "false";
         QTest::newRow("update check on") << "prefs.check_updates" << "yes" << 0 << "CheckUpdates" << "True" << "true";
         QTest::newRow("mail size") << "prefs.mail_size" << "64" << 0 << "MailSize" << "64" << "64";
