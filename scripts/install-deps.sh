@@ -8,10 +8,11 @@ pkgs=(build-essential cmake ninja-build pkg-config qt6-base-dev qt6-serialport-d
       qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6sql6-sqlite qt6-qpa-plugins cmark)
 if [ "${1:-}" = "--test" ]; then
     # Real peers for the tests: POP3, SMTP, NetworkManager on a private bus, pty pairs.
-    # Desktop checks: Xvfb for screenshots, the .desktop and AppStream validators. Fuzzing:
+    # Desktop checks: Xvfb for screenshots, the .desktop, AppStream and MIME (xmllint)
+    # validators, dpkg-dev for cpack -G DEB. Fuzzing:
     # clang with its libFuzzer runtime. HTTP/2 peer: hypercorn / nghttpd.
     pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth
-           desktop-file-utils appstream clang libclang-rt-14-dev python3-hypercorn nghttp2-server ccache)
+           desktop-file-utils appstream libxml2-utils dpkg-dev clang libclang-rt-14-dev python3-hypercorn nghttp2-server ccache)
 fi
 missing=()
 for p in "${pkgs[@]}"; do

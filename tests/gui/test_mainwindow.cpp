@@ -9,6 +9,7 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QMenu>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
@@ -38,6 +39,8 @@ private Q_SLOTS:
     void trayOnMinimise_data();
     void trayOnMinimise();
     void blinkUntilActivated();
+    void openInBrowser_data();
+    void openInBrowser();
     void updateFillsQuoteTable();
     void closeDuringUpdate();
 };
@@ -332,6 +335,38 @@ void TestMainWindow::blinkUntilActivated()
     rig.window->activateWindow();
     QTRY_VERIFY(!blink->isActive());
     QVERIFY(pager->isHidden());
+}
+
+void TestMainWindow::openInBrowser_data()
+{
+    QTest::addColumn<QString>("control");
+    QTest::addColumn<QString>("url"); // a pattern
+
+    QTest::newRow("help key: the user guide") << "help"
+                                              << "^file:///.*/user-guide\\.html$";
+    QTest::newRow("known problems: its section") << "mnuKnownProblems"
+                                                 << "^file:///.*/user-guide\\.html#known-problems$";
+    QTest::newRow("web-site button") << "cmdYahoo"
+                                     << "^https://finance\\.yahoo\\.com/$";
+}
+
+void TestMainWindow::openInBrowser()
+{
+    QFETCH(QString, control);
+    QFETCH(QString, url);
+    DesktopRig rig;
+    rig.window->startup();
+    if (auto* a = rig.window->findChild<QAction*>(control)) {
+        a->trigger();
+    } else {
+        rig.window->findChild<QPushButton*>(control)->click();
+    }
+    QCOMPARE(rig.host.openedUrls.size(), 1);
+    QVERIFY2(QRegularExpression(url).match(rig.host.openedUrls.first()).hasMatch(),
+             qPrintable(rig.host.openedUrls.first()));
+    if (url.startsWith(QLatin1String("^file"))) {
+        QVERIFY(QFileInfo::exists(QUrl(rig.host.openedUrls.first()).toLocalFile()));
+    }
 }
 
 void TestMainWindow::updateFillsQuoteTable()
