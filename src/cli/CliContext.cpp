@@ -15,7 +15,9 @@ CliContext::CliContext(const GlobalOptions& g) : global(g), log(clock, host), se
     host.showTerminal = g.verbose;
     log.setPath(g.dataDir);
     log.setLogFileName(QStringLiteral("activity.txt"));
-    log.setLogEnable(true);
+    // A one-shot command may run beside the daemon or the desktop program: renaming the
+    // log here would take theirs away, so it only appends.
+    log.setLogEnable(true, support::CLogFile::Start::Append);
 
     settings::SettingsStore store;
     settings::migrateLegacyIni(g.dataDir, store);

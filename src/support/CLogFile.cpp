@@ -43,14 +43,14 @@ QString CLogFile::oldFullPath() const
     return m_path + u'/' + m_oldFileName;
 }
 
-void CLogFile::setLogEnable(bool enable)
+void CLogFile::setLogEnable(bool enable, Start start)
 {
     if (m_path.isEmpty() || m_logFileName.isEmpty()) {
         m_host.messageBox(QStringLiteral("Invalid path or filename in LogFile Class"));
         return;
     }
     m_logEnable = enable;
-    if (!m_previousEnable && enable) {
+    if (!m_previousEnable && enable && start == Start::NewLog) {
         StartNewLog();
     }
     m_previousEnable = enable;

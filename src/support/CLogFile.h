@@ -9,10 +9,13 @@ class Host;
 
 // The activity log. One line per message (message, one space, general date, CR LF),
 // appended and closed again at once, so the file is never held open. Switching logging
-// on starts a fresh log and keeps the previous one under the ".old" name.
+// on starts a fresh log and keeps the previous one under the ".old" name, unless the
+// process only joins the current log (a one-shot command beside a running program).
 class CLogFile
 {
 public:
+    enum class Start { NewLog, Append };
+
     CLogFile(const Clock& clock, Host& host);
 
     // Stores the folder and creates it (one level) when it does not exist.
@@ -22,7 +25,7 @@ public:
     void setLogFileName(const QString& name);
     QString logFileName() const { return m_logFileName; }
     QString oldFileName() const { return m_oldFileName; }
-    void setLogEnable(bool enable);
+    void setLogEnable(bool enable, Start start = Start::NewLog);
     bool logEnable() const { return m_logEnable; }
 
     QString fullPath() const;
