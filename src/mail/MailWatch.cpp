@@ -9,6 +9,8 @@
 #include "support/Services.h"
 #include "support/VbError.h"
 
+#include <limits>
+
 namespace kestrova::mail {
 
 namespace {
@@ -54,8 +56,10 @@ qint64 MailWatch::sizeOf(const QString& reply)
         return 0;
     }
     // The number that leads the text in between counts; what follows it does not, so a bare
-    // "+OK 77" line still gives 77 when the word turns up only in a later header.
-    return static_cast<qint64>(support::leadingNumber(QStringView(reply).mid(ok + 3, octets - ok - 3)));
+    // "+OK 77" line still gives 77 when the word turns up only in a later header. A size no
+    // message can have (negative, or past what a qint64 holds) counts as not stated.
+    const double stated = support::leadingNumber(QStringView(reply).mid(ok + 3, octets - ok - 3));
+    return support::wholeNumberIn(stated, 0, std::numeric_limits<qint64>::max()).value_or(0);
 }
 
 QString MailWatch::addEmailMarker(const QString& pageText, const core::MailBox& box, const core::MailOptions& options)

@@ -1,5 +1,7 @@
 #include "mail/PopClient.h"
 
+#include "mail/PopReplies.h"
+
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
 #include "support/Host.h"
@@ -12,20 +14,6 @@ namespace kestrova::mail {
 namespace {
 
 constexpr int kFailed = 1;
-
-bool replyComplete(const QByteArray& buffer, bool multiLine)
-{
-    const qsizetype eol = buffer.indexOf("\r\n");
-    if (eol < 0) {
-        return false;
-    }
-    if (!multiLine || !buffer.startsWith("+OK")) {
-        return true;
-    }
-    // The terminating dot line; the status line alone may already be the whole reply
-    // of an empty listing.
-    return buffer.endsWith("\r\n.\r\n") && buffer.size() >= eol + 5;
-}
 
 } // namespace
 
@@ -125,7 +113,7 @@ int PopClient::command(const QByteArray& line, bool multiLine, QByteArray* reply
         m_buffer.clear();
         m_socket->write(line + "\r\n");
     }
-    const bool complete = waitFor([this, multiLine] { return replyComplete(m_buffer, multiLine); });
+    const bool complete = waitFor([this, multiLine] { return popReplyComplete(m_buffer, multiLine); });
     *reply = m_buffer;
     m_lastReply = m_buffer;
     m_buffer.clear();
@@ -152,11 +140,7 @@ int PopClient::stat(int* count, qint64* octets)
     QByteArray reply;
     const int rc = command("STAT", false, &reply);
     if (rc == 0) {
-        const QList<QByteArray> parts = reply.trimmed().split(' ');
-        *count = parts.size() > 1 ? parts[1].toInt() : 0;
-        if (octets) {
-            *octets = parts.size() > 2 ? parts[2].toLongLong() : 0;
-        }
+        popStatReply(reply, count, octets);
     }
     return rc;
 }
@@ -166,8 +150,7 @@ int PopClient::list(int message, qint64* octets)
     QByteArray reply;
     const int rc = command("LIST " + QByteArray::number(message), false, &reply);
     if (rc == 0) {
-        const QList<QByteArray> parts = reply.trimmed().split(' ');
-        *octets = parts.size() > 2 ? parts[2].toLongLong() : 0;
+        *octets = popListSize(reply);
     }
     return rc;
 }
@@ -180,16 +163,7 @@ int PopClient::retrieve(int message, QByteArray* text)
     if (rc != 0) {
         return rc;
     }
-    // Drop the status line and the terminating dot line, undo the dot-stuffing.
-    const qsizetype start = reply.indexOf("\r\n") + 2;
-    const QByteArray body = reply.mid(start, reply.size() - start - 3);
-    QList<QByteArray> lines = body.split('\n');
-    for (QByteArray& l : lines) {
-        if (l.startsWith("..")) {
-            l.remove(0, 1);
-        }
-    }
-    *text = lines.join('\n');
+    *text = popMessageText(reply);
     return 0;
 }
 

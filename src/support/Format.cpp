@@ -424,4 +424,18 @@ qint64 roundHalfEven(double value)
     return static_cast<qint64>(std::nearbyint(value));
 }
 
+std::optional<qint64> wholeNumberIn(double value, qint64 low, qint64 high)
+{
+    // Compared as doubles before converting: 2^63 itself is out of range, and NaN fails both.
+    const double t = std::trunc(value);
+    if (!(t >= static_cast<double>(low) && t <= static_cast<double>(high)) || t >= 9223372036854775808.0) {
+        return std::nullopt;
+    }
+    const auto whole = static_cast<qint64>(t);
+    if (whole < low || whole > high) {
+        return std::nullopt;
+    }
+    return whole;
+}
+
 } // namespace kestrova::support

@@ -48,4 +48,9 @@ QString doubleToText(double value);
 // Rounds half to the even neighbour (the rule of integer conversions and currency).
 qint64 roundHalfEven(double value);
 
+// A value read from outside (a server's reply, a file) as a whole number, truncated toward
+// zero; nothing when it is not a number or lies outside [low, high]. Converting such a value
+// unchecked is undefined behaviour, and a hostile peer chooses the value.
+std::optional<qint64> wholeNumberIn(double value, qint64 low, qint64 high);
+
 } // namespace kestrova::support

@@ -8,6 +8,7 @@
 #include "core/Options.h"
 #include "mail/MailWatch.h"
 #include "mail/PopClient.h"
+#include "mail/PopReplies.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
@@ -129,12 +130,42 @@ private Q_SLOTS:
         QTest::newRow("words between") << QStringLiteral("+OK message follows, 12 octets\r\n") << qint64(0);
         QTest::newRow("text after the number") << QStringLiteral("+OK 512 (octets)\r\n") << qint64(512);
         QTest::newRow("octets later in the headers") << QStringLiteral("+OK 77\r\nSubject: 5 octets\r\n") << qint64(77);
+        QTest::newRow("past qint64") << QStringLiteral("+OK 99999999999999999999 octets\r\n") << qint64(0);
+        QTest::newRow("400 digits") << QStringLiteral("+OK %1 octets\r\n").arg(QString(400, u'9')) << qint64(0);
+        QTest::newRow("negative") << QStringLiteral("+OK -5 octets\r\n") << qint64(0);
+        QTest::newRow("2^53") << QStringLiteral("+OK 9007199254740992 octets\r\n") << qint64(9007199254740992);
     }
     void sizes()
     {
         QFETCH(QString, reply);
         QFETCH(qint64, size);
         QCOMPARE(mail::MailWatch::sizeOf(reply), size);
+    }
+
+    // STAT and LIST numbers as a hostile server may send them.
+    void statAndList_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<qint64>("octets");
+        QTest::newRow("plain") << QByteArray("+OK 3 4096\r\n") << 3 << qint64(4096);
+        QTest::newRow("count past int") << QByteArray("+OK 99999999999 12\r\n") << 0 << qint64(12);
+        QTest::newRow("size past qint64") << QByteArray("+OK 2 99999999999999999999\r\n") << 2 << qint64(0);
+        QTest::newRow("negatives") << QByteArray("+OK -2 -4096\r\n") << 0 << qint64(0);
+        QTest::newRow("not numbers") << QByteArray("+OK many lots\r\n") << 0 << qint64(0);
+        QTest::newRow("status alone") << QByteArray("+OK\r\n") << 0 << qint64(0);
+    }
+    void statAndList()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(int, count);
+        QFETCH(qint64, octets);
+        int gotCount = -1;
+        qint64 gotOctets = -1;
+        mail::popStatReply(reply, &gotCount, &gotOctets);
+        QCOMPARE(gotCount, count);
+        QCOMPARE(gotOctets, octets);
+        QCOMPARE(mail::popListSize(reply), octets);
     }
 
     void markers_data()

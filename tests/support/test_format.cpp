@@ -2,6 +2,9 @@
 
 #include <QTest>
 
+#include <cmath>
+#include <limits>
+
 using namespace kestrova::support;
 
 class TestFormat : public QObject
@@ -103,6 +106,38 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QFETCH(double, expected);
         QCOMPARE(kestrova::support::leadingNumber(text), expected);
+    }
+
+    // Numbers from a server or a file at the edges of the range they must fit.
+    void wholeNumberIn_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<qint64>("low");
+        QTest::addColumn<qint64>("high");
+        QTest::addColumn<bool>("fits");
+        QTest::addColumn<qint64>("expected");
+        const qint64 max = std::numeric_limits<qint64>::max();
+        const qint64 min = std::numeric_limits<qint64>::min();
+        QTest::newRow("in range, truncated") << 12.9 << qint64(0) << max << true << qint64(12);
+        QTest::newRow("negative truncates toward zero") << -7.9 << qint64(-10) << qint64(10) << true << qint64(-7);
+        QTest::newRow("twenty digits") << 99999999999999999999.0 << qint64(0) << max << false << qint64(0);
+        QTest::newRow("2^63 itself") << 9223372036854775808.0 << min << max << false << qint64(0);
+        QTest::newRow("-2^63 fits") << -9223372036854775808.0 << min << max << true << min;
+        QTest::newRow("below low") << -1.0 << qint64(0) << max << false << qint64(0);
+        QTest::newRow("above a small high") << 32768.0 << qint64(-32768) << qint64(32767) << false << qint64(0);
+        QTest::newRow("NaN") << std::nan("") << min << max << false << qint64(0);
+        QTest::newRow("infinity") << std::numeric_limits<double>::infinity() << min << max << false << qint64(0);
+    }
+    void wholeNumberIn()
+    {
+        QFETCH(double, value);
+        QFETCH(qint64, low);
+        QFETCH(qint64, high);
+        QFETCH(bool, fits);
+        QFETCH(qint64, expected);
+        const std::optional<qint64> got = kestrova::support::wholeNumberIn(value, low, high);
+        QCOMPARE(got.has_value(), fits);
+        QCOMPARE(got.value_or(0), expected);
     }
 
     void numberText()
