@@ -1,0 +1,91 @@
+#pragma once
+
+#include "history/HistoryTypes.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+
+class QSqlError;
+
+namespace kestrova::support {
+class Clock;
+}
+
+namespace kestrova::history {
+
+// The history database: one SQLite file in the data directory, reached through Qt SQL's
+// SQLite driver on a connection of this object's own. WAL journal, so the chart and a
+// second process can read while an update writes; every write is one transaction.
+//
+// A file that is not a database, or whose pages are damaged, is never deleted: it is
+// renamed aside (history.sqlite.damaged-YYYYMMDD-HHMMSS, with its -wal and -shm files)
+// and a fresh database takes its place.
+class HistoryStore
+{
+public:
+    static constexpr int kSchemaVersion = 2;
+    static QString defaultFileName() { return QStringLiteral("history.sqlite"); }
+
+    HistoryStore(QString path, const support::Clock& clock);
+    ~HistoryStore();
+    HistoryStore(const HistoryStore&) = delete;
+    HistoryStore& operator=(const HistoryStore&) = delete;
+
+    // Opens (creating or upgrading the schema). False when the history cannot be kept
+    // here; lastError() says why.
+    bool open();
+    void close();
+    bool isOpen() const { return m_open; }
+    const QString& path() const { return m_path; }
+    // The Qt SQL connection name, for code that needs the raw connection (PRAGMAs).
+    const QString& connectionName() const { return m_connection; }
+
+    // Why the last operation failed (empty after a success).
+    const QString& lastError() const { return m_error; }
+    // Set when the last failure came from a damaged file rather than a full disk or a lock.
+    bool lastErrorIsDamage() const { return m_damaged; }
+    // Where a damaged file was moved by the last open() or startOver(); empty if none was.
+    const QString& setAsidePath() const { return m_setAside; }
+
+    // Renames the current file aside and starts a fresh one (after a write found it damaged).
+    bool startOver();
+
+    // Writes the cycles in one transaction; on any failure everything is rolled back.
+    bool append(const QList<CycleRecord>& cycles);
+    bool append(const CycleRecord& cycle) { return append(QList<CycleRecord>{cycle}); }
+
+    // Daily rows of an import, replacing earlier imported rows of the same symbol and day.
+    bool importRows(const QList<QuoteRow>& rows);
+
+    // Removes every quote and alarm older than cutoff; returns the rows removed, -1 on failure.
+    qint64 removeOlderThan(const QDateTime& cutoff);
+
+    // A small key/value table for the store's own bookkeeping (the last retention day).
+    QString meta(const QString& key) const;
+    bool setMeta(const QString& key, const QString& value);
+
+    // One symbol's quotes with from <= fetchedAt <= until, oldest first; an invalid bound is open.
+    QList<QuoteRow> quotes(const QString& symbol, const QDateTime& from = {}, const QDateTime& until = {}) const;
+    // Alarms with from <= firedAt <= until, oldest first; all symbols when symbol is empty.
+    QList<AlarmRow> alarms(const QDateTime& from = {}, const QDateTime& until = {}, const QString& symbol = {}) const;
+
+    int schemaVersion() const;
+
+private:
+    enum class OpenState { Ok, Damaged, Failed };
+    OpenState tryOpen();
+    bool migrate(int from);
+    bool setAside();
+    bool fail(const QString& what, const QSqlError& error);
+
+    QString m_path;
+    const support::Clock& m_clock;
+    QString m_connection;
+    bool m_open = false;
+    bool m_damaged = false;
+    QString m_error;
+    QString m_setAside;
+};
+
+} // namespace kestrova::history
