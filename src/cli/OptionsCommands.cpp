@@ -96,8 +96,9 @@ int getCommand(const GlobalOptions& g, const QStringList& args)
 const QString kSetUsage =
     QStringLiteral("Usage: kestrova-cli [global options] options set NAME VALUE\n"
                    "Checks the value against the option's type and range and saves it (the portfolio file,\n"
-                   "or the settings store for modem.device). A VALUE of - reads the value from the first\n"
-                   "line of standard input, which is the way to give a password.\n");
+                   "or the settings store for modem.device, prefs.* and history.*). A VALUE of - reads the\n"
+                   "value from the first line of standard input, which is the way to give a password or a\n"
+                   "push URL that carries a log-on.\n");
 
 int setCommand(const GlobalOptions& g, const QStringList& args)
 {

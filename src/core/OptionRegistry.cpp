@@ -4,8 +4,10 @@
 
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/Text.h"
 
 #include <QRegularExpression>
+#include <QUrl>
 
 #include <limits>
 
@@ -123,6 +125,22 @@ QString checkProfile(const Options& o, const QString& v)
     return v.toInt() <= o.modem.lastIndex
                ? QString()
                : QStringLiteral("must name a profile in use (0 to %1)").arg(o.modem.lastIndex);
+}
+
+// The push route speaks HTTP only; anything else (file:, ftp:, a bare host) is refused
+// here, and again by the route itself for a hand-edited file.
+QString checkPushUrl(const Options&, const QString& v)
+{
+    if (v.isEmpty()) {
+        return {};
+    }
+    const QUrl url(v);
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || (scheme != QLatin1String("http") && scheme != QLatin1String("https")) ||
+        url.host().isEmpty()) {
+        return QStringLiteral("expects an http:// or https:// URL");
+    }
+    return {};
 }
 
 QString checkPagerUser(const Options&, const QString& v)
@@ -390,6 +408,32 @@ std::vector<OptionDef> buildAll()
                               "schedule.stop_time", [](Options& o) -> QString& { return o.schedule.stopTime; },
                               "Stop time of interval updates"),
                           checkTime));
+    // Push notifications beside the pager
+    v.push_back(boolOption(
+        "push.enabled", [](Options& o) -> bool& { return o.push.enabled; },
+        "Push: mirror every page the program sends to a push server"));
+    v.push_back(intOption(
+        "push.style", [](Options& o) -> qint16& { return o.push.style; }, 0, 1,
+        "Push style: an ntfy-style topic URL or a JSON webhook"));
+    {
+        OptionDef d = withCheck(
+            textOption(
+                "push.url", [](Options& o) -> QString& { return o.push.url; },
+                "Push URL: the topic or webhook pages are posted to; a log-on in it is sent as basic authentication"),
+            checkPushUrl);
+        // Kept in its encoded form: ASCII, so it can be stored scrambled like a password.
+        d.set = [](Options& o, const QString& v) {
+            o.push.url = v.isEmpty() ? QString() : QString::fromLatin1(QUrl(v).toEncoded());
+        };
+        d.shown = [](const QString& v) { return support::redactUrl(v); };
+        v.push_back(d);
+    }
+    v.push_back(textOption(
+        "push.token", [](Options& o) -> QString& { return o.push.token; },
+        "Push token: sent as a bearer token; empty for none", OptionType::Password));
+    v.push_back(intOption(
+        "push.timeout", [](Options& o) -> qint16& { return o.push.timeout; }, 1, 60,
+        "Push time-out: seconds one attempt may take (three attempts at most)"));
     v.push_back(intOption(
         "gate_flag", [](Options& o) -> qint16& { return o.gateFlag; }, 0, 1,
         "Gate flag: skip the fastest-server test and the wait for the modem"));
@@ -434,6 +478,20 @@ std::vector<OptionDef> buildAll()
         };
         v.push_back(d);
     }
+    // The quote history belongs to this machine's data folder, so its switches live here too.
+    v.push_back(preference(
+        "history.enabled", OptionType::Bool, "HistoryEnabled",
+        [](const Prefs& p) { return boolText(p.historyEnabled); },
+        "History: keep every cycle's quotes and the alarms that fired in history.sqlite"));
+    {
+        OptionDef d = preference(
+            "history.keep_days", OptionType::Int, "HistoryKeepDays",
+            [](const Prefs& p) { return QString::number(p.historyKeepDays); },
+            "History kept: days of quotes and alarms kept; older rows go once a day");
+        d.min = 1;
+        d.max = 36500;
+        v.push_back(d);
+    }
 
     // The values that the type and range alone do not explain.
     static const std::pair<const char*, const char*> allowedTexts[] = {
@@ -462,6 +520,8 @@ std::vector<OptionDef> buildAll()
         {"schedule.start_time", "a time such as 03:42:00 pm, not after the stop time"},
         {"schedule.stop_time", "a time such as 03:42:00 pm, not before the start time"},
         {"gate_flag", "0 off, 1 on"},
+        {"push.style", "0 ntfy-style topic (text body, Title/Priority/Tags headers), 1 JSON webhook"},
+        {"push.url", "an http:// or https:// URL, e.g. https://ntfy.example.net/my-stocks"},
         {"prefs.default_file", "a portfolio file (.pgr)"},
     };
     for (OptionDef& d : v) {
@@ -519,7 +579,7 @@ QString OptionRegistry::display(const OptionDef& def, const Options& options, co
     if (def.type == OptionType::Password) {
         return value.isEmpty() ? QString() : QStringLiteral("***");
     }
-    return value;
+    return def.shown ? def.shown(value) : value;
 }
 
 QString OptionRegistry::allowedValues(const OptionDef& def)

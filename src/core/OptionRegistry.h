@@ -35,6 +35,8 @@ struct OptionDef
     // (flags as "1"/"0", CheckUpdates as "True"/"False").
     std::function<QString(const settings::Preferences&)> getPref;
     std::function<QString(const QString&)> storeText;
+    // How a value that may carry a secret in part is shown (a URL's password as ***).
+    std::function<QString(const QString&)> shown;
 
     bool inStore() const { return !storeKey.isEmpty(); }
 };
@@ -48,8 +50,8 @@ public:
     static const OptionDef* find(const QString& name);
     static QString typeName(OptionType type);
 
-    // The value as text; passwords that are set show as "***". Store options show their
-    // preference.
+    // The value as text; passwords that are set show as "***", and so does the password part
+    // of a URL. Store options show their preference.
     static QString display(const OptionDef& def, const Options& options, const settings::Preferences& prefs = {});
     // The values the option takes, in words: "true or false", "1 to 32767",
     // "0 None, 1 XON/XOFF, 2 RTS/CTS, 3 BOTH", "a time such as 03:42:00 pm".

@@ -131,6 +131,16 @@ struct AlarmOptions
     qint16 selectMode = 0; // 0 all, 1 alarmed, 2 new alarm
 };
 
+// The push route: every page the program sends is mirrored to a push server by HTTP POST.
+struct PushOptions
+{
+    bool enabled = false;
+    qint16 style = 0;   // 0 ntfy-style topic URL, 1 JSON webhook
+    QString url;        // scrambled in the file: it may carry a log-on
+    QString token;      // bearer token; scrambled in the file, never logged
+    qint16 timeout = 5; // seconds one attempt may take
+};
+
 struct ScheduleOptions
 {
     bool enabled = false;                                   // chkScheduleEnable / mnuEnableSchedule
@@ -169,6 +179,7 @@ struct Options
     NewsOptions news;
     AlarmOptions alarms;
     ScheduleOptions schedule;
+    PushOptions push;
     qint16 gateFlag = 0; // when set: no fastest-server test, no "Waiting to Dial Pager"
     SpareItems spare;
 };

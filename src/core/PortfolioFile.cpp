@@ -374,6 +374,10 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
         io.text(logon.user), io.scrambled(logon.password);
         io.endLine();
     }
+    // 32
+    PushOptions& ps = o.push;
+    io.boolean(ps.enabled), io.int16(ps.style), io.scrambled(ps.url), io.scrambled(ps.token), io.int16(ps.timeout);
+    io.endLine();
 }
 
 int errorFromFileDevice(const QFileDevice& f, const QString& path)

@@ -1,6 +1,5 @@
 #include "history/HistoryRecorder.h"
 
-#include "core/OptionRegistry.h"
 #include "core/Quote.h"
 #include "core/Quotes.h"
 #include "settings/Preferences.h"
@@ -44,16 +43,8 @@ void addAlarms(QList<AlarmRow>& out, const core::Quote& q, const QDateTime& at, 
 
 HistorySettings readHistorySettings(const settings::SettingsStore& store)
 {
-    HistorySettings s;
-    bool ok = false;
-    const bool enabled = core::OptionRegistry::parseBool(
-        store.get(settings::kSettingsSection, kHistoryEnabledKey, QStringLiteral("true")), &ok);
-    s.enabled = !ok || enabled;
-    const int days = store.get(settings::kSettingsSection, kHistoryKeepDaysKey).trimmed().toInt(&ok);
-    if (ok && days > 0) {
-        s.keepDays = days;
-    }
-    return s;
+    const settings::Preferences prefs = settings::readPreferences(store, QString());
+    return HistorySettings{prefs.historyEnabled, prefs.historyKeepDays};
 }
 
 std::optional<double> fieldValue(const QString& text)

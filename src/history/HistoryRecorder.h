@@ -23,17 +23,13 @@ struct Services;
 
 namespace kestrova::history {
 
-// The history belongs to the data directory of this machine, so its settings live in
-// the settings store, not in the portfolio file.
-inline const QString kHistoryEnabledKey = QStringLiteral("HistoryEnabled");
-inline const QString kHistoryKeepDaysKey = QStringLiteral("HistoryKeepDays");
-
 struct HistorySettings
 {
     bool enabled = true;
     int keepDays = 730; // two years
 };
 
+// The history's switches are preferences of this machine (history.enabled, history.keep_days).
 HistorySettings readHistorySettings(const settings::SettingsStore& store);
 
 // A quote field's number: empty for an empty text, "n/a" or a text that holds no number.

@@ -3,6 +3,7 @@
 #include "quotes/MarkupText.h"
 #include "support/Cp1252.h"
 #include "support/Host.h"
+#include "support/Text.h"
 
 #include <curl/curl.h>
 
@@ -72,15 +73,7 @@ CurlFetcher::~CurlFetcher() = default;
 
 QString CurlFetcher::redactUrl(const QString& url)
 {
-    const qsizetype start = authorityStart(url);
-    const qsizetype end = authorityEnd(url, start);
-    const qsizetype at = url.lastIndexOf(u'@', end - 1);
-    if (at < start)
-        return url;
-    const qsizetype colon = url.indexOf(u':', start);
-    if (colon < 0 || colon > at)
-        return url;
-    return url.left(colon + 1) + QStringLiteral("***") + url.mid(at);
+    return support::redactUrl(url);
 }
 
 void CurlFetcher::setUrl(const QString& url)

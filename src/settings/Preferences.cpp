@@ -56,6 +56,13 @@ Preferences readPreferences(const SettingsStore& store, const QString& dataDir)
     p.statusLeft = readPosition(store, QStringLiteral("StatusLeft"));
     p.statusTop = readPosition(store, QStringLiteral("StatusTop"));
     p.modemDevice = store.get(kSettingsSection, QStringLiteral("ModemDevice"));
+    p.historyEnabled =
+        readOnUnlessZero(store.get(kSettingsSection, QStringLiteral("HistoryEnabled"), QStringLiteral("1")));
+    bool ok = false;
+    const int keep = store.get(kSettingsSection, QStringLiteral("HistoryKeepDays")).trimmed().toInt(&ok);
+    if (ok && keep > 0) {
+        p.historyKeepDays = keep;
+    }
     return p;
 }
 
@@ -72,6 +79,8 @@ void savePreferences(SettingsStore& store, const Preferences& p)
                p.checkUpdates ? QStringLiteral("True") : QStringLiteral("False"));
     store.save(kSettingsSection, QStringLiteral("ModemDevice"), p.modemDevice);
     store.save(kSettingsSection, QStringLiteral("Notifications"), flagText(p.notifications));
+    store.save(kSettingsSection, QStringLiteral("HistoryEnabled"), flagText(p.historyEnabled));
+    store.save(kSettingsSection, QStringLiteral("HistoryKeepDays"), QString::number(p.historyKeepDays));
 }
 
 void saveStatusPosition(SettingsStore& store, int left, int top)

@@ -25,7 +25,9 @@ struct Preferences
     bool notifications = true; // desktop notices for alarm pages and new mail; only "0" turns them off
     std::optional<int> statusLeft;
     std::optional<int> statusTop;
-    QString modemDevice; // a device path that overrides the COM-number mapping
+    QString modemDevice;        // a device path that overrides the COM-number mapping
+    bool historyEnabled = true; // only "0" turns it off
+    int historyKeepDays = 730;  // days of quote history kept; a value below 1 keeps the default
 };
 
 // Reads every preference; absent keys take their defaults (DefaultFile: dataDir + "/DEFAULT.PGR").

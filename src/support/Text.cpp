@@ -97,4 +97,23 @@ QString ConvertFraction(const QString& text, int digits)
     return formatNumber(static_cast<double>(value), pattern);
 }
 
+QString redactUrl(const QString& url)
+{
+    const qsizetype scheme = url.indexOf(QLatin1String("://"));
+    const qsizetype start = scheme < 0 ? 0 : scheme + 3;
+    qsizetype end = start;
+    while (end < url.size() && url[end] != u'/' && url[end] != u'?' && url[end] != u'#') {
+        ++end;
+    }
+    const qsizetype at = url.lastIndexOf(u'@', end - 1);
+    if (at < start) {
+        return url;
+    }
+    const qsizetype colon = url.indexOf(u':', start);
+    if (colon < 0 || colon > at) {
+        return url;
+    }
+    return url.left(colon + 1) + QStringLiteral("***") + url.mid(at);
+}
+
 } // namespace kestrova::support

@@ -23,8 +23,8 @@ using kestrova::testing::writeFile;
 
 namespace {
 
-// Lines a file holds besides the per-record passes: 40 with the three built-in profiles.
-constexpr int kFixedLines = 40;
+// Lines a file holds besides the per-record passes: 41 with the three built-in profiles.
+constexpr int kFixedLines = 41;
 constexpr int kLinesPerRecord = 5;
 
 void fillTable(PortfolioTable& t, int count)
@@ -136,6 +136,11 @@ Options distinctOptions()
     o.schedule.startTime = QStringLiteral("8:00 am");
     o.schedule.stopTime = QStringLiteral("5:00 pm");
     o.schedule.intervalMinutes = 20;
+    o.push.enabled = true;
+    o.push.style = 1;
+    o.push.url = QStringLiteral("https://alice:pw@push.example/hook");
+    o.push.token = QStringLiteral("tk-123");
+    o.push.timeout = 9;
     o.gateFlag = 1;
     o.spare.texts = {"s0", "s1", "s2", "s3", "s4", "s5", "s6", "s7"};
     o.spare.numbers = {11, 12, 13, 14};
@@ -277,8 +282,8 @@ private Q_SLOTS:
         QCOMPARE(lines[5], QByteArray("\"                         \",2\r"));
         QCOMPARE(lines[6], QByteArray("\"T0\",100.25,0\r"));
         QCOMPARE(lines[7], QByteArray("\"T1\",101.25,0\r"));
-        QCOMPARE(lines[lines.size() - 16], QByteArray("0,0,#TRUE#\r"));
-        QCOMPARE(lines[lines.size() - 15], QByteArray("1,1,#FALSE#\r"));
+        QCOMPARE(lines[lines.size() - 17], QByteArray("0,0,#TRUE#\r"));
+        QCOMPARE(lines[lines.size() - 16], QByteArray("1,1,#FALSE#\r"));
     }
 
     // A limit comes back from the file exactly as it was set, written without an exponent.
