@@ -6,9 +6,12 @@
 #include "delivery/ModemLine.h"
 #include "delivery/NumericPager.h"
 #include "delivery/PageTable.h"
+#include "delivery/PushNotifier.h"
 #include "delivery/SerialLine.h"
 #include "delivery/SmtpPager.h"
 #include "delivery/TapPager.h"
+#include "history/HistoryRecorder.h"
+#include "history/HistoryStore.h"
 #include "mail/MailWatch.h"
 #include "mail/PopClient.h"
 #include "net/DialBackend.h"
@@ -70,6 +73,27 @@ bool anyAlarm(const core::Quotes& set)
     }
     return false;
 }
+
+// The mail-header pages a paging route sends for the last mail check, in its order.
+QStringList mailHeaderTexts(const core::Options& o, const core::MailBox& box)
+{
+    QStringList texts;
+    if (!box.mailWaiting || box.messageCount < 1) {
+        return texts;
+    }
+    const int count = std::min<int>(box.messageCount, core::MailBox::kMaxRecords);
+    for (int rec = 1; rec <= count; ++rec) {
+        if (!box.records.at(static_cast<std::size_t>(rec)).isNew) {
+            continue;
+        }
+        const QString text = delivery::TapPager::mailPageText(o, box, rec);
+        if (text.isEmpty()) {
+            break;
+        }
+        texts << text;
+    }
+    return texts;
+}
 } // namespace
 
 Application::Application(support::Clock& clock, support::Host& host, QString dataDir, Transports transports)
@@ -80,6 +104,9 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
       m_fetcher(std::make_unique<quotes::CurlFetcher>(host, m_state.options.proxy)),
       m_serial(transports.serial ? std::move(transports.serial) : delivery::createSerialLine()),
       m_smtpSender(std::make_unique<delivery::CurlSmtpSender>(host)),
+      m_push(std::make_unique<delivery::PushNotifier>(m_services, m_state.options.push)),
+      m_history(std::make_unique<history::HistoryRecorder>(
+          m_services, QDir(m_dataDir).filePath(history::HistoryStore::defaultFileName()))),
       m_connection(transports.connection
                        ? std::move(transports.connection)
                        : std::make_unique<net::DialupConnection>(m_services, m_state.options.connection)),
@@ -485,19 +512,58 @@ void Application::waitForLine()
     }
 }
 
-bool Application::deliverText(const QString& text, bool waitFirst)
+QString Application::historyPath() const
 {
+    return QDir(m_dataDir).filePath(history::HistoryStore::defaultFileName());
+}
+
+bool Application::mirrorPage(const QString& text, delivery::PushKind kind)
+{
+    return m_push->notify(text, kind);
+}
+
+void Application::mirrorMailHeaders()
+{
+    for (const QString& text : mailHeaderTexts(m_state.options, m_state.mailBox)) {
+        mirrorPage(text, delivery::PushKind::Mail);
+    }
+}
+
+QString Application::sourceOf(const core::Quote& quote) const
+{
+    // The cycle's own choice: an option always asks its own service, a stock its own when
+    // it names one, else the default service.
+    int index = quote.serverID();
+    if (quote.securityType() != 1 && index == 0) {
+        index = m_state.options.quotes.server;
+    }
+    return m_builtIn.at(std::clamp<int>(index, 0, quotes::BuiltInServers::kCount - 1)).name;
+}
+
+bool Application::deliverText(const QString& text, bool waitFirst, delivery::PushKind kind)
+{
+    // The page goes first and the push after it: a slow or dead push server can hold up
+    // only what follows the page, never the page itself.
     const core::Options& o = m_state.options;
+    bool sent = false;
     if (o.smtp.enabled) {
         delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
-        return pager.sendSmtpMessage(text);
+        sent = pager.sendSmtpMessage(text);
+        mirrorPage(text, kind);
+        return sent;
     }
     if (waitFirst && o.gateFlag == 0) {
         waitForLine();
     }
     delivery::TapPager pager(*m_modem, o, &m_state.mailBox);
     pager.SendPage(text);
-    return pager.result() == 0;
+    sent = pager.result() == 0;
+    mirrorPage(text, kind);
+    if (o.paging.forwardMail) {
+        // The same call carried the new mail's headers.
+        mirrorMailHeaders();
+    }
+    return sent;
 }
 
 void Application::update(bool pagingEnabled, bool marketMoment)
@@ -526,6 +592,8 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     });
 
     bool online = false;
+    bool cycleCompleted = false;
+    QDateTime fetchedAt;
     runStep("Update", [&] { online = m_connection->connect(); });
     m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
                                     : QStringLiteral("Internet: Connection was not established..."));
@@ -549,6 +617,9 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 runStep("SendEmail", [&] {
                     delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
                     pager.sendEmailMessages(m_state.mailBox);
+                    if (o.paging.forwardMail) {
+                        mirrorMailHeaders();
+                    }
                 });
             }
         }
@@ -568,6 +639,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         }
         if (!m_cancel.isSet()) {
             runStep("GetQuotes", [&] {
+                fetchedAt = m_clock.now();
                 quotes::CycleContext cycle{m_services, *m_fetcher, m_builtIn, m_servers, o, m_state.portfolio, {}};
                 cycle.stop = &m_state.stop;
                 cycle.retrieveNews = [this, &o] {
@@ -578,6 +650,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 };
                 const quotes::CycleResult r = quotes::GetQuotes(cycle, m_stockQuotes, m_optionQuotes);
                 m_state.quotesAvailable = r.quotesAvailable;
+                cycleCompleted = r.completed;
                 if (o.news.retrieve) {
                     news::markFreshNews(m_stockQuotes, *m_news);
                 }
@@ -598,11 +671,19 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 const delivery::PageTable pages = delivery::splitPages(digits, o.paging.maxLength, false);
                 delivery::NumericPager pager(*m_modem, o);
                 pageSent = pager.SendDigitalPage(pages);
+                mirrorPage(digits, anyAlarm(m_stockQuotes) || anyAlarm(m_optionQuotes) ? delivery::PushKind::Alarm
+                                                                                       : delivery::PushKind::Quotes);
             });
         } else {
             runStep("Page", [&] {
+                auto kindOfPage = [this] {
+                    // Composing the text is what tells whether it carries an alarm mark.
+                    return m_stockQuotes.LimitPage() || m_optionQuotes.LimitPage() ? delivery::PushKind::Alarm
+                                                                                   : delivery::PushKind::Quotes;
+                };
                 if (!o.alarms.select) {
-                    pageSent = deliverText(composePageText(o.smtp.enabled), false);
+                    const QString text = composePageText(o.smtp.enabled);
+                    pageSent = deliverText(text, false, kindOfPage());
                     return;
                 }
                 // Alarm-only selection: the page holds the selected members (every member at a
@@ -618,10 +699,19 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                     due = m_stockQuotes.LimitPage() || m_optionQuotes.LimitPage();
                 }
                 if (due || marketMoment) {
-                    pageSent = deliverText(text, true);
+                    pageSent = deliverText(text, true, kindOfPage());
                 }
             });
         }
+    }
+
+    if (cycleCompleted) {
+        runStep("History", [&] {
+            m_history->record(history::makeCycleRecord(
+                                  m_stockQuotes, m_optionQuotes, fetchedAt,
+                                  [this](const core::Quote& q) { return sourceOf(q); }, pageSent),
+                              history::readHistorySettings(settings::SettingsStore()));
+        });
     }
 
     if (o.connection.hangUpAfterUpdate && o.connection.type == kConnectionDialup) {

@@ -31,8 +31,13 @@ class NewsStories;
 namespace kestrova::delivery {
 class CurlSmtpSender;
 class ModemLine;
+class PushNotifier;
 class SerialLine;
+enum class PushKind;
 } // namespace kestrova::delivery
+namespace kestrova::history {
+class HistoryRecorder;
+}
 namespace kestrova::mail {
 class MailWatch;
 class PopClient;
@@ -168,6 +173,10 @@ public:
     delivery::SerialLine& serial() { return *m_serial; }
     delivery::ModemLine& modem() { return *m_modem; }
     delivery::CurlSmtpSender& smtpSender() { return *m_smtpSender; }
+    delivery::PushNotifier& push() { return *m_push; }
+    history::HistoryRecorder& history() { return *m_history; }
+    // The history database of the data directory (the chart reads it).
+    QString historyPath() const;
     mail::PopClient& popClient() { return *m_pop; }
     MinuteCycle& minuteCycle() { return *m_cycle; }
     bool portOpen() const;
@@ -177,11 +186,19 @@ public:
     // includeAll puts every member meant for the pager in, whatever the selection says.
     QString composePageText(bool smtpRoute, bool includeAll = false);
 
+    // Mirrors a page that was just sent (or tried) to the push route, when one is set up.
+    // The manual page calls this after its own send.
+    bool mirrorPage(const QString& text, delivery::PushKind kind);
+
 private:
     void runStep(const char* name, const std::function<void()>& step);
     void checkMail();
     int newMessages(qint16 previousCount) const;
-    bool deliverText(const QString& text, bool waitForLine);
+    // Sends a composed page by the configured route, then mirrors it; true when it went out.
+    bool deliverText(const QString& text, bool waitForLine, delivery::PushKind kind);
+    void mirrorMailHeaders();
+    // The name of the quote service that priced a quote, as the history keeps it.
+    QString sourceOf(const core::Quote& quote) const;
     void waitForLine();
 
     support::Clock& m_clock;
@@ -201,6 +218,8 @@ private:
     std::unique_ptr<delivery::SerialLine> m_serial;
     std::unique_ptr<delivery::ModemLine> m_modem;
     std::unique_ptr<delivery::CurlSmtpSender> m_smtpSender;
+    std::unique_ptr<delivery::PushNotifier> m_push;
+    std::unique_ptr<history::HistoryRecorder> m_history;
     std::unique_ptr<net::InternetConnection> m_connection;
     std::unique_ptr<mail::PopClient> m_pop;
     std::unique_ptr<mail::MailWatch> m_mailWatch;

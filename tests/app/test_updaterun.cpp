@@ -2,6 +2,8 @@
 #include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
 #include "core/Quote.h"
+#include "delivery/PushNotifier.h"
+#include "history/HistoryStore.h"
 #include "news/NewsStories.h"
 #include "news/ServerFiles.h"
 #include "quotes/BuiltInServers.h"
@@ -10,6 +12,7 @@
 #include "support/Clock.h"
 
 #include "../peers/PeerProcess.h"
+#include "../peers/PushPeer.h"
 #include "TestHost.h"
 #include "TestUtil.h"
 
@@ -309,6 +312,127 @@ private Q_SLOTS:
         QVERIFY2(mail.contains("\r\n\r\n+IBM "), mail.constData());
         QVERIFY(rig.modem.commands.isEmpty()); // nothing went by modem
         QVERIFY(rig.activity().contains("SMTP Message #1 sent successfully"));
+    }
+
+    void historyKeepsEveryCycle()
+    {
+        Rig rig;
+        core::PortfolioRecord msft = entry(QStringLiteral("MSFT"));
+        msft.toPager = 0;
+        msft.volumeLimit = 1; // any volume fires
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"), 1.0f), msft, entry(QStringLiteral("ERR500"))},
+                          [](core::Options&) {}));
+        struct Seen
+        {
+            QDateTime before;
+            QDateTime after;
+            QHash<QString, QPair<QString, QString>> lastAndVolume;
+        };
+        QList<Seen> cycles;
+        for (int i = 0; i < 3; ++i) {
+            Seen seen;
+            seen.before = rig.clock.now();
+            rig.app->update(true, false);
+            seen.after = rig.clock.now();
+            for (const auto& q : rig.app->stockQuotes()) {
+                seen.lastAndVolume.insert(q->ticker(), {q->last(), q->volume()});
+            }
+            QCOMPARE(seen.lastAndVolume.size(), 2);
+            cycles << seen;
+            rig.clock.advanceSecs(15 * 60);
+        }
+        QCOMPARE(rig.modem.pages.size(), 3);
+
+        history::HistoryStore store(rig.app->historyPath(), rig.clock);
+        QVERIFY2(store.open(), qPrintable(store.lastError()));
+        QVERIFY(store.quotes(QStringLiteral("ERR500")).isEmpty());
+        for (const QString& symbol : {QStringLiteral("IBM"), QStringLiteral("MSFT")}) {
+            const QList<history::QuoteRow> rows = store.quotes(symbol);
+            QCOMPARE(rows.size(), 3);
+            for (int i = 0; i < 3; ++i) {
+                const history::QuoteRow& r = rows[i];
+                QVERIFY(r.fetchedAt >= cycles[i].before && r.fetchedAt <= cycles[i].after);
+                QCOMPARE(QString::number(r.last.value_or(-1), 'f', 2), cycles[i].lastAndVolume[symbol].first);
+                QCOMPARE(QString::number(r.volume.value_or(-1)), cycles[i].lastAndVolume[symbol].second);
+                QVERIFY(r.change && r.percentChange && r.high && r.low && r.bid && r.ask);
+                QCOMPARE(r.source, QStringLiteral("Demo Market"));
+                QVERIFY(!r.imported);
+            }
+        }
+        // IBM crossed its high limit and was paged; MSFT's volume alarm had no pager to go to.
+        const QList<history::AlarmRow> alarms = store.alarms();
+        QCOMPARE(alarms.size(), 6);
+        for (int k = 0; k < alarms.size(); ++k) {
+            const history::AlarmRow& a = alarms[k];
+            const Seen& cycle = cycles[k / 2]; // a cycle's alarms in list order: IBM, MSFT
+            const bool ibm = a.symbol == QLatin1String("IBM");
+            QCOMPARE(a.symbol, ibm ? QStringLiteral("IBM") : QStringLiteral("MSFT"));
+            QCOMPARE(a.kind, ibm ? history::AlarmKind::High : history::AlarmKind::Volume);
+            QCOMPARE(a.limit, 1.0);
+            QCOMPARE(a.paged, ibm);
+            QCOMPARE(a.firedAt, store.quotes(a.symbol)[k / 2].fetchedAt);
+            QCOMPARE(ibm ? QString::number(a.value, 'f', 2) : QString::number(qint64(a.value)),
+                     ibm ? cycle.lastAndVolume[a.symbol].first : cycle.lastAndVolume[a.symbol].second);
+        }
+    }
+
+    void pushMirrorsThePageAfterIt_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<QString>("outcome");
+        QTest::newRow("push server takes it") << "accept" << 2 << "Push: Message Sent";
+        // Both pushes (the page's and the mail header's) are tried three times.
+        QTest::newRow("push server hangs") << "hang" << 6 << "Push: Unable to send to ";
+    }
+    void pushMirrorsThePageAfterIt()
+    {
+        QFETCH(QString, mode);
+        QFETCH(int, requests);
+        QFETCH(QString, outcome);
+        testing::PushPeer peer;
+        QVERIFY2(peer.start(mode), peer.process.log().constData());
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"), 1.0f)}, [&](core::Options& o) {
+            o.push = {true, 0, peer.url(), QString(), 1};
+            o.paging.forwardMail = true;
+            o.mail.pageHeaders = true;
+        }));
+        // A mail check found one new message; its header goes out in the same call.
+        core::MailBox& box = rig.app->state().mailBox;
+        box.mailWaiting = true;
+        box.messageCount = 1;
+        box.records[1] = core::MailRecord{QStringLiteral("23 Nov 2026"),
+                                          QStringLiteral("<1@x>"),
+                                          {},
+                                          QStringLiteral("broker@example.test"),
+                                          QStringLiteral("Margin call"),
+                                          {},
+                                          true,
+                                          100};
+        rig.app->update(true, false);
+
+        QCOMPARE(rig.modem.pages.size(), 2);
+        const QList<QJsonObject> got = peer.requests();
+        QCOMPARE(got.size(), requests);
+        QCOMPARE(got.first().value(QStringLiteral("body")).toString(), rig.modem.pages.first().text);
+        QCOMPARE(testing::header(got.first(), QStringLiteral("Title")),
+                 delivery::PushNotifier::title(delivery::PushKind::Alarm));
+        if (mode == QLatin1String("accept")) {
+            QCOMPARE(got.last().value(QStringLiteral("body")).toString(),
+                     QStringLiteral("23 Nov 2026|From:broker@example.test|Subject:Margin call"));
+            QCOMPARE(testing::header(got.last(), QStringLiteral("Title")),
+                     delivery::PushNotifier::title(delivery::PushKind::Mail));
+        }
+        // The page went first; the push, whatever became of it, came after, and the run
+        // finished with its history written.
+        const QByteArray log = rig.activity();
+        const qsizetype paged = log.indexOf("Pager: Message Sent");
+        const qsizetype pushed = log.indexOf(outcome.toUtf8());
+        QVERIFY2(paged >= 0 && pushed > paged, log.constData());
+        history::HistoryStore store(rig.app->historyPath(), rig.clock);
+        QVERIFY(store.open());
+        QCOMPARE(store.quotes(QStringLiteral("IBM")).size(), 1);
     }
 
     void startupAndExit()
