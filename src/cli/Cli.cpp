@@ -31,6 +31,7 @@ int run(const QStringList& arguments)
     registerSimCommands(reg);
     registerAppCommands(reg);
     registerMailCommands(reg);
+    registerHistoryCommands(reg);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

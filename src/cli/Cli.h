@@ -47,6 +47,7 @@ void registerPageCommands(Registry& r);
 void registerSimCommands(Registry& r);
 void registerAppCommands(Registry& r);
 void registerMailCommands(Registry& r);
+void registerHistoryCommands(Registry& r);
 
 // Parses global options, finds the command and runs it.
 int run(const QStringList& arguments);

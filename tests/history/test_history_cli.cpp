@@ -1,0 +1,237 @@
+// kestrova-cli history and alarms, run as a separate process on a data folder of their own.
+#include "CliRun.h"
+#include "TestUtil.h"
+
+#include "history/HistoryStore.h"
+#include "support/Clock.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestrova;
+using history::AlarmKind;
+using history::QuoteRow;
+
+namespace {
+
+// Local times, as a user gives them on the command line.
+const QDateTime kMon(QDate(2026, 11, 23), QTime(9, 45, 0));
+const QDateTime kTue(QDate(2026, 11, 24), QTime(15, 30, 0));
+
+QuoteRow row(const QDateTime& at, double last, std::optional<qint64> volume)
+{
+    QuoteRow r;
+    r.symbol = QStringLiteral("IBM");
+    r.fetchedAt = at;
+    r.quotedAt = at.addSecs(-120);
+    r.last = last;
+    r.change = -0.75;
+    r.percentChange = -0.5;
+    r.volume = volume;
+    r.bid = last - 0.1;
+    r.high = last + 1;
+    r.low = last - 1;
+    r.source = QStringLiteral("Demo, Market");
+    return r;
+}
+
+} // namespace
+
+class TestHistoryCli : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_data;
+
+    testing::CliRun cli(const QStringList& args, const QByteArray& input = {})
+    {
+        return testing::runCli(m_dir, QStringList{QStringLiteral("--data-dir"), m_data} + args, 60000, input);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_data = m_dir.filePath(QStringLiteral("data"));
+        QVERIFY(QDir().mkpath(m_data));
+        support::SystemClock clock;
+        history::HistoryStore store(QDir(m_data).filePath(history::HistoryStore::defaultFileName()), clock);
+        QVERIFY2(store.open(), qPrintable(store.lastError()));
+        history::CycleRecord c;
+        c.quotes << row(kMon, 150.25, 1200000) << row(kTue, 151.5, std::nullopt);
+        c.alarms << history::AlarmRow{QStringLiteral("IBM"), AlarmKind::High, 151, 151.5, kTue, true}
+                 << history::AlarmRow{QStringLiteral("MSFT"), AlarmKind::LowChange, -2, -2.5, kMon, false};
+        QVERIFY(store.append(c));
+    }
+
+    void jsonFieldByField()
+    {
+        const testing::CliRun r = cli({QStringLiteral("history"), QStringLiteral("ibm"), QStringLiteral("--json")});
+        QCOMPARE(r.code, 0);
+        const QJsonArray rows = QJsonDocument::fromJson(r.out.toUtf8()).array();
+        QCOMPARE(rows.size(), 2);
+        const QJsonObject first = rows[0].toObject();
+        QCOMPARE(first.value(QStringLiteral("symbol")).toString(), QStringLiteral("IBM"));
+        QCOMPARE(first.value(QStringLiteral("fetched")).toString(), kMon.toUTC().toString(Qt::ISODateWithMs));
+        QCOMPARE(first.value(QStringLiteral("quoted")).toString(),
+                 kMon.addSecs(-120).toUTC().toString(Qt::ISODateWithMs));
+        QCOMPARE(first.value(QStringLiteral("last")).toDouble(), 150.25);
+        QCOMPARE(first.value(QStringLiteral("change")).toDouble(), -0.75);
+        QCOMPARE(first.value(QStringLiteral("percentChange")).toDouble(), -0.5);
+        QCOMPARE(first.value(QStringLiteral("volume")).toDouble(), 1200000.0);
+        QCOMPARE(first.value(QStringLiteral("bid")).toDouble(), 150.15);
+        QVERIFY(first.value(QStringLiteral("ask")).isNull());
+        QCOMPARE(first.value(QStringLiteral("high")).toDouble(), 151.25);
+        QCOMPARE(first.value(QStringLiteral("low")).toDouble(), 149.25);
+        QVERIFY(first.value(QStringLiteral("open")).isNull());
+        QCOMPARE(first.value(QStringLiteral("source")).toString(), QStringLiteral("Demo, Market"));
+        QCOMPARE(first.value(QStringLiteral("imported")).toBool(), false);
+        QCOMPARE(first.keys().size(), 14);
+        QVERIFY(rows[1].toObject().value(QStringLiteral("volume")).isNull());
+    }
+
+    void ranges_data()
+    {
+        QTest::addColumn<QString>("symbol");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QStringList>("out"); // the output's lines, or one line it must hold
+        QTest::addColumn<QString>("err");
+        const QString head = QStringLiteral("Fetched                   Last    Change    %Chg       Volume       High"
+                                            "        Low Source");
+        const QString mon = QStringLiteral("2026-11-23 09:45:00     150.25     -0.75    -0.5      1200000     151.25"
+                                           "     149.25 Demo, Market");
+        const QString tue = QStringLiteral("2026-11-24 15:30:00      151.5     -0.75    -0.5                   152.5"
+                                           "      150.5 Demo, Market");
+        QTest::newRow("whole history") << "IBM" << QStringList{} << 0 << QStringList{head, mon, tue} << "";
+        QTest::newRow("since a day") << "ibm" << QStringList{"--since", "2026-11-24"} << 0 << QStringList{head, tue}
+                                     << "";
+        QTest::newRow("until a day, inclusive")
+            << "IBM" << QStringList{"--until", "2026-11-23"} << 0 << QStringList{head, mon} << "";
+        QTest::newRow("minute bounds") << "IBM"
+                                       << QStringList{"--since", "2026-11-23T09:46", "--until=2026-11-24T15:30"} << 0
+                                       << QStringList{head, tue} << "";
+        QTest::newRow("nothing in range") << "IBM" << QStringList{"--until", "2026-11-22"} << 0
+                                          << QStringList{"No quotes of IBM in the history."} << "";
+        QTest::newRow("unknown symbol") << "NOPE" << QStringList{} << 0
+                                        << QStringList{"No quotes of NOPE in the history."} << "";
+        QTest::newRow("backwards") << "IBM" << QStringList{"--since", "2026-11-24", "--until", "2026-11-23"} << 2
+                                   << QStringList{} << "the date range is backwards";
+        QTest::newRow("not a date") << "IBM" << QStringList{"--since", "yesterday"} << 2 << QStringList{}
+                                    << "\"yesterday\" is not a date";
+        QTest::newRow("csv quotes the source")
+            << "IBM" << QStringList{"--csv", "--until", "2026-11-23"} << 0
+            << QStringList{"Symbol,Fetched,Quoted,Last,Change,PercentChange,Volume,Bid,Ask,High,Low,Open,Source",
+                           "IBM,2026-11-23 09:45:00,2026-11-23 09:43:00,150.25,-0.75,-0.5,1200000,150.15,,151.25,"
+                           "149.25,,\"Demo, Market\""}
+            << "";
+        QTest::newRow("csv and json") << "IBM" << QStringList{"--csv", "--json"} << 2 << QStringList{}
+                                      << "cannot be used together";
+        QTest::newRow("no symbol") << "" << QStringList{} << 2 << QStringList{} << "a SYMBOL is needed";
+    }
+    void ranges()
+    {
+        QFETCH(QString, symbol);
+        QFETCH(QStringList, args);
+        QFETCH(int, code);
+        QFETCH(QStringList, out);
+        QFETCH(QString, err);
+        QStringList all{QStringLiteral("history")};
+        if (!symbol.isEmpty()) {
+            all << symbol;
+        }
+        const testing::CliRun r = cli(all + args);
+        QCOMPARE(r.code, code);
+        if (!out.isEmpty()) {
+            QCOMPARE(r.out.trimmed().split(u'\n'), out);
+        }
+        QVERIFY2(r.err.contains(err), qPrintable(r.err));
+    }
+
+    void alarmsSince()
+    {
+        testing::CliRun r = cli({QStringLiteral("alarms"), QStringLiteral("--since"), QStringLiteral("2026-11-24"),
+                                 QStringLiteral("--json")});
+        QCOMPARE(r.code, 0);
+        const QJsonArray rows = QJsonDocument::fromJson(r.out.toUtf8()).array();
+        QCOMPARE(rows.size(), 1);
+        const QJsonObject a = rows[0].toObject();
+        QCOMPARE(a.value(QStringLiteral("symbol")).toString(), QStringLiteral("IBM"));
+        QCOMPARE(a.value(QStringLiteral("alarm")).toString(), QStringLiteral("high"));
+        QCOMPARE(a.value(QStringLiteral("limit")).toDouble(), 151.0);
+        QCOMPARE(a.value(QStringLiteral("value")).toDouble(), 151.5);
+        QCOMPARE(a.value(QStringLiteral("paged")).toBool(), true);
+        r = cli({QStringLiteral("alarms")});
+        QCOMPARE(r.code, 0);
+        QVERIFY2(
+            r.out.contains(QRegularExpression(QStringLiteral("2026-11-23 09:45:00 MSFT +low change +-2 +-2.5 +no"))),
+            qPrintable(r.out));
+    }
+
+    void importKeepsGoodRowsAndNamesBadLines()
+    {
+        const QString csv = m_dir.filePath(QStringLiteral("AAPL.csv"));
+        testing::writeFile(csv, "Date,Open,High,Low,Close,Volume\n"
+                                "2025-12-30,190,195,189,194.5,51000000\n"
+                                "2025-12-31,194,196,,not-a-price,48000000\n"
+                                "2026-01-02,194.5,199,193,198.25,60000000\n");
+        testing::CliRun r = cli({QStringLiteral("history"), QStringLiteral("--import"), csv});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.out.contains(QLatin1String("Imported 2 days of AAPL; 1 rows could not be read")), qPrintable(r.out));
+        QVERIFY2(r.err.contains(csv + QStringLiteral(":3: close \"not-a-price\" is not a price")), qPrintable(r.err));
+
+        r = cli({QStringLiteral("history"), QStringLiteral("AAPL"), QStringLiteral("--json")});
+        const QJsonArray rows = QJsonDocument::fromJson(r.out.toUtf8()).array();
+        QCOMPARE(rows.size(), 2);
+        const QJsonObject last = rows[1].toObject();
+        QCOMPARE(last.value(QStringLiteral("fetched")).toString(),
+                 QDateTime(QDate(2026, 1, 2), QTime(16, 0)).toUTC().toString(Qt::ISODateWithMs));
+        QCOMPARE(last.value(QStringLiteral("open")).toDouble(), 194.5);
+        QCOMPARE(last.value(QStringLiteral("last")).toDouble(), 198.25);
+        QCOMPARE(last.value(QStringLiteral("volume")).toDouble(), 60000000.0);
+        QCOMPARE(last.value(QStringLiteral("imported")).toBool(), true);
+
+        r = cli({QStringLiteral("history"), QStringLiteral("--import"), m_dir.filePath(QStringLiteral("absent.csv"))});
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.contains(QLatin1String("cannot read")));
+    }
+
+    void historyOptionsAreChecked_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("keep a year") << "history.keep_days"
+                                     << "365" << 0 << "365";
+        QTest::newRow("keep nothing") << "history.keep_days"
+                                      << "0" << 1 << "730";
+        QTest::newRow("switch off") << "history.enabled"
+                                    << "no" << 0 << "false";
+        QTest::newRow("not a switch") << "history.enabled"
+                                      << "sometimes" << 1 << "true";
+    }
+    void historyOptionsAreChecked()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, value);
+        QFETCH(int, code);
+        QFETCH(QString, shown);
+        QTemporaryDir own; // a settings store of its own for each row
+        const QStringList base{QStringLiteral("--data-dir"), m_data};
+        QCOMPARE(testing::runCli(own, base + QStringList{QStringLiteral("options"), QStringLiteral("set"), name, value})
+                     .code,
+                 code);
+        const testing::CliRun get =
+            testing::runCli(own, base + QStringList{QStringLiteral("options"), QStringLiteral("get"), name});
+        QCOMPARE(get.out.trimmed(), shown);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestHistoryCli)
+#include "test_history_cli.moc"
