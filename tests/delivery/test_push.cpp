@@ -1,4 +1,5 @@
 // The push route against a real HTTP server on loopback (tests/peers/push_peer.py).
+#include "CliRun.h"
 #include "PushPeer.h"
 #include "ServicesRig.h"
 
@@ -147,6 +148,45 @@ private Q_SLOTS:
                  qPrintable(rig.activity()));
         const QString seen = rig.activity() + lines.join(u'\n');
         QVERIFY(!seen.contains(kToken) && !seen.contains(kPassword));
+    }
+
+    void pushOnlyFromTheCommandLine()
+    {
+        PushPeer peer;
+        QVERIFY2(peer.start(QStringLiteral("accept")), peer.process.log().constData());
+        QTemporaryDir dir;
+        const QString pgr = testing::writeOptionsFile(dir, core::Options{}, QStringLiteral("watch.pgr"));
+        QVERIFY(!pgr.isEmpty());
+        const QStringList base{QStringLiteral("--data-dir"), dir.path(), QStringLiteral("--portfolio"), pgr};
+        auto set = [&](const QString& name, const QString& value, const QByteArray& input = {}) {
+            return testing::runCli(
+                dir, base + QStringList{QStringLiteral("options"), QStringLiteral("set"), name, value}, 60000, input);
+        };
+        QCOMPARE(testing::runCli(dir, base + QStringList{QStringLiteral("page"), QStringLiteral("--push-only"),
+                                                         QStringLiteral("x")})
+                     .code,
+                 1); // the route is off
+        QCOMPARE(set(QStringLiteral("push.url"), QStringLiteral("ftp://127.0.0.1/t")).code, 1);
+        // The log-on comes on standard input, never on a command line.
+        const QString url = peer.url(QStringLiteral("/phone"), QStringLiteral("carol:") + kPassword);
+        testing::CliRun r = set(QStringLiteral("push.url"), QStringLiteral("-"), url.toUtf8() + '\n');
+        QCOMPARE(r.code, 0);
+        QCOMPARE(r.out.trimmed(),
+                 QStringLiteral("push.url = ") + peer.url(QStringLiteral("/phone"), QStringLiteral("carol:***")));
+        QCOMPARE(set(QStringLiteral("push.enabled"), QStringLiteral("on")).code, 0);
+        QVERIFY(!testing::readFile(pgr).contains(kPassword.toUtf8())); // scrambled at rest
+
+        r = testing::runCli(dir, base + QStringList{QStringLiteral("page"), QStringLiteral("--push-only"),
+                                                    QStringLiteral("Call"), QStringLiteral("me")});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(r.out.trimmed(), QStringLiteral("Push: Message Sent"));
+        const QList<QJsonObject> got = peer.requests();
+        QCOMPARE(got.size(), 1);
+        QCOMPARE(got.first().value(QStringLiteral("body")).toString(), QStringLiteral("Call me"));
+        QCOMPARE(header(got.first(), QStringLiteral("Title")), PushNotifier::title(PushKind::Manual));
+        QCOMPARE(header(got.first(), QStringLiteral("Authorization")),
+                 QStringLiteral("Basic ") + QString::fromLatin1(QByteArray("carol:" + kPassword.toUtf8()).toBase64()));
+        QVERIFY(!testing::readFile(dir.filePath(QStringLiteral("activity.txt"))).contains(kPassword.toUtf8()));
     }
 };
 
