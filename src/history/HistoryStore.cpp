@@ -75,10 +75,13 @@ const QList<QStringList>& migrations()
                         "fired_at INTEGER NOT NULL, kind TEXT NOT NULL, limit_value REAL NOT NULL, "
                         "value REAL NOT NULL, paged INTEGER NOT NULL)"),
          QStringLiteral("CREATE INDEX alarms_by_time ON alarms (fired_at)")},
-        // 2: daily rows imported from CSV files (they carry the day's open), and the
-        // chart's per-symbol alarm lookup.
+        // 2: daily rows imported from CSV files (they carry the day's open), and what the
+        // chart reads kept in its indexes: a year of one symbol's prices then comes from a
+        // few contiguous index pages instead of one table page per row.
         {QStringLiteral("ALTER TABLE quotes ADD COLUMN open REAL"),
          QStringLiteral("ALTER TABLE quotes ADD COLUMN imported INTEGER NOT NULL DEFAULT 0"),
+         QStringLiteral("DROP INDEX quotes_by_symbol"),
+         QStringLiteral("CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at, last, volume)"),
          QStringLiteral("CREATE INDEX alarms_by_symbol ON alarms (symbol, fired_at)")},
     };
     return steps;
@@ -238,6 +241,8 @@ HistoryStore::OpenState HistoryStore::tryOpen()
         }
         version = q.value(0).toInt();
     }
+    // A statement left open would keep the schema locked against the upgrade.
+    q.finish();
     if (version > kSchemaVersion) {
         m_error = m_path + QStringLiteral(" was made by a newer version of Kestrova (schema %1)").arg(version);
         return OpenState::Failed;
