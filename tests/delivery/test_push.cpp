@@ -166,7 +166,7 @@ private Q_SLOTS:
                                                          QStringLiteral("x")})
                      .code,
                  1); // the route is off
-        QCOMPARE(set(QStringLiteral("push.url"), QStringLiteral("ftp://127.0.0.1/t")).code, 1);
+        QCOMPARE(set(QStringLiteral("push.url"), QStringLiteral("ftp://127.0.0.1/t")).code, 2); // refused
         // The log-on comes on standard input, never on a command line.
         const QString url = peer.url(QStringLiteral("/phone"), QStringLiteral("carol:") + kPassword);
         testing::CliRun r = set(QStringLiteral("push.url"), QStringLiteral("-"), url.toUtf8() + '\n');

@@ -207,14 +207,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("value");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("shown");
-        QTest::newRow("keep a year") << "history.keep_days"
-                                     << "365" << 0 << "365";
-        QTest::newRow("keep nothing") << "history.keep_days"
-                                      << "0" << 1 << "730";
-        QTest::newRow("switch off") << "history.enabled"
-                                    << "no" << 0 << "false";
-        QTest::newRow("not a switch") << "history.enabled"
-                                      << "sometimes" << 1 << "true";
+        // clang-format off
+        QTest::newRow("keep a year") << "history.keep_days" << "365" << 0 << "365";
+        QTest::newRow("keep nothing") << "history.keep_days" << "0" << 2 << "730";
+        QTest::newRow("switch off") << "history.enabled" << "no" << 0 << "false";
+        QTest::newRow("not a switch") << "history.enabled" << "sometimes" << 2 << "true";
+        // clang-format on
     }
     void historyOptionsAreChecked()
     {
