@@ -177,6 +177,7 @@ public:
     history::HistoryRecorder& history() { return *m_history; }
     // The history database of the data directory (the chart reads it).
     QString historyPath() const;
+    const support::Clock& clock() const { return m_clock; }
     mail::PopClient& popClient() { return *m_pop; }
     MinuteCycle& minuteCycle() { return *m_cycle; }
     bool portOpen() const;

@@ -4,6 +4,7 @@
 #include "gui/Dialogs.h"
 #include "gui/GuiHost.h"
 #include "gui/Icons.h"
+#include "gui/PriceChart.h"
 #include "gui/QuoteTableModel.h"
 #include "gui/ResizingPane.h"
 #include "gui/TerminalWindow.h"
@@ -335,6 +336,9 @@ void MainWindow::buildCentral()
     m_quoteMenu = new QMenu(m_quoteTable);
     QAction* news = m_quoteMenu->addAction(icon(IconName::News), QStringLiteral("&News Headlines"));
     connect(news, &QAction::triggered, this, [this] { m_dialogs->newsViewer(); });
+    QAction* chart = m_quoteMenu->addAction(icon(IconName::Quotes), QStringLiteral("Price &Chart..."));
+    chart->setObjectName(QStringLiteral("mnuPriceChart"));
+    connect(chart, &QAction::triggered, this, [this] { showPriceChart(currentTicker()); });
     connect(m_quoteTable, &QTableView::customContextMenuRequested, this, [this](const QPoint& at) {
         if (m_quoteTable->indexAt(at).isValid()) {
             m_quoteMenu->popup(m_quoteTable->viewport()->mapToGlobal(at));
@@ -526,6 +530,35 @@ QString MainWindow::currentTicker() const
 void MainWindow::addQuoteAction(QAction* action)
 {
     m_quoteMenu->addAction(action);
+}
+
+PriceChart* MainWindow::priceChart() const
+{
+    return m_chart;
+}
+
+void MainWindow::showPriceChart(const QString& ticker)
+{
+    if (ticker.isEmpty()) {
+        return;
+    }
+    auto quote = m_app.stockQuotes().Item(ticker);
+    if (!quote) {
+        quote = m_app.optionQuotes().Item(ticker);
+    }
+    if (!m_chart) {
+        // A window of its own beside the main window; it reads the store on a thread of
+        // its own, so opening it never waits for a year of rows.
+        m_chart = new PriceChart(m_host, m_app.historyPath(), m_app.clock(), this);
+        m_chart->setObjectName(QStringLiteral("frmPriceChart"));
+        m_chart->setWindowFlag(Qt::Window);
+        m_chart->setAttribute(Qt::WA_DeleteOnClose);
+        m_chart->resize(900, 560);
+    }
+    m_chart->showSecurity(ticker, quote ? chartLimitsOf(*quote) : ChartLimits{});
+    m_chart->show();
+    m_chart->raise();
+    m_chart->activateWindow();
 }
 
 void MainWindow::fitQuoteColumns()
@@ -742,6 +775,9 @@ void MainWindow::onUpdateFinished(const app::UpdateOutcome& outcome)
     fitQuoteColumns();
     refreshMarket();
     m_dialogs->refreshViewers();
+    if (m_chart && outcome.quotesRetrieved) {
+        m_chart->reload();
+    }
     if ((outcome.quotesRetrieved || outcome.newMessages > 0) && !isActiveWindow()) {
         raiseNotice();
     }
@@ -862,6 +898,9 @@ void MainWindow::shutdown()
         if (w) {
             w->close();
         }
+    }
+    if (m_chart) {
+        m_chart->close();
     }
     m_app.services().StatusMessage(QStringLiteral("Kestrova stopped"));
     close();

@@ -26,6 +26,7 @@ namespace kestrova::gui {
 
 class Dialogs;
 class GuiHost;
+class PriceChart;
 class QuoteTableModel;
 class ResizingPane;
 class TextWindow;
@@ -56,6 +57,9 @@ public:
     QString currentTicker() const;
     // Adds an entry to the quote table's context menu; it acts on currentTicker().
     void addQuoteAction(QAction* action);
+    // The price history of a security in the chart window (one, reused); empty: none.
+    void showPriceChart(const QString& ticker);
+    PriceChart* priceChart() const;
     QSystemTrayIcon* trayIcon() const { return m_tray; }
     bool noticePending() const;
     // The installed HTML user guide that Help opens.
@@ -164,6 +168,7 @@ private:
     bool m_closed = false;
     QPointer<TextWindow> m_rawPage;
     QPointer<TextWindow> m_diagnostics;
+    QPointer<PriceChart> m_chart;
 };
 
 } // namespace kestrova::gui

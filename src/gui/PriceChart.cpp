@@ -1,5 +1,6 @@
 #include "gui/PriceChart.h"
 
+#include "core/Quote.h"
 #include "gui/GuiHost.h"
 #include "support/Clock.h"
 
@@ -179,6 +180,16 @@ void PriceChart::setStatus(const QString& text)
     m_status->setText(text);
 }
 
+ChartLimits chartLimitsOf(const core::Quote& quote)
+{
+    const auto limit = [](float value, float none) {
+        return value == none ? std::nullopt : std::optional<double>(value);
+    };
+    return ChartLimits{limit(quote.highLimit(), core::Quote::kNoHighLimit),
+                       limit(quote.lowLimit(), core::Quote::kNoLowLimit),
+                       limit(quote.volumeLimit(), core::Quote::kNoVolumeLimit)};
+}
+
 void PriceChart::showSecurity(const QString& symbol, const ChartLimits& limits)
 {
     m_symbol = symbol;
@@ -194,6 +205,11 @@ void PriceChart::setRange(history::ChartRange range)
     if (QAbstractButton* b = m_ranges->button(int(range))) {
         b->setChecked(true);
     }
+    load();
+}
+
+void PriceChart::reload()
+{
     load();
 }
 

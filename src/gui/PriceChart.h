@@ -16,6 +16,10 @@ class QChartView;
 class QLabel;
 class QThread;
 
+namespace kestrova::core {
+class Quote;
+}
+
 namespace kestrova::support {
 class Clock;
 }
@@ -31,6 +35,9 @@ struct ChartLimits
     std::optional<double> low;
     std::optional<double> volume;
 };
+
+// The limits a portfolio entry sets; the "no limit" values of an empty field stay unset.
+ChartLimits chartLimitsOf(const core::Quote& quote);
 
 // One security's price history from the history store: the price over the chosen range
 // with the alarm limits as dashed lines and the alarms that fired as markers, the volume
@@ -48,6 +55,10 @@ public:
 
     void showSecurity(const QString& symbol, const ChartLimits& limits);
     void setRange(history::ChartRange range);
+    // Reads the shown security again (after an update run has added its quotes).
+    void reload();
+    const QString& symbol() const { return m_symbol; }
+    const ChartLimits& limits() const { return m_limits; }
     history::ChartRange range() const { return m_range; }
 
     bool isLoading() const { return !m_threads.isEmpty(); }

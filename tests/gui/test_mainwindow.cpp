@@ -2,6 +2,7 @@
 
 #include "core/Quotes.h"
 #include "gui/DemoSession.h"
+#include "gui/PriceChart.h"
 #include "gui/QuoteTableModel.h"
 #include "sim/ModemSimulator.h"
 
@@ -43,6 +44,7 @@ private Q_SLOTS:
     void openInBrowser();
     void updateFillsQuoteTable();
     void closeDuringUpdate();
+    void priceChartFromQuoteTable();
 };
 
 void TestMainWindow::startupLabels_data()
@@ -441,6 +443,45 @@ void TestMainWindow::closeDuringUpdate()
     QTRY_COMPARE(exited.size(), 1);
     QVERIFY(rig.host.shownMessages.contains(QStringLiteral("Save File Before Exiting?")));
     QVERIFY(!rig.window->isVisible());
+}
+
+void TestMainWindow::priceChartFromQuoteTable()
+{
+    testing::resetSettings({});
+    support::SystemClock clock;
+    gui::DemoSession demo(clock);
+    QString why;
+    QVERIFY2(demo.start(&why), qPrintable(why));
+    DesktopRig rig({}, demo.dataDir(), true);
+    rig.window->startup(demo.portfolioFile());
+    demo.configure(*rig.app);
+    rig.window->runUpdate();
+
+    QTableView* table = rig.child<QTableView>("grdQuotes");
+    const QModelIndexList ibm = table->model()->match(table->model()->index(0, gui::QuoteTableModel::Symbol),
+                                                      Qt::DisplayRole, QStringLiteral("IBM"), 1, Qt::MatchExactly);
+    QCOMPARE(ibm.size(), 1);
+    table->setCurrentIndex(ibm.first());
+    auto* open = rig.window->findChild<QAction*>(QStringLiteral("mnuPriceChart"));
+    QVERIFY(open);
+    open->trigger();
+
+    gui::PriceChart* chart = rig.window->priceChart();
+    QVERIFY(chart);
+    QVERIFY(chart->isWindow());
+    QCOMPARE(chart->symbol(), QStringLiteral("IBM"));
+    // The portfolio's limits for IBM (140 and 95, no volume limit) become the chart's lines.
+    QCOMPARE(chart->limits().high, std::optional<double>(140.0));
+    QCOMPARE(chart->limits().low, std::optional<double>(95.0));
+    QVERIFY(!chart->limits().volume);
+    // The update run wrote its cycle to the store the chart reads.
+    QTRY_VERIFY(!chart->isLoading());
+    QCOMPARE(chart->data().times.size(), 1);
+
+    // The open chart follows the next update, and stays one window.
+    rig.window->runUpdate();
+    QTRY_COMPARE(chart->data().times.size(), 2);
+    QCOMPARE(rig.window->findChildren<gui::PriceChart*>().size(), 1);
 }
 
 QTEST_MAIN(TestMainWindow)
