@@ -65,6 +65,17 @@ QString timeFormat(qint64 spanMs)
     return QStringLiteral("MMM yyyy");
 }
 
+// A span of a few whole days (the week) gets a tick at each day, so no date label is
+// skipped or shown twice; longer or uneven spans get seven.
+int tickCount(qint64 spanMs)
+{
+    constexpr qint64 kDay = 24LL * 3600 * 1000;
+    if (spanMs % kDay == 0 && spanMs >= 3 * kDay && spanMs <= 10 * kDay) {
+        return int(spanMs / kDay) + 1;
+    }
+    return 7;
+}
+
 QPen limitPen(const QColor& color)
 {
     QPen pen(color);
@@ -365,7 +376,7 @@ void PriceChart::rebuildPrice()
     auto* xAxis = new QDateTimeAxis;
     xAxis->setFormat(timeFormat(x1 - x0));
     xAxis->setRange(QDateTime::fromMSecsSinceEpoch(x0), QDateTime::fromMSecsSinceEpoch(x1));
-    xAxis->setTickCount(7);
+    xAxis->setTickCount(tickCount(x1 - x0));
     auto* yAxis = new QValueAxis;
     const double pad = (hi - lo) * 0.06 + 0.01;
     yAxis->setRange(lo - pad, hi + pad);
@@ -429,7 +440,7 @@ void PriceChart::rebuildVolume()
     auto* xAxis = new QDateTimeAxis;
     xAxis->setFormat(timeFormat(x1 - x0));
     xAxis->setRange(QDateTime::fromMSecsSinceEpoch(x0), QDateTime::fromMSecsSinceEpoch(x1));
-    xAxis->setTickCount(7);
+    xAxis->setTickCount(tickCount(x1 - x0));
     xAxis->setLabelsVisible(false); // the price chart above carries the dates
     auto* yAxis = new QValueAxis;
     yAxis->setRange(0, std::max(1.0, top / scale * 1.08));
