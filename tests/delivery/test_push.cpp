@@ -162,11 +162,10 @@ private Q_SLOTS:
             return testing::runCli(
                 dir, base + QStringList{QStringLiteral("options"), QStringLiteral("set"), name, value}, 60000, input);
         };
-        QCOMPARE(testing::runCli(dir, base + QStringList{QStringLiteral("page"), QStringLiteral("--push-only"),
-                                                         QStringLiteral("x")})
-                     .code,
-                 1); // the route is off
-        QCOMPARE(set(QStringLiteral("push.url"), QStringLiteral("ftp://127.0.0.1/t")).code, 2); // refused
+        // The route is off, then an ftp URL is refused.
+        const QStringList pushX{QStringLiteral("page"), QStringLiteral("--push-only"), QStringLiteral("x")};
+        QCOMPARE(testing::runCli(dir, base + pushX).code, 1);
+        QCOMPARE(set(QStringLiteral("push.url"), QStringLiteral("ftp://127.0.0.1/t")).code, 2);
         // The log-on comes on standard input, never on a command line.
         const QString url = peer.url(QStringLiteral("/phone"), QStringLiteral("carol:") + kPassword);
         testing::CliRun r = set(QStringLiteral("push.url"), QStringLiteral("-"), url.toUtf8() + '\n');
