@@ -121,7 +121,7 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     });
 
     MinuteCycle::Hooks hooks;
-    hooks.scheduleEnabled = [this] { return m_state.options.schedule.enabled; };
+    hooks.scheduleEnabled = [this] { return m_state.options.schedule.enabled && ownsSchedule(); };
     hooks.portOpen = [this] { return portOpen(); };
     hooks.setClockLabel = [this](const QString& s) {
         m_state.clockLabel = s;
@@ -220,6 +220,7 @@ bool Application::openFile(const QString& path)
     // Read into copies: a damaged file must not leave half of itself in the setup in use.
     auto portfolio = std::make_unique<core::PortfolioTable>(m_state.portfolio);
     auto options = std::make_unique<core::Options>(m_state.options);
+    const core::FileStamp stamp = core::FileStamp::of(path);
     const core::PortfolioFileResult r = core::PortfolioFile::read(path, *portfolio, *options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
@@ -233,6 +234,7 @@ bool Application::openFile(const QString& path)
     m_state.portfolio = *portfolio;
     m_state.options = *options;
     m_state.currentFile = path;
+    m_fileStamp = stamp;
     m_state.caption = QStringLiteral("Kestrova - ") + path;
     m_state.menusEnabled = true;
     m_state.fileModified = false;
@@ -250,13 +252,27 @@ bool Application::save()
             m_host.saveFileName(QStringLiteral("Save File As"), kPortfolioFileFilter, QStringLiteral("pgr"));
         return !name.isEmpty() && saveAs(name);
     }
-    const core::PortfolioFileResult r =
-        core::PortfolioFile::write(m_state.currentFile, m_state.portfolio, m_state.options);
+    const QString& file = m_state.currentFile;
+    core::FileLock lock(core::portfolioLockPath(file));
+    if (!lock.acquire(core::kPortfolioLockWaitMs)) {
+        const QString message = core::portfolioLockMessage(file, lock);
+        m_host.messageBox(message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(message);
+        return false;
+    }
+    if (!core::FileStamp::of(file).sameContentAs(m_fileStamp) &&
+        m_host.messageBox(core::portfolioChangedQuestion(file), support::MsgButtons::OkCancel,
+                          support::MsgIcon::Exclamation) != support::MsgAnswer::Ok) {
+        m_log.LogMessage(core::portfolioChangedRefusal(file));
+        return false;
+    }
+    const core::PortfolioFileResult r = core::PortfolioFile::write(file, m_state.portfolio, m_state.options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
         m_log.LogMessage(r.message);
         return false;
     }
+    m_fileStamp = core::FileStamp::of(file);
     m_state.fileModified = false;
     return true;
 }
@@ -267,12 +283,21 @@ bool Application::saveAs(const QString& path)
     if (QFileInfo(name).suffix().isEmpty()) {
         name += QStringLiteral(".pgr");
     }
+    core::FileLock lock(core::portfolioLockPath(name));
+    if (!lock.acquire(core::kPortfolioLockWaitMs)) {
+        const QString message = core::portfolioLockMessage(name, lock);
+        m_host.messageBox(message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(message);
+        return false;
+    }
     const core::PortfolioFileResult r = core::PortfolioFile::write(name, m_state.portfolio, m_state.options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
         m_log.LogMessage(r.message);
         return false;
     }
+    lock.release();
+    m_fileStamp = core::FileStamp::of(name);
     m_state.currentFile = name;
     m_state.caption = QStringLiteral("Kestrova - ") + name;
     m_state.fileModified = false;
@@ -283,6 +308,39 @@ bool Application::saveAs(const QString& path)
         m_state.prefs.defaultFile = name;
     }
     return true;
+}
+
+void Application::startMinuteCycle(int intervalMs)
+{
+    if (m_state.options.schedule.enabled) {
+        ownsSchedule();
+    }
+    m_cycle->start(intervalMs);
+}
+
+bool Application::ownsSchedule()
+{
+    if (!m_scheduleLock) {
+        m_scheduleLock = std::make_unique<core::FileLock>(QDir(m_dataDir).filePath(QStringLiteral("schedule.lock")));
+    }
+    if (m_scheduleLock->acquire(0)) {
+        if (!m_scheduleHolder.isEmpty()) {
+            m_scheduleHolder.clear();
+            m_services.StatusMessage(QStringLiteral("The schedule now runs in this process"));
+        }
+        return true;
+    }
+    if (!m_scheduleLock->heldElsewhere()) {
+        // No lock can be made here (a read-only folder): nobody else can hold one either.
+        return true;
+    }
+    const QString who = m_scheduleLock->holder();
+    if (who != m_scheduleHolder) {
+        m_scheduleHolder = who;
+        m_services.StatusMessage(QStringLiteral("The schedule runs in another process (") + who +
+                                 QStringLiteral("); this one runs without it"));
+    }
+    return false;
 }
 
 bool Application::queryExit()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/MinuteCycle.h"
+#include "core/FileGuard.h"
 #include "core/MailRecords.h"
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
@@ -127,6 +128,8 @@ public:
     void mnuNew();
     bool openFile(const QString& path);
     // Saves to the current file; with none, asks for a name (Host::inputBox) as Save As.
+    // Holds the file's lock while it saves, and asks before overwriting a file another
+    // program has written since it was opened.
     bool save();
     // Saves under a new name, then asks whether it becomes the startup file.
     bool saveAs(const QString& path);
@@ -180,6 +183,11 @@ public:
     const support::Clock& clock() const { return m_clock; }
     mail::PopClient& popClient() { return *m_pop; }
     MinuteCycle& minuteCycle() { return *m_cycle; }
+    // Starts the minute cycle. Only one process on a data folder runs the schedule: a
+    // second one says which process holds it and runs without it until that one ends.
+    void startMinuteCycle(int intervalMs = 60000);
+    // Takes or keeps the schedule's lock; false while another process holds it.
+    bool ownsSchedule();
     bool portOpen() const;
     bool updating() const { return m_updating; }
 
@@ -226,6 +234,9 @@ private:
     std::unique_ptr<mail::MailWatch> m_mailWatch;
     std::unique_ptr<mail::MailWatchSettings> m_mailSettings;
     std::unique_ptr<MinuteCycle> m_cycle;
+    core::FileStamp m_fileStamp;
+    std::unique_ptr<core::FileLock> m_scheduleLock;
+    QString m_scheduleHolder; // the other process last reported as running the schedule
     bool m_updating = false;
     bool m_starting = false;
     AppObserver m_observer;

@@ -127,7 +127,7 @@ int runCommand(const GlobalOptions& g, const QStringList& args)
     if (application.state().currentFile.isEmpty()) {
         return kExitFailure;
     }
-    application.minuteCycle().start();
+    application.startMinuteCycle();
     QCoreApplication::exec();
     application.minuteCycle().stop();
     if (!stopping) {

@@ -30,8 +30,26 @@ CliContext::CliContext(const GlobalOptions& g) : global(g), log(clock, host), se
     core::setBuiltInModemProfiles(options.modem);
 }
 
+bool CliContext::fail(const QString& message)
+{
+    QTextStream(stderr) << message << '\n';
+    log.LogMessage(message);
+    return false;
+}
+
+bool CliContext::lockPortfolio()
+{
+    m_lock = std::make_unique<core::FileLock>(core::portfolioLockPath(portfolioPath));
+    if (!m_lock->acquire(core::kPortfolioLockWaitMs)) {
+        return fail(core::portfolioLockMessage(portfolioPath, *m_lock));
+    }
+    m_stamp = core::FileStamp::of(portfolioPath);
+    return true;
+}
+
 bool CliContext::loadPortfolio()
 {
+    m_stamp = core::FileStamp::of(portfolioPath);
     const core::PortfolioFileResult r = core::PortfolioFile::read(portfolioPath, portfolio, options);
     if (r.ok()) {
         return true;
@@ -51,13 +69,17 @@ void CliContext::showOnlyResults()
 
 bool CliContext::savePortfolio()
 {
+    // Under the lock only a program that does not take it can have written the file; its
+    // save is not overwritten with a setup read before it.
+    if (m_stamp && !core::FileStamp::of(portfolioPath).sameContentAs(*m_stamp)) {
+        return fail(core::portfolioChangedRefusal(portfolioPath));
+    }
     const core::PortfolioFileResult r = core::PortfolioFile::write(portfolioPath, portfolio, options);
     if (r.ok()) {
+        m_stamp = core::FileStamp::of(portfolioPath);
         return true;
     }
-    QTextStream(stderr) << r.message << '\n';
-    log.LogMessage(r.message);
-    return false;
+    return fail(r.message);
 }
 
 } // namespace kestrova::cli

@@ -2,6 +2,7 @@
 
 #include "cli/Cli.h"
 #include "cli/ConsoleHost.h"
+#include "core/FileGuard.h"
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
 #include "settings/Preferences.h"
@@ -9,6 +10,9 @@
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
 #include "support/Services.h"
+
+#include <memory>
+#include <optional>
 
 namespace kestrova::cli {
 
@@ -22,7 +26,11 @@ public:
     // Loads --portfolio, else the DefaultFile setting. Prints the reader's message and
     // returns false when the file cannot be read.
     bool loadPortfolio();
-    // Saves back to the file that was loaded (atomically).
+    // Takes the portfolio file's lock for a read-change-save, waiting a few seconds for
+    // another process to finish its own. Prints why and returns false when it cannot.
+    bool lockPortfolio();
+    // Saves back to the file that was loaded (atomically). Refuses when another program
+    // wrote the file since it was read.
     bool savePortfolio();
     // Commands that print a result of their own keep status lines off the console unless
     // --verbose asks for them (with the status texts and the terminal traffic).
@@ -40,6 +48,12 @@ public:
     QString portfolioPath;
     settings::Preferences prefs;
     QString modemDevice; // settings store: a device path overriding the COM-number mapping
+
+private:
+    bool fail(const QString& message);
+
+    std::unique_ptr<core::FileLock> m_lock;
+    std::optional<core::FileStamp> m_stamp;
 };
 
 } // namespace kestrova::cli

@@ -1,7 +1,6 @@
 #include "cli/ConsoleHost.h"
 #include "support/EventWait.h"
 
-
 #include <cstdio>
 
 namespace kestrova::cli {

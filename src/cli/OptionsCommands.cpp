@@ -140,7 +140,7 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
                             << '\n';
         return kExitOk;
     }
-    if (!loadIfPresent(ctx)) {
+    if (!ctx.lockPortfolio() || !loadIfPresent(ctx)) {
         return kExitFailure;
     }
     // The schedule's times and interval follow the schedule dialog's rules, which look at the

@@ -251,6 +251,9 @@ int addCommand(const GlobalOptions& g, const QStringList& args)
     }
 
     CliContext ctx(g);
+    if (!ctx.lockPortfolio()) {
+        return kExitFailure;
+    }
     if (QFileInfo::exists(ctx.portfolioPath)) {
         if (!ctx.loadPortfolio()) {
             return kExitFailure;
@@ -291,7 +294,7 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
         return usageError(kSetUsage, QStringLiteral("nothing to change: give at least one of the switches"));
     }
     CliContext ctx(g);
-    if (!ctx.loadPortfolio()) {
+    if (!ctx.lockPortfolio() || !ctx.loadPortfolio()) {
         return kExitFailure;
     }
     const int at = findTicker(ctx.portfolio, given.ticker);
@@ -327,7 +330,7 @@ int removeCommand(const GlobalOptions& g, const QStringList& args)
         return usageError(kRemoveUsage, QStringLiteral("exactly one ticker is needed"));
     }
     CliContext ctx(g);
-    if (!ctx.loadPortfolio()) {
+    if (!ctx.lockPortfolio() || !ctx.loadPortfolio()) {
         return kExitFailure;
     }
     const int at = findTicker(ctx.portfolio, args.first());

@@ -455,7 +455,7 @@ void MainWindow::startup(const QString& commandLineFile)
     refreshDisplay();
     m_quoteModel->reload();
     fitQuoteColumns();
-    m_app.minuteCycle().start();
+    m_app.startMinuteCycle();
 }
 
 void MainWindow::refreshDisplay()

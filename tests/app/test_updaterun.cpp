@@ -469,6 +469,51 @@ private Q_SLOTS:
         QCOMPARE(s.portfolio.count, qint16(0));
     }
 
+    // A save never silently overwrites what another program wrote after the file was opened.
+    void saveAfterAnotherProgramWrote_data()
+    {
+        QTest::addColumn<QString>("otherTicker");
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<QString>("tickerAfter");
+        QTest::newRow("overwrite") << "MSFT" << int(support::MsgAnswer::Ok) << true << "IBM";
+        QTest::newRow("keep theirs") << "MSFT" << int(support::MsgAnswer::Cancel) << true << "MSFT";
+        QTest::newRow("same bytes again") << "IBM" << int(support::MsgAnswer::Cancel) << false << "IBM";
+    }
+    void saveAfterAnotherProgramWrote()
+    {
+        QFETCH(QString, otherTicker);
+        QFETCH(int, answer);
+        QFETCH(bool, asked);
+        QFETCH(QString, tickerAfter);
+        QTemporaryDir dir;
+        const QString pgr = dir.filePath(QStringLiteral("watch.pgr"));
+        core::PortfolioTable table;
+        core::Options options;
+        table.records[0] = entry(QStringLiteral("IBM"));
+        table.count = 1;
+        QVERIFY(core::PortfolioFile::write(pgr, table, options).ok());
+        support::MockClock clock;
+        testing::TestHost host(&clock);
+        app::Application application(clock, host, dir.path());
+        application.startup(pgr);
+        QCOMPARE(application.state().currentFile, pgr);
+
+        table.records[0].ticker = otherTicker;
+        QVERIFY(core::PortfolioFile::write(pgr, table, options).ok());
+        application.state().portfolio.records[0].highLimit = 99;
+        application.markModified();
+        host.messages.clear();
+        host.answers = {support::MsgAnswer(answer)};
+        QCOMPARE(application.save(), tickerAfter == QLatin1String("IBM"));
+        QCOMPARE(!host.messages.isEmpty() && host.messages.first().contains(QLatin1String("changed by another")),
+                 asked);
+        core::PortfolioTable back;
+        QVERIFY(core::PortfolioFile::read(pgr, back, options).ok());
+        QCOMPARE(back.records[0].ticker, tickerAfter);
+        QCOMPARE(back.records[0].highLimit, tickerAfter == QLatin1String("IBM") ? 99.0f : 0.0f);
+    }
+
     void missingStartupFileDisablesMenus()
     {
         QTemporaryDir dir;

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QLockFile>
+#include <QString>
+
+namespace kestrova::core {
+
+// What a file looked like when it was read, to tell before a save whether another process
+// has written it since. Taken before reading: a change that lands between the stamp and
+// the read then shows up as a change (a needless question) rather than being overwritten.
+struct FileStamp
+{
+    bool exists = false;
+    qint64 size = 0;
+    QDateTime modified;
+    QByteArray hash;
+
+    static FileStamp of(const QString& path);
+    // Size and content decide; a file written again with the same bytes has not changed.
+    bool sameContentAs(const FileStamp& other) const;
+};
+
+// An exclusive lock beside a file (FILE.lock), held while a process reads, changes and
+// saves it, or for as long as it runs a piece of work only one process may run. A lock
+// left behind by a process that died is taken over.
+class FileLock
+{
+public:
+    explicit FileLock(const QString& lockPath);
+
+    // Waits up to waitMs for the lock (0: one try).
+    bool acquire(int waitMs);
+    bool held() const { return m_lock.isLocked(); }
+    // The last acquire failed because another process holds the lock (not for want of
+    // a place to create it).
+    bool heldElsewhere() const { return m_lock.error() == QLockFile::LockFailedError; }
+    void release() { m_lock.unlock(); }
+    // Who holds it, as "PID 1234, kestrova-cli"; empty when that cannot be told.
+    QString holder() const;
+    QString path() const { return m_path; }
+
+private:
+    QString m_path;
+    QLockFile m_lock;
+};
+
+// How long a read-change-save waits for another process to finish its own.
+constexpr int kPortfolioLockWaitMs = 5000;
+
+QString portfolioLockPath(const QString& portfolioPath);
+// "The portfolio file F is in use by another process (PID 1234, kestrova-cli); nothing was changed."
+QString portfolioLockMessage(const QString& portfolioPath, const FileLock& lock);
+// The overwrite question, and the refusal where nobody can be asked.
+QString portfolioChangedQuestion(const QString& portfolioPath);
+QString portfolioChangedRefusal(const QString& portfolioPath);
+
+} // namespace kestrova::core
