@@ -134,6 +134,11 @@ private Q_SLOTS:
         QTest::newRow("400 digits") << QStringLiteral("+OK %1 octets\r\n").arg(QString(400, u'9')) << qint64(0);
         QTest::newRow("negative") << QStringLiteral("+OK -5 octets\r\n") << qint64(0);
         QTest::newRow("2^53") << QStringLiteral("+OK 9007199254740992 octets\r\n") << qint64(9007199254740992);
+        // The whole reply the fuzzer first stopped on.
+        QTest::newRow("fuzz: huge_size") << QString::fromLatin1(
+                                                testing::readFile(qEnvironmentVariable("KESTROVA_TEST_DATA") +
+                                                                  QStringLiteral("/fuzz/fuzz_pop_replies/huge_size")))
+                                         << qint64(0);
     }
     void sizes()
     {

@@ -1,0 +1,55 @@
+// The market page on arbitrary text: the index table read by cells, and the page text built
+// from what was read. A page on which a cell search runs out of tabs is reported, not
+// thrown; an empty page leaves the panel as it was.
+
+#include "FuzzSupport.h"
+
+#include "quotes/MarketSummary.h"
+#include "quotes/MarkupText.h"
+#include "quotes/PageFetcher.h"
+
+using namespace kestrova;
+
+namespace {
+// Hands the input over as the fetched page; the transport itself is not what is tested.
+class InputFetcher final : public quotes::PageFetcher
+{
+public:
+    QString body;
+    void setUrl(const QString&) override {}
+    QString host() const override { return {}; }
+    QString path() const override { return QStringLiteral("/"); }
+    QString get(const QString&) override { return body; }
+    QStringList getMany(const QStringList& urls, int, const CompletionCallback&) override
+    {
+        return QStringList(urls.size(), body);
+    }
+    QString markupToText(const QString& page) const override { return quotes::markupToTabs(page); }
+};
+
+fuzz::FuzzServices* g_rig = nullptr;
+InputFetcher* g_fetcher = nullptr;
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    fuzz::quietQt();
+    g_rig = new fuzz::FuzzServices;
+    g_fetcher = new InputFetcher;
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    g_fetcher->body = QString::fromUtf8(fuzz::bytesOf(data, size));
+    quotes::MarketSummary summary;
+    summary.lblDow = QStringLiteral("old");
+    const bool got = quotes::GetMarketData(summary, *g_fetcher, QStringLiteral("http://127.0.0.1/index"), g_rig->services);
+    if (g_fetcher->body.isEmpty()) {
+        fuzzCheck(!got && summary.lblDow == QLatin1String("old"));
+    }
+    core::QuoteOptions options;
+    const QString text = quotes::MarketSummaryPageText(summary, options);
+    fuzzCheck(text.startsWith(QLatin1String("DOW ")) && text.endsWith(QLatin1String(", ")));
+    return 0;
+}
