@@ -589,13 +589,7 @@ void Application::mirrorMailHeaders()
 
 QString Application::sourceOf(const core::Quote& quote) const
 {
-    // The cycle's own choice: an option always asks its own service, a stock its own when
-    // it names one, else the default service.
-    int index = quote.serverID();
-    if (quote.securityType() != 1 && index == 0) {
-        index = m_state.options.quotes.server;
-    }
-    return m_builtIn.at(std::clamp<int>(index, 0, quotes::BuiltInServers::kCount - 1)).name;
+    return m_builtIn.at(quotes::pricingServer(quote, m_state.options.quotes.server)).name;
 }
 
 bool Application::deliverText(const QString& text, bool waitFirst, delivery::PushKind kind)

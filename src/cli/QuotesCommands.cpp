@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "cli/QuoteJson.h"
 #include "cli/QuoteTable.h"
 #include "news/NewsRetrieval.h"
 #include "news/NewsServer.h"
@@ -39,7 +40,9 @@ const QString kQuotesUsage =
     QStringLiteral("Usage: kestrova-cli [global options] quotes [--json]\n"
                    "Runs one retrieval cycle for the portfolio (with the market summary and news\n"
                    "when the portfolio switches them on) and prints the quotes with their alarm\n"
-                   "marks. Exits with 1 when no quote at all could be fetched.\n");
+                   "marks. --json prints every field of every quote, each figure as its text and\n"
+                   "as a number (see docs/quotes-json.md). Exits with 1 when no quote at all could\n"
+                   "be fetched.\n");
 
 bool loadDefinitions(CliContext& ctx, const quotes::BuiltInServers& builtIn, quotes::ServerDefinitions& defs,
                      news::NewsServers& newsServers)
@@ -81,25 +84,6 @@ int serversCommand(const GlobalOptions& g, const QStringList& args)
     listServers(out, QStringLiteral("Stock quote servers"), defs.stock, builtIn);
     listServers(out, QStringLiteral("Option quote servers"), defs.option, builtIn);
     return ok ? kExitOk : kExitFailure;
-}
-
-QJsonObject quoteJson(const core::Quote& q)
-{
-    return QJsonObject{{QStringLiteral("ticker"), q.ticker()},
-                       {QStringLiteral("name"), q.name()},
-                       {QStringLiteral("last"), q.last()},
-                       {QStringLiteral("change"), q.change()},
-                       {QStringLiteral("percentChg"), q.percentChg()},
-                       {QStringLiteral("volume"), q.volume()},
-                       {QStringLiteral("bid"), q.bid()},
-                       {QStringLiteral("ask"), q.ask()},
-                       {QStringLiteral("open"), q.openPrice()},
-                       {QStringLiteral("previousClose"), q.previousClose()},
-                       {QStringLiteral("dayHigh"), q.dayHigh()},
-                       {QStringLiteral("dayLow"), q.dayLow()},
-                       {QStringLiteral("update"), q.update()},
-                       {QStringLiteral("news"), q.news() != 0},
-                       {QStringLiteral("alarms"), alarmMarks(q)}};
 }
 
 int quotesCommand(const GlobalOptions& g, const QStringList& args)
@@ -160,12 +144,16 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     const int got = stocks.Count() + options.Count();
     QTextStream out(stdout);
     if (json) {
+        auto toJson = [&](const core::Quote& q) {
+            const int source = quotes::pricingServer(q, ctx.options.quotes.server);
+            return quoteJson(q, source, builtIn.at(source).name);
+        };
         QJsonArray s;
         for (const auto& q : stocks)
-            s.append(quoteJson(*q));
+            s.append(toJson(*q));
         QJsonArray o;
         for (const auto& q : options)
-            o.append(quoteJson(*q));
+            o.append(toJson(*q));
         QJsonObject doc{{QStringLiteral("requested"), result.requested},
                         {QStringLiteral("retrieved"), got},
                         {QStringLiteral("completed"), result.completed},

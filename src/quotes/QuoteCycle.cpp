@@ -10,6 +10,8 @@
 #include <QElapsedTimer>
 #include <QTcpSocket>
 
+#include <algorithm>
+
 #include <exception>
 #include <memory>
 #include <vector>
@@ -58,6 +60,12 @@ QString errorText(const std::exception& e)
 }
 
 } // namespace
+
+int pricingServer(const core::Quote& quote, int defaultServer)
+{
+    const int index = quote.securityType() != 1 && quote.serverID() == 0 ? defaultServer : quote.serverID();
+    return std::clamp(index, 0, BuiltInServers::kCount - 1);
+}
 
 QString optionTicker(const QString& symbol, int serverIndex)
 {

@@ -47,6 +47,10 @@ struct CycleResult
 // as "GetQuotes:: ..." and skipped, and the cycle goes on with the next.
 CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet);
 
+// The built-in service whose page priced a quote of the cycle: an option always asks its
+// own service, a stock its own when it names one, else the default service.
+int pricingServer(const core::Quote& quote, int defaultServer);
+
 // The ticker form a server wants for an option symbol ("%2b" + symbol for built-in
 // servers 5 and 11, "." + symbol for the others); blanks are dropped from the symbol.
 QString optionTicker(const QString& symbol, int serverIndex);

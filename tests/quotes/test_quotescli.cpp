@@ -13,6 +13,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,6 +25,9 @@ class TestQuotesCli : public QObject
 private Q_SLOTS:
     void initTestCase();
     void quotesJson();
+    void jsonFields_data();
+    void jsonFields();
+    void jsonRecord();
     void nothingFetchedExitsOne();
     void serversList();
 
@@ -36,11 +40,13 @@ private:
     };
     Outcome cli(const QStringList& args);
     void writePortfolio(const QStringList& tickers);
+    QJsonObject fieldQuote(bool option);
 
     support::MockClock m_clock;
     std::unique_ptr<sim::DemoMarketThread> m_market;
     QTemporaryDir m_dir;
     QString m_portfolio;
+    QJsonObject m_fieldDoc;
 };
 
 void TestQuotesCli::initTestCase()
@@ -69,8 +75,8 @@ void TestQuotesCli::writePortfolio(const QStringList& tickers)
             r.securityType = 1;
             r.server = 12;
         }
-        if (t == QLatin1String("AAA"))
-            r.highLimit = 1; // any demo price is above it
+        if (t == QLatin1String("AAA") || t == QLatin1String("FLD"))
+            r.highLimit = 1.1F; // any demo price is above it
     }
     QVERIFY(core::PortfolioFile::write(m_portfolio, table, options).ok());
 }
@@ -121,6 +127,107 @@ void TestQuotesCli::quotesJson()
     const QByteArray log = testing::readFile(m_dir.filePath(QStringLiteral("activity.txt")));
     QVERIFY(log.contains("Internet: Quotes Retrieved"));
     QVERIFY(log.contains("ERR500"));
+}
+
+// The quote of FLD (a stock with a high limit of 1) or of its option from one `quotes
+// --json` run, made once for every row.
+QJsonObject TestQuotesCli::fieldQuote(bool option)
+{
+    if (m_fieldDoc.isEmpty()) {
+        writePortfolio({"FLD", "FLD AB"});
+        const Outcome o = cli({"quotes", "--json"});
+        if (o.exitCode != 0)
+            qWarning("%s", o.err.constData());
+        m_fieldDoc = QJsonDocument::fromJson(o.out).object();
+    }
+    return m_fieldDoc.value(option ? "options" : "stocks").toArray().first().toObject();
+}
+
+// Every cell of the demo market's page comes out as its text and its number. The pages
+// are replayed: the market's walk depends only on its seed and how often a ticker was
+// asked for, and FLD is asked for once.
+void TestQuotesCli::jsonFields_data()
+{
+    QTest::addColumn<bool>("option");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("label");
+    const std::pair<const char*, const char*> cells[] = {
+        {"last", "Last Trade:"},
+        {"change", "Change:"},
+        {"percentChg", "Pct Change:"},
+        {"bid", "Bid:"},
+        {"ask", "Ask:"},
+        {"open", "Open:"},
+        {"dayHigh", "Day High:"},
+        {"dayLow", "Day Low:"},
+        {"yearHigh", "52-Week High:"},
+        {"yearLow", "52-Week Low:"},
+        {"eps", "EPS:"},
+        {"pe", "P/E:"},
+        {"volume", "Volume: "},
+    };
+    for (const auto& [key, label] : cells)
+        QTest::newRow(key) << false << key << label;
+    QTest::newRow("option last") << true << "last"
+                                 << "Last Trade:";
+    QTest::newRow("option openInterest") << true << "openInterest"
+                                         << "Open Int:";
+    QTest::newRow("option volume") << true << "volume"
+                                   << "Volume: ";
+}
+
+void TestQuotesCli::jsonFields()
+{
+    QFETCH(bool, option);
+    QFETCH(QString, key);
+    QFETCH(QString, label);
+    const QJsonObject q = fieldQuote(option);
+    QVERIFY(!q.isEmpty());
+
+    sim::DemoMarket replay(m_clock, 21);
+    const QString page = QString::fromLatin1(option ? replay.optionPage(".FLDAB") : replay.stockPage("FLD"));
+    // A volume is written into its label ("Volume: 1234 shares"), every other figure into
+    // the cell after it.
+    const QRegularExpression cell(
+        label == QLatin1String("Volume: ")
+            ? QStringLiteral("<td>Volume: ([0-9]+) ")
+            : QStringLiteral("<td>%1</td><td>([-+0-9.]+)%?</td>").arg(QRegularExpression::escape(label)));
+    const QRegularExpressionMatch m = cell.match(page);
+    QVERIFY2(m.hasMatch(), qPrintable(page));
+    const double expected = m.captured(1).toDouble();
+
+    QVERIFY2(q.contains(key), qPrintable(key));
+    QVERIFY2(q.value(key + "Value").isDouble(), qPrintable(key + " has no number"));
+    QCOMPARE(q.value(key + "Value").toDouble(), expected);
+    QCOMPARE(q.value(key).toString().toDouble(), expected);
+}
+
+// What the page does not show: the service, the limits, the alarm state, the stamp.
+void TestQuotesCli::jsonRecord()
+{
+    const QJsonObject stock = fieldQuote(false);
+    QCOMPARE(stock.value("name").toString(), QStringLiteral("Demo FLD Corp"));
+    QCOMPARE(stock.value("type").toString(), QStringLiteral("Stock"));
+    QCOMPARE(stock.value("source").toObject().value("index").toInt(), 12);
+    QCOMPARE(stock.value("source").toObject().value("name").toString(), QStringLiteral("Demo Market"));
+    QCOMPARE(stock.value("limits").toObject().value("high").toDouble(), 1.1);
+    QVERIFY(stock.value("limits").toObject().value("low").isNull());
+    const QJsonObject alarm = stock.value("alarm").toObject();
+    QVERIFY(alarm.value("high").toBool());
+    QVERIFY(alarm.value("new").toBool());
+    QVERIFY(!alarm.value("low").toBool());
+    QCOMPARE(stock.value("alarms").toString(), QStringLiteral("*H"));
+    const QDateTime updated = QDateTime::fromString(stock.value("updated").toString(), Qt::ISODate);
+    QCOMPARE(updated.date(), m_clock.now().date());
+    QVERIFY(stock.value("update").toString().endsWith(QStringLiteral(" ET")));
+    // A stock page has no open interest: "n/a" as the tables show it, null rather than 0.
+    QCOMPARE(stock.value("openInterest").toString(), QStringLiteral("n/a"));
+    QVERIFY(stock.value("openInterestValue").isNull());
+
+    const QJsonObject option = fieldQuote(true);
+    QCOMPARE(option.value("type").toString(), QStringLiteral("Option"));
+    QCOMPARE(option.value("source").toObject().value("index").toInt(), 12);
+    QVERIFY(option.value("yearHighValue").isNull());
 }
 
 void TestQuotesCli::nothingFetchedExitsOne()
