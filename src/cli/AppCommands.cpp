@@ -78,12 +78,28 @@ int updateCommand(const GlobalOptions& g, const QStringList& args)
     host.showTerminal = g.verbose;
     host.showStatusTexts = g.verbose;
     app::Application application(clock, host, g.dataDir);
+    // SIGINT and SIGTERM work as the status window's Cancel: transfers in flight are
+    // dropped, a modem call is hung up and "Operation Cancelled" is logged.
+    bool stopping = false;
+    SignalWatcher signals([&](int) {
+        stopping = true;
+        application.cancelFlag().set();
+        application.state().stop = true;
+    });
     application.startup(g.portfolioFile);
     if (application.state().currentFile.isEmpty()) {
         QTextStream(stderr) << "kestrova-cli: no portfolio file could be opened\n";
         return kExitFailure;
     }
-    application.update(application.state().options.paging.enabled, marketMoment);
+    if (!stopping) {
+        application.update(application.state().options.paging.enabled, marketMoment);
+    }
+    if (stopping) {
+        if (!application.lastOutcome().cancelled) {
+            application.services().StatusMessage(QStringLiteral("Operation Cancelled"));
+        }
+        return kExitFailure;
+    }
     return kExitOk;
 }
 

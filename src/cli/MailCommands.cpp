@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "cli/SignalWatcher.h"
 #include "mail/MailWatch.h"
 #include "mail/PopClient.h"
 #include "net/DialupConnection.h"
@@ -56,8 +57,13 @@ int checkMailCommand(const GlobalOptions& global, const QStringList& args)
     core::MailBox box;
     mail::PopClient client(ctx.services);
     mail::MailWatch watch(ctx.services, ctx.options.mail, watchSettings, box, client);
+    SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
     watch.checkMail(download);
     connection.hangUp();
+    if (ctx.cancel.isSet()) {
+        ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
+        return kExitFailure;
+    }
     if (!box.countKnown) {
         err << "kestrova-cli check-mail: the mailbox could not be read (see activity.txt)\n";
         return kExitFailure;

@@ -80,6 +80,7 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     delivery::ModemLine modem(ctx.services, *line, ctx.options.modem);
     delivery::ManualPage page(modem, ctx.options);
     delivery::CurlSmtpSender smtpSender(ctx.host);
+    smtpSender.setCancelCheck([&ctx] { return ctx.cancel.isSet(); });
     net::DialupConnection connection(ctx.services, ctx.options.connection);
     delivery::SmtpPager smtp(ctx.services, ctx.options, smtpSender, &connection);
     page.setSmtpSender([&](const QString& message) {
@@ -92,6 +93,10 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     });
     const delivery::ManualPageResult result = page.send(text);
     out << (result.text.isEmpty() ? QStringLiteral("Page not sent") : result.text) << '\n';
+    if (ctx.cancel.isSet()) {
+        ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
+        return kExitFailure;
+    }
     // The page went first; the push only mirrors it and never decides the exit status.
     if (pushOn) {
         pushAndTell();

@@ -236,6 +236,10 @@ int CurlSmtpSender::send(const SmtpMail& mail, SmtpEvents* events)
         }
         curl_multi_poll(multi.get(), nullptr, 0, 100, nullptr);
         m_host.yield(0);
+        if (m_cancelled && m_cancelled()) {
+            result = CURLE_ABORTED_BY_CALLBACK;
+            break;
+        }
     }
     long responseCode = 0;
     long osErrno = 0;

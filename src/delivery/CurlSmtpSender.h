@@ -2,6 +2,8 @@
 
 #include "delivery/SmtpSender.h"
 
+#include <functional>
+
 namespace kestrova::support {
 class Host;
 }
@@ -22,6 +24,8 @@ public:
     void setCaFile(const QString& path) { m_caFile = path; }
     // Bounds a whole mail transfer so a server that stops answering cannot hold us.
     void setTimeoutSeconds(int seconds) { m_timeoutSeconds = seconds; }
+    // Asked between polls: true drops the transfer at once (a Cancel, a signal).
+    void setCancelCheck(std::function<bool()> cancelled) { m_cancelled = std::move(cancelled); }
 
     // The complete message text handed to the server: headers, a blank line, the body.
     static QByteArray composeMessage(const SmtpMail& mail, const QString& messageId);
@@ -31,6 +35,7 @@ private:
     QString m_caFile;
     int m_timeoutSeconds = 60;
     int m_sequence = 0;
+    std::function<bool()> m_cancelled;
 };
 
 } // namespace kestrova::delivery

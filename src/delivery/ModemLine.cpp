@@ -160,7 +160,8 @@ qint16 ModemLine::dial(const QString& number)
             }
         }
         if (expired(deadline)) {
-            m_result = ResultNoConnection;
+            // A cancel during the dial is the user's, not a service that never answered.
+            m_result = m_services.cancel.isSet() ? ResultCancelled : ResultNoConnection;
             break;
         }
     }

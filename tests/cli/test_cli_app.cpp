@@ -1,11 +1,19 @@
 #include "../peers/CliRun.h"
+#include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
+#include "news/ServerFiles.h"
+#include "quotes/BuiltInServers.h"
+#include "sim/ModemSimulator.h"
 
 #include "TestUtil.h"
 
+#include <QDate>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -60,6 +68,111 @@ private Q_SLOTS:
         // Nothing was changed, so nothing is asked and the file stays as it was.
         QCOMPARE(testing::readFile(pgr), before);
         QVERIFY(testing::readFile(dir.filePath(QStringLiteral("data/activity.txt"))).contains("Kestrova stopped"));
+    }
+
+    // A signal cancels whatever is in flight: a page, a mailbox or a mail server that never
+    // answers (30 and 60 s time-outs) or a modem call that never connects. The program drops
+    // the transfer, hangs the modem up, logs the cancel and ends instead of waiting.
+    void signalCancelsWorkInFlight_data()
+    {
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<int>("signal");
+        QTest::addColumn<QString>("peer");
+        QTest::addColumn<int>("exitCode");
+        const QStringList update{"update"};
+        QTest::newRow("update, call never connects, SIGTERM") << update << int(SIGTERM) << "modem" << 1;
+        QTest::newRow("update, mailbox never answers, SIGINT") << update << int(SIGINT) << "pop" << 1;
+        QTest::newRow("check-mail, mailbox never answers, SIGTERM")
+            << QStringList{"check-mail"} << int(SIGTERM) << "pop" << 1;
+        QTest::newRow("page, mail server never answers, SIGINT")
+            << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << 1;
+    }
+    void signalCancelsWorkInFlight()
+    {
+        QFETCH(QStringList, command);
+        QFETCH(int, signal);
+        QFETCH(QString, peer);
+        QFETCH(int, exitCode);
+        const bool daemon = command.first() == QLatin1String("run");
+        if (daemon && QDate::currentDate().dayOfWeek() > 5) {
+            QSKIP("the schedule runs updates on weekdays only");
+        }
+        QTemporaryDir dir;
+        const QString data = dir.filePath(QStringLiteral("data"));
+        QDir().mkpath(data);
+        // Listens but never answers: the connection is accepted and left waiting.
+        QTcpServer silentPeer;
+        QVERIFY(silentPeer.listen(QHostAddress::LocalHost));
+        const quint16 silentPort = silentPeer.serverPort();
+        QVERIFY(news::installServerFiles(data, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
+        QVERIFY(news::retargetDemoMarket(data, peer == QLatin1String("http") ? silentPort : 9));
+        sim::ModemScript script;
+        script.silent = {QStringLiteral("5551234")};
+        sim::ModemSimulator modem(script);
+        QVERIFY(modem.isValid());
+
+        core::PortfolioTable table;
+        core::Options o;
+        core::setBuiltInModemProfiles(o.modem);
+        o.connection.type = 1;
+        o.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        o.quotes.marketSummary = false;
+        o.paging.enabled = peer == QLatin1String("modem");
+        o.paging.phone = QStringLiteral("5551234");
+        o.paging.pagerId = QStringLiteral("1234567");
+        o.paging.retries = 1;
+        if (peer == QLatin1String("http")) {
+            table.count = 1;
+            table.records[0].ticker = QStringLiteral("IBM");
+        }
+        if (peer == QLatin1String("pop")) {
+            o.mail.server = QStringLiteral("127.0.0.1");
+            o.mail.port = static_cast<qint16>(silentPort);
+            o.mail.user = QStringLiteral("investor");
+            o.mail.password = QStringLiteral("secret");
+        }
+        if (peer == QLatin1String("smtp")) {
+            o.smtp.enabled = true;
+            o.smtp.hostAddress = QStringLiteral("127.0.0.1");
+            o.smtp.port = static_cast<qint16>(silentPort);
+            o.smtp.from = QStringLiteral("watch@example.com");
+            o.smtp.recipient = QStringLiteral("pager@example.com");
+        }
+        if (daemon) {
+            o.schedule.enabled = true;
+            o.schedule.interval = true;
+            o.schedule.startTime = QStringLiteral("12:00 am");
+            o.schedule.stopTime = QStringLiteral("11:59 pm");
+        }
+        const QString pgr = dir.filePath(QStringLiteral("watch.pgr"));
+        QVERIFY(core::PortfolioFile::write(pgr, table, o).ok());
+        const QStringList globals{QStringLiteral("--data-dir"), data, QStringLiteral("--portfolio"), pgr};
+        QCOMPARE(testing::runCli(dir, globals + QStringList{"options", "set", "modem.device", modem.slavePath()}).code,
+                 0);
+
+        QProcess p;
+        p.setProcessEnvironment(testing::cliEnvironment(dir));
+        p.start(qEnvironmentVariable("KESTROVA_CLI"), globals + command);
+        QVERIFY(p.waitForStarted());
+        std::unique_ptr<QTcpSocket> held;
+        if (peer == QLatin1String("modem")) {
+            QTRY_VERIFY_WITH_TIMEOUT(!modem.commands.filter(QStringLiteral("ATD")).isEmpty(), 20000);
+        } else {
+            QVERIFY(silentPeer.waitForNewConnection(daemon ? 90000 : 20000));
+            held.reset(silentPeer.nextPendingConnection());
+        }
+        ::kill(static_cast<pid_t>(p.processId()), signal);
+        // Far below every time-out in play; the event loop runs meanwhile, so the simulated
+        // modem sees the hang-up.
+        QTRY_VERIFY_WITH_TIMEOUT(p.state() == QProcess::NotRunning, 10000);
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), exitCode);
+        const QByteArray log = testing::readFile(data + QStringLiteral("/activity.txt"));
+        QVERIFY2(log.contains("Operation Cancelled"), log.constData());
+        if (peer == QLatin1String("modem")) {
+            QVERIFY(modem.commands.filter(QStringLiteral("ATH0")).size() > 0);
+            QVERIFY2(log.contains("Pager: User Cancelled"), log.constData());
+        }
     }
 
     void runRefusesBadSaveAnswer()
