@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QtGlobal>
 
@@ -163,6 +164,8 @@ struct SpareItems
 {
     std::array<QString, 8> texts{};
     std::array<qint16, 4> numbers{};
+    // Sections after the ones this version knows, kept byte for byte and written back.
+    QByteArray laterSections;
 };
 
 // Every option a watch setup carries. The portfolio file is its only persistent form

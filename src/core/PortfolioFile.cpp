@@ -51,6 +51,8 @@ public:
     void int32(qint32& v) { add(QByteArray::number(v)); }
     void single(float& v) { add(support::singleToExactText(v).toLatin1()); }
     void boolean(bool& v) { add(v ? "#TRUE#" : "#FALSE#"); }
+    void currency(support::Currency& v) { add(v.toString().toLatin1()); }
+    void raw(const QByteArray& bytes) { m_out += bytes; }
     void endLine()
     {
         m_out += m_line;
@@ -111,7 +113,26 @@ public:
         v = r.ec == std::errc() && r.ptr == t.constData() + t.size() ? f : static_cast<float>(d);
     }
     void boolean(bool& v) { v = number(next()) != 0; }
+    void currency(support::Currency& v)
+    {
+        const double d = number(next());
+        // Beyond a few hundred billion a double no longer holds four exact decimals.
+        if (std::fabs(d) > 9e11) {
+            throw VbError(VbError::Overflow);
+        }
+        v = support::Currency::fromDouble(d);
+    }
     void endLine() {}
+
+    // Only blanks and line ends are left.
+    bool atEnd()
+    {
+        while (m_pos < m_bytes.size() && (isBlank(m_bytes[m_pos]) || isLineEnd(m_bytes[m_pos]))) {
+            ++m_pos;
+        }
+        return m_pos >= m_bytes.size();
+    }
+    QByteArray rest() const { return m_bytes.mid(m_pos); }
 
 private:
     struct Item
@@ -380,6 +401,58 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
     io.endLine();
 }
 
+// Sections that follow the fixed layout, each opened by a line holding its name. A file
+// without them is the fixed layout exactly, so files that need no section read the same
+// in every version; a section this version does not know is kept as read.
+const QByteArray kHoldingsSection = "Holdings";
+
+template <class IO> void holdingsPass(IO& io, PortfolioTable& t)
+{
+    checkCount(t.count);
+    for (int i = 0; i < t.count; ++i) {
+        PortfolioRecord& r = t.records[static_cast<size_t>(i)];
+        io.text(r.name), io.single(r.shares), io.currency(r.costBasis);
+        io.endLine();
+    }
+}
+
+void writeSections(ItemWriter& w, PortfolioTable& t, Options& o)
+{
+    bool holdings = false;
+    for (int i = 0; i < t.count && !holdings; ++i) {
+        holdings = t.records[static_cast<size_t>(i)].hasHolding();
+    }
+    if (holdings) {
+        QString name = QString::fromLatin1(kHoldingsSection);
+        w.text(name);
+        w.endLine();
+        holdingsPass(w, t);
+    }
+    w.raw(o.spare.laterSections);
+}
+
+void readSections(ItemReader& r, PortfolioTable& t, Options& o)
+{
+    // A file without a holdings section has none: what the previous file held must not stay.
+    for (PortfolioRecord& rec : t.records) {
+        rec.name.clear();
+        rec.shares = 0;
+        rec.costBasis = {};
+    }
+    o.spare.laterSections.clear();
+    while (!r.atEnd()) {
+        const QByteArray from = r.rest();
+        QString name;
+        r.text(name);
+        if (name == QLatin1String(kHoldingsSection)) {
+            holdingsPass(r, t);
+        } else {
+            o.spare.laterSections = from;
+            return;
+        }
+    }
+}
+
 int errorFromFileDevice(const QFileDevice& f, const QString& path)
 {
     const QFileInfo info(path);
@@ -443,6 +516,7 @@ QByteArray PortfolioFile::encode(const PortfolioTable& table, const Options& opt
     Options o = options;
     ItemWriter w;
     walk(w, t, o);
+    writeSections(w, t, o);
     return w.result();
 }
 
@@ -453,6 +527,7 @@ void PortfolioFile::decode(const QByteArray& bytes, PortfolioTable& table, Optio
     }
     ItemReader r(bytes);
     walk(r, table, options);
+    readSections(r, table, options);
 }
 
 QString PortfolioFile::readerMessage(int error, const QString& fileName, const QString& description)

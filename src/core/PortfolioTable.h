@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Currency.h"
+
 #include <QString>
 #include <QtGlobal>
 
@@ -23,6 +25,12 @@ struct PortfolioRecord
     qint16 digits = 2;
     qint16 server = 0; // index into the built-in quote-server list
     qint16 news = 0;   // 0/1: fetch news for this ticker
+    // The holding itself, kept after the fixed layout of the file (see PortfolioFile).
+    QString name;
+    float shares = 0;
+    support::Currency costBasis; // cost of one share
+
+    bool hasHolding() const { return !name.isEmpty() || shares != 0 || costBasis != support::Currency(); }
 
     // The type the rest of the program works with (the legacy flag means Option).
     qint16 effectiveType() const { return legacyOption ? qint16(1) : securityType; }

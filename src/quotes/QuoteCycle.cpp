@@ -38,6 +38,9 @@ std::shared_ptr<core::Quote> quoteFor(const core::PortfolioRecord& r, int slot, 
 {
     auto q = std::make_shared<core::Quote>();
     q->setTicker(ticker);
+    // The holding makes the quote's market value and gain meaningful.
+    q->setShares(r.shares);
+    q->setCostBasis(r.costBasis);
     q->setHighLimit(r.highLimit);
     q->setLowLimit(r.lowLimit);
     q->setPageCloseOnly(r.marketOnly != 0);

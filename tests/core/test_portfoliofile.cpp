@@ -322,6 +322,46 @@ private Q_SLOTS:
         QCOMPARE(std::bit_cast<quint32>(back.records[0].lowChgLimit), std::bit_cast<quint32>(-value));
     }
 
+    void sectionsAfterTheLayout_data()
+    {
+        QTest::addColumn<bool>("holdings");
+        QTest::addColumn<QByteArray>("later");
+        QTest::addColumn<int>("extraLines");
+        QTest::newRow("none: the fixed layout alone") << false << QByteArray() << 0;
+        QTest::newRow("holdings") << true << QByteArray() << 4;
+        QTest::newRow("a later version's section") << false << QByteArray("\"Alerts\",2\r\n\"x\",#TRUE#\r\n") << 2;
+        QTest::newRow("holdings and a later section") << true << QByteArray("\"Alerts\",1\r\n") << 5;
+    }
+    void sectionsAfterTheLayout()
+    {
+        QFETCH(bool, holdings);
+        QFETCH(QByteArray, later);
+        QFETCH(int, extraLines);
+        PortfolioTable table;
+        fillTable(table, 3);
+        if (holdings) {
+            table.records[0].name = QStringLiteral("Alpha, Inc.");
+            table.records[0].shares = 150.5f;
+            table.records[0].costBasis = kestrova::support::Currency::fromTicks(123456789);
+            table.records[2].shares = 3;
+        }
+        Options options = distinctOptions();
+        options.spare.laterSections = later;
+        const QByteArray bytes = PortfolioFile::encode(table, options);
+        QCOMPARE(linesOf(bytes).size(), kFixedLines + 1 + kLinesPerRecord * 3 + extraLines);
+        QVERIFY(bytes.endsWith(later));
+
+        // Read over a table that still holds another file's holdings: none may stay behind.
+        PortfolioTable back;
+        back.records[1].name = QStringLiteral("stale");
+        back.records[1].shares = 9;
+        Options o;
+        PortfolioFile::decode(bytes, back, o);
+        compareTables(table, back);
+        QCOMPARE(o.spare.laterSections, later);
+        QCOMPARE(PortfolioFile::encode(back, o), bytes);
+    }
+
     void fixedWidthUserField_data()
     {
         QTest::addColumn<QString>("user");
