@@ -1,6 +1,7 @@
 #include "core/OptionRegistry.h"
 
 #include "core/EntryRules.h"
+#include "core/OptionChecks.h"
 
 #include "support/Cp1252.h"
 #include "support/Format.h"
@@ -529,6 +530,15 @@ std::vector<OptionDef> buildAll()
             if (d.name == QLatin1String(name)) {
                 d.allowed = QString::fromUtf8(allowed);
             }
+        }
+    }
+    // Fields that take an address, a host, a phone number or a port refuse other text.
+    for (OptionDef& d : v) {
+        if (auto format = formatCheck(d.name)) {
+            d.check = [own = d.check, format](const Options& o, const QString& value) {
+                const QString why = own ? own(o, value) : QString();
+                return why.isEmpty() ? format(value) : why;
+            };
         }
     }
     return v;

@@ -1,4 +1,5 @@
 #include "core/ModemProfiles.h"
+#include "core/OptionChecks.h"
 #include "core/OptionRegistry.h"
 #include "core/PortfolioFile.h"
 
@@ -39,8 +40,15 @@ QString otherValue(const OptionDef& d, const Options& fresh, int salt)
         if (d.name == QLatin1String("push.url")) {
             return QStringLiteral("https://h%1.example/t").arg(salt);
         }
-        if (d.name == QLatin1String("smtp.recipient")) {
+        if (d.name == QLatin1String("smtp.recipient") || d.name == QLatin1String("smtp.from")) {
             return QStringLiteral("r%1@example").arg(salt);
+        }
+        if (d.name.endsWith(QLatin1String(".address"))) {
+            return QStringLiteral("10.0.0.%1").arg(salt % 250);
+        }
+        if (d.name == QLatin1String("pager.phone") || d.name == QLatin1String("pager.numeric_prefix") ||
+            d.name == QLatin1String("proxy.port")) {
+            return QString::number(1000 + salt);
         }
         return QStringLiteral("v%1").arg(salt);
     }
@@ -116,7 +124,23 @@ private Q_SLOTS:
         QTest::newRow("quote server 12") << "quotes.server" << "12" << true << "12";
         QTest::newRow("quote server 13") << "quotes.server" << "13" << false << "";
         QTest::newRow("mail mode 4") << "mail.mode" << "4" << false << "";
-        QTest::newRow("text with comma") << "smtp.from" << "a,b@c" << true << "a,b@c";
+        QTest::newRow("text with comma") << "connection.entry" << "ISP, evenings" << true << "ISP, evenings";
+        QTest::newRow("sender") << "smtp.from" << "me.too@mail.example.com" << true << "me.too@mail.example.com";
+        QTest::newRow("sender not an address") << "smtp.from" << "me at example" << false << "";
+        QTest::newRow("recipient two ats") << "smtp.recipient" << "a@b@" << false << "";
+        QTest::newRow("host address") << "smtp.address" << "192.168.1.10" << true << "192.168.1.10";
+        QTest::newRow("host address ipv6") << "proxy.address" << "fe80::1" << true << "fe80::1";
+        QTest::newRow("host address octet 256") << "smtp.address" << "256.1.1.1" << false << "";
+        QTest::newRow("host name in address field") << "proxy.address" << "proxy.example.com" << false << "";
+        QTest::newRow("host name") << "smtp.host" << "mail.example.com" << true << "mail.example.com";
+        QTest::newRow("host name as address") << "mail.server" << "127.0.0.1" << true << "127.0.0.1";
+        QTest::newRow("host name with blank") << "smtp.host" << "mail example" << false << "";
+        QTest::newRow("host left empty") << "smtp.host" << "" << true << "";
+        QTest::newRow("phone") << "pager.phone" << "(555) 010-0100,,9" << true << "(555) 010-0100,,9";
+        QTest::newRow("phone in words") << "pager.phone" << "call me" << false << "";
+        QTest::newRow("preceding characters") << "pager.numeric_prefix" << ",,*9" << true << ",,*9";
+        QTest::newRow("proxy port") << "proxy.port" << "3128" << true << "3128";
+        QTest::newRow("proxy port text") << "proxy.port" << "http" << false << "";
         QTest::newRow("text with quote") << "smtp.from" << "a\"b" << false << "";
         QTest::newRow("recipient") << "smtp.recipient" << "pager@example" << true << "pager@example";
         QTest::newRow("recipient no at") << "smtp.recipient" << "pager" << false << "";
@@ -219,6 +243,58 @@ private Q_SLOTS:
         m.lastIndex = 5;
         setBuiltInModemProfiles(m);
         QCOMPARE(m.lastIndex, qint16(5));
+    }
+
+    void formChecksInOrder_data()
+    {
+        QTest::addColumn<QStringList>("entered"); // name=value pairs over a good form
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("option"); // the field to correct
+        QTest::newRow("good form") << QStringList{} << ""
+                                   << "";
+        QTest::newRow("everything wrong: the pager ID first")
+            << QStringList{"pager.id=12-34", "pager.max_length=0", "smtp.recipient=", "proxy.host="}
+            << "Please enter Pager ID without dashes"
+            << "pager.id";
+        QTest::newRow("then the page length") << QStringList{"pager.max_length=0", "smtp.recipient=", "proxy.host="}
+                                              << "You must enter a non-zero maximum page length."
+                                              << "pager.max_length";
+        QTest::newRow("the e-mail page length")
+            << QStringList{"smtp.max_length=0", "smtp.recipient=x"} << "You must enter a non-zero maximum page length."
+            << "smtp.max_length";
+        QTest::newRow("then the recipient")
+            << QStringList{"smtp.recipient=pager", "proxy.host="} << "You must enter a valid recipient email address"
+            << "smtp.recipient";
+        QTest::newRow("then the proxy") << QStringList{"proxy.host="}
+                                        << "You must enter either a host name or host address for the proxy server."
+                                        << "proxy.host";
+        QTest::newRow("proxy address alone is enough") << QStringList{"proxy.host=", "proxy.address=10.1.1.1"} << ""
+                                                       << "";
+        QTest::newRow("then the SMTP server")
+            << QStringList{"smtp.host=", "smtp.address="}
+            << "You must enter either a host name or host address for the SMTP server."
+            << "smtp.host";
+        QTest::newRow("e-mail fields unchecked with e-mail paging off")
+            << QStringList{"smtp.enabled=false", "smtp.max_length=0", "smtp.recipient=", "smtp.host="} << ""
+            << "";
+        QTest::newRow("proxy unchecked when not used") << QStringList{"proxy.enabled=false", "proxy.host="} << ""
+                                                       << "";
+    }
+    void formChecksInOrder()
+    {
+        QFETCH(QStringList, entered);
+        QFETCH(QString, message);
+        QFETCH(QString, option);
+        QHash<QString, QString> form{{"pager.id", "12345"},         {"pager.max_length", "80"},
+                                     {"smtp.enabled", "true"},      {"smtp.max_length", "160"},
+                                     {"smtp.recipient", "p@x.org"}, {"smtp.host", "mail.x.org"},
+                                     {"proxy.enabled", "true"},     {"proxy.host", "proxy.x.org"}};
+        for (const QString& pair : entered) {
+            form[pair.section(u'=', 0, 0)] = pair.section(u'=', 1);
+        }
+        const auto failure = firstFailedOptionCheck([&form](const QString& name) { return form.value(name); });
+        QCOMPARE(failure ? failure->message : QString(), message);
+        QCOMPARE(failure ? failure->option : QString(), option);
     }
 };
 
