@@ -1,8 +1,10 @@
 #include "app/Application.h"
 
 #include "core/ModemProfiles.h"
+#include "core/PortfolioEntries.h"
 #include "core/PortfolioFile.h"
 #include "delivery/CurlSmtpSender.h"
+#include "delivery/ManualPage.h"
 #include "delivery/ModemLine.h"
 #include "delivery/NumericPager.h"
 #include "delivery/PageTable.h"
@@ -206,6 +208,138 @@ void Application::setUpSerial()
     }
     m_serial->setSettings(modem.settings);
     m_serial->setFlowControl(modem.flowControl);
+}
+
+namespace {
+
+// Whether two setups differ in anything the portfolio file stores.
+bool storedDiffers(const core::PortfolioTable& t1, const core::Options& o1, const core::PortfolioTable& t2,
+                   const core::Options& o2)
+{
+    try {
+        return core::PortfolioFile::encode(t1, o1) != core::PortfolioFile::encode(t2, o2);
+    } catch (const support::VbError&) {
+        return true; // the next save reports what cannot be written
+    }
+}
+
+} // namespace
+
+void Application::applyOptions(const core::Options& options)
+{
+    if (storedDiffers(m_state.portfolio, m_state.options, m_state.portfolio, options)) {
+        m_state.fileModified = true;
+    }
+    m_state.options = options;
+    m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
+    m_fetcher->setProxy(m_state.options.proxy);
+    setUpSerial();
+    UpdateSettings();
+}
+
+void Application::applyPreferences(const settings::Preferences& prefs)
+{
+    settings::SettingsStore store;
+    settings::savePreferences(store, prefs);
+    if (!store.sync()) {
+        m_host.messageBox(QStringLiteral("The settings could not be saved in ") + store.fileName(),
+                          support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+    }
+    m_state.prefs = prefs;
+    m_mailSettings->checkMail = prefs.checkMail;
+    m_mailSettings->mailSizeKb = prefs.mailSize;
+    setUpSerial();
+    UpdateSettings();
+}
+
+void Application::applyPortfolio(const core::PortfolioTable& table)
+{
+    if (storedDiffers(m_state.portfolio, m_state.options, table, m_state.options)) {
+        m_state.fileModified = true;
+    }
+    m_state.portfolio = table;
+}
+
+delivery::ManualPageResult Application::sendManualPage(const QString& text)
+{
+    m_cancel.clear();
+    m_host.setBusy(true);
+    const core::Options& o = m_state.options;
+    delivery::ManualPage page(*m_modem, o, &m_state.mailBox);
+    page.setSmtpSender([this, &o](const QString& message) {
+        delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
+        const bool sent = pager.sendSmtpMessage(message);
+        if (o.connection.type == kConnectionDialup) {
+            m_connection->hangUp();
+        }
+        return delivery::ManualPageResult{
+            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent};
+    });
+    delivery::ManualPageResult result;
+    runStep("SendPage", [&] { result = page.send(text); });
+    if (m_cancel.isSet()) {
+        m_services.StatusMessage(QStringLiteral("Operation Cancelled"));
+    }
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    return result;
+}
+
+delivery::ManualPageResult Application::sendTestPage(const core::Options& shown)
+{
+    m_cancel.clear();
+    m_host.setBusy(true);
+    // The test dials with the port and profile on screen; the saved ones are put back after.
+    delivery::ModemLine modem(m_services, *m_serial, shown.modem);
+    m_serial->setFlowControl(shown.modem.flowControl);
+    delivery::PageTable table;
+    table.pages << delivery::ManualPage::testPageText(shown);
+    delivery::NumericPager pager(modem, shown);
+    bool sent = false;
+    runStep("SendTestPage", [&] { sent = pager.SendDigitalPage(table); });
+    setUpSerial();
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    return {pager.outcomes().isEmpty() ? QString() : pager.outcomes().constLast(), sent};
+}
+
+QString Application::testConnection(const core::ConnectionOptions& shown)
+{
+    m_cancel.clear();
+    m_host.setBusy(true);
+    bool ok = false;
+    runStep("RASDial", [&] {
+        net::DialupConnection probe(m_services, shown);
+        ok = probe.connect();
+        // Only a link the test itself dialled is closed again; Direct and External Dialer
+        // links are not the program's to close.
+        if (ok && shown.type == kConnectionDialup) {
+            probe.hangUp();
+        }
+    });
+    if (!ok) {
+        m_services.StatusMessage(QStringLiteral("Internet: Connection was not established..."));
+    }
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    return ok ? QStringLiteral("Successful Connection!") : QStringLiteral("Failed to Connect...");
+}
+
+std::optional<float> Application::lastPrice(const QString& ticker) const
+{
+    for (const core::Quotes* set : {&m_stockQuotes, &m_optionQuotes}) {
+        for (const auto& q : *set) {
+            if (q->ticker().compare(ticker.trimmed(), Qt::CaseInsensitive) == 0) {
+                // "n/a" and an empty price are no price at all, not a price of 0.
+                const QString last = q->last();
+                if (last.isEmpty() || last == QLatin1String("n/a")) {
+                    return std::nullopt;
+                }
+                return q->lastValue();
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 void Application::mnuNew()

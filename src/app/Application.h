@@ -6,6 +6,7 @@
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
 #include "core/Quotes.h"
+#include "delivery/ManualPage.h"
 #include "delivery/SerialLine.h"
 #include "net/InternetConnection.h"
 #include "quotes/BuiltInServers.h"
@@ -21,6 +22,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace kestrova::quotes {
 class CurlFetcher;
@@ -163,6 +165,21 @@ public:
     // Applies the modem options (and the machine's device override) to the serial line.
     void setUpSerial();
 
+    // What the dialogs commit, each in one step. A change to what the portfolio file stores
+    // marks the file modified; the labels and the transports follow the new values.
+    void applyOptions(const core::Options& options);
+    void applyPreferences(const settings::Preferences& prefs);
+    void applyPortfolio(const core::PortfolioTable& table);
+
+    // The send-a-page dialog: the numeric pager, else e-mail, else the alphanumeric
+    // service. A dial-up link that an e-mail page brought up is hung up afterwards.
+    delivery::ManualPageResult sendManualPage(const QString& text);
+    // The options dialog's test page, sent with the options the dialog shows (not yet saved).
+    delivery::ManualPageResult sendTestPage(const core::Options& shown);
+    // The options dialog's connection test with the connection it shows: the text to show,
+    // "Successful Connection!" or "Failed to Connect...".
+    QString testConnection(const core::ConnectionOptions& shown);
+
     AppState& state() { return m_state; }
     const support::Services& services() const { return m_services; }
     support::CancelFlag& cancelFlag() { return m_cancel; }
@@ -190,6 +207,9 @@ public:
     bool ownsSchedule();
     bool portOpen() const;
     bool updating() const { return m_updating; }
+
+    // The last price of a ticker in the quote sets of the last update, when it had one.
+    std::optional<float> lastPrice(const QString& ticker) const;
 
     // The page text of the alphanumeric routes: market summary, quotes, e-mail marker, news.
     // includeAll puts every member meant for the pager in, whatever the selection says.

@@ -33,6 +33,16 @@ QString ManualPage::characterCountText(const QString& text)
     return QStringLiteral("Number of Characters: ") + QString::number(text.size());
 }
 
+QString ManualPage::addressee(const core::Options& options)
+{
+    return options.smtp.enabled ? options.smtp.recipient : options.paging.user;
+}
+
+QString ManualPage::testPageText(const core::Options& options)
+{
+    return commaPrefix(options.paging.numericWait) + options.paging.numericPrefix + QStringLiteral("01*2*1234#");
+}
+
 ManualPageResult ManualPage::send(const QString& text)
 {
     if (m_options.paging.numeric) {

@@ -38,6 +38,12 @@ public:
     // The dialog refuses Enter: a manual page is always one line.
     static QString acceptTyped(const QString& text);
     static QString characterCountText(const QString& text);
+    // Who the page goes to, as lblUser shows it: the e-mail recipient when pages go by
+    // e-mail, else the pager user field as stored (its padding blanks included).
+    static QString addressee(const core::Options& options);
+    // The options dialog's numeric test page: the pause commas, the characters that precede
+    // a numeric page, and a fixed digit string the user recognises on the pager.
+    static QString testPageText(const core::Options& options);
 
     ManualPageResult send(const QString& text);
 

@@ -1,5 +1,6 @@
 #include "delivery/ModemProfiles.h"
 
+#include "core/ModemProfiles.h"
 #include "support/Host.h"
 
 namespace kestrova::delivery {
@@ -47,10 +48,15 @@ bool ModemProfiles::add(const QString& shownInit, const QString& shownPagerInit)
     return true;
 }
 
+bool ModemProfiles::canRemove(int index) const
+{
+    return index >= core::kBuiltInModemProfiles && index < count();
+}
+
 bool ModemProfiles::remove()
 {
     const int index = m_modem.selected;
-    if (index < 0 || index >= count()) {
+    if (!canRemove(index)) {
         return false;
     }
     const QString question = QStringLiteral("Delete ") + profile(index).name + u'?';

@@ -32,6 +32,8 @@ public:
     // Asks for a name and adds a profile with the init strings currently shown; it
     // becomes the selected one. Returns true when one was added.
     bool add(const QString& shownInit, const QString& shownPagerInit);
+    // The built-in profiles stay, so every setup offers them first.
+    bool canRemove(int index) const;
     // Asks before removing the selected profile. Returns true when it was removed.
     bool remove();
     // Writes the two shown init strings back into the selected profile.

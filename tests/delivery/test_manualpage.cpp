@@ -50,6 +50,19 @@ private Q_SLOTS:
         QCOMPARE(delivery::ManualPage::characterCountText(text), count);
     }
 
+    void addresseeAndTestPage()
+    {
+        core::Options o;
+        o.paging.user = QStringLiteral("Pat").leftJustified(25);
+        o.smtp.recipient = QStringLiteral("pat@pager.example");
+        o.paging.numericWait = 5;
+        o.paging.numericPrefix = QStringLiteral("9,");
+        QCOMPARE(delivery::ManualPage::addressee(o), QString(QStringLiteral("Pat") + QString(22, u' ')));
+        QCOMPARE(delivery::ManualPage::testPageText(o), QStringLiteral(",,9,01*2*1234#"));
+        o.smtp.enabled = true;
+        QCOMPARE(delivery::ManualPage::addressee(o), QStringLiteral("pat@pager.example"));
+    }
+
     void numericRouteDialsCommasAndText()
     {
         sim::ModemScript script;
@@ -119,6 +132,10 @@ private Q_SLOTS:
         QVERIFY(!profiles.select(3));
         QVERIFY(profiles.select(1));
         QCOMPARE(profiles.selected(), 1);
+        // A built-in profile cannot be deleted, so it is never asked about.
+        QVERIFY(!profiles.remove());
+        QCOMPARE(profiles.count(), 3);
+        QVERIFY(host.messages.isEmpty());
     }
 
     void addProfile_data()
