@@ -1,5 +1,6 @@
 #include "core/PortfolioEntries.h"
 
+#include "core/EntryRules.h"
 #include "core/Options.h"
 #include "core/Security.h"
 #include "support/Cp1252.h"
@@ -25,21 +26,13 @@ QString numberText(float value)
     return value == 0 ? QString() : support::singleToText(value);
 }
 
-// Texts go into a Windows-1252 file between double quotes, one item per line.
+// A name goes into the file between double quotes, one item per line.
 QString textProblem(const QString& text)
 {
-    if (text.contains(u'"')) {
-        return QStringLiteral("may not hold double quotes.");
+    if (text.contains(u'"') || text.contains(u'\r') || text.contains(u'\n')) {
+        return QStringLiteral("may not hold double quotes or line breaks");
     }
-    for (QChar c : text) {
-        if (c == u'\r' || c == u'\n' || c == u'\t') {
-            return QStringLiteral("may not hold line breaks or tabs.");
-        }
-        if (support::cp1252Byte(c) < 0) {
-            return QStringLiteral("holds the character \"%1\", which the portfolio file cannot store.").arg(c);
-        }
-    }
-    return {};
+    return unstorableCharacter(text);
 }
 
 struct Checker
@@ -52,6 +45,26 @@ struct Checker
             problem = EntryProblem{field, entryFieldLabel(field) + QStringLiteral(": ") + message};
         }
         return false;
+    }
+
+    // The stored-entry rules (EntryRules), reported for the form's field. With `only`, just
+    // a problem of those fields counts.
+    void record(const PortfolioRecord& r, std::initializer_list<EntryField> only)
+    {
+        static const std::pair<const char*, EntryField> prefixes[] = {
+            {"ticker: ", EntryField::Ticker},       {"high limit: ", EntryField::HighLimit},
+            {"low limit: ", EntryField::LowLimit},  {"volume limit: ", EntryField::VolumeLimit},
+            {"type: ", EntryField::Type},           {"digits: ", EntryField::Digits},
+            {"quote service: ", EntryField::Server}};
+        const QString why = entryProblem(r);
+        for (const auto& [prefix, field] : prefixes) {
+            if (why.startsWith(QLatin1String(prefix))) {
+                if (only.size() == 0 || std::find(only.begin(), only.end(), field) != only.end()) {
+                    fail(field, why.mid(static_cast<qsizetype>(qstrlen(prefix))));
+                }
+                return;
+            }
+        }
     }
 
     // A number field; min/max bound it, and a limit may be left empty for "no limit".
@@ -150,62 +163,11 @@ std::optional<double> parseEntryNumber(const QString& text)
 std::optional<EntryProblem> parseEntry(const EntryInput& in, PortfolioRecord& record)
 {
     Checker c;
-    const QString ticker = in.ticker.trimmed();
-    const QString name = in.name.trimmed();
     const double floatMax = std::numeric_limits<float>::max();
 
-    if (in.type < 0 || in.type > 3) {
-        c.fail(EntryField::Type, QStringLiteral("choose Stock, Option, Mutual Fund or Future."));
-    }
-    if (ticker.isEmpty()) {
-        c.fail(EntryField::Ticker, QStringLiteral("enter the symbol of the security."));
-    } else if (ticker.size() > kMaxTickerLength) {
-        c.fail(EntryField::Ticker, QStringLiteral("a symbol has at most %1 characters.").arg(kMaxTickerLength));
-    } else if (const QString why = textProblem(ticker); !why.isEmpty()) {
-        c.fail(EntryField::Ticker, QStringLiteral("a symbol ") + why);
-    }
-    if (name.size() > kMaxNameLength) {
-        c.fail(EntryField::Name, QStringLiteral("a name has at most %1 characters.").arg(kMaxNameLength));
-    } else if (const QString why = textProblem(name); !why.isEmpty()) {
-        c.fail(EntryField::Name, QStringLiteral("a name ") + why);
-    }
-    double shares = 0, cost = 0, high = 0, low = 0, highChg = 0, lowChg = 0, volume = 0;
-    c.number(EntryField::Shares, in.shares, 0, floatMax, &shares);
-    c.number(EntryField::CostBasis, in.costBasis, 0, 9e11, &cost);
-    c.number(EntryField::HighLimit, in.highLimit, 0, floatMax, &high);
-    c.number(EntryField::LowLimit, in.lowLimit, 0, floatMax, &low);
-    if (!c.problem && high != 0 && low != 0 && low > high) {
-        c.fail(EntryField::LowLimit, QStringLiteral("must be below the high limit."));
-    }
-    c.number(EntryField::HighChgLimit, in.highChgLimit, -floatMax, floatMax, &highChg);
-    c.number(EntryField::LowChgLimit, in.lowChgLimit, -floatMax, floatMax, &lowChg);
-    if (!c.problem && highChg != 0 && lowChg != 0 && lowChg > highChg) {
-        c.fail(EntryField::LowChgLimit, QStringLiteral("must be below the high % change."));
-    }
-    if (c.number(EntryField::VolumeLimit, in.volumeLimit, 0, std::numeric_limits<qint32>::max(), &volume) &&
-        volume != std::floor(volume)) {
-        c.fail(EntryField::VolumeLimit, QStringLiteral("enter a whole number of shares."));
-    }
-    if (in.digits < 0 || in.digits > kMaxDigits) {
-        c.fail(EntryField::Digits, QStringLiteral("must be between 0 and %1.").arg(kMaxDigits));
-    }
-    if (in.server < 0 || in.server >= kBuiltInServers) {
-        c.fail(EntryField::Server, QStringLiteral("choose one of the quote services."));
-    }
-    if (c.problem) {
-        return c.problem;
-    }
-
     PortfolioRecord r;
-    r.ticker = ticker;
-    r.name = name;
-    r.shares = static_cast<float>(shares);
-    r.costBasis = Currency::fromDouble(cost);
-    r.highLimit = static_cast<float>(high);
-    r.lowLimit = static_cast<float>(low);
-    r.highChgLimit = static_cast<float>(highChg);
-    r.lowChgLimit = static_cast<float>(lowChg);
-    r.volumeLimit = static_cast<qint32>(volume);
+    r.ticker = in.ticker.trimmed(); // the form trims; blanks around a symbol are never meant
+    r.name = in.name.trimmed();
     r.securityType = in.type;
     r.legacyOption = 0; // the type is now stated outright
     r.digits = in.digits;
@@ -213,6 +175,47 @@ std::optional<EntryProblem> parseEntry(const EntryInput& in, PortfolioRecord& re
     r.toPager = in.toPager ? 1 : 0;
     r.marketOnly = in.marketOnly ? 1 : 0;
     r.news = in.news ? 1 : 0;
+
+    // The rules every face applies to a stored entry come first for the fields at the top of
+    // the form (type and ticker); the number fields are read before their own rules run.
+    c.record(r, {EntryField::Type, EntryField::Ticker});
+    if (r.name.size() > kMaxNameLength) {
+        c.fail(EntryField::Name, QStringLiteral("a name has at most %1 characters.").arg(kMaxNameLength));
+    } else if (const QString why = textProblem(r.name); !why.isEmpty()) {
+        c.fail(EntryField::Name, why);
+    }
+    double shares = 0, cost = 0, high = 0, low = 0, highChg = 0, lowChg = 0, volume = 0;
+    c.number(EntryField::Shares, in.shares, 0, floatMax, &shares);
+    c.number(EntryField::CostBasis, in.costBasis, 0, 9e11, &cost);
+    c.number(EntryField::HighLimit, in.highLimit, -floatMax, floatMax, &high);
+    c.number(EntryField::LowLimit, in.lowLimit, -floatMax, floatMax, &low);
+    c.number(EntryField::HighChgLimit, in.highChgLimit, -floatMax, floatMax, &highChg);
+    c.number(EntryField::LowChgLimit, in.lowChgLimit, -floatMax, floatMax, &lowChg);
+    if (c.number(EntryField::VolumeLimit, in.volumeLimit, -floatMax, std::numeric_limits<qint32>::max(), &volume) &&
+        volume != std::floor(volume)) {
+        c.fail(EntryField::VolumeLimit, QStringLiteral("enter a whole number of shares."));
+    }
+    if (c.problem) {
+        return c.problem;
+    }
+    r.shares = static_cast<float>(shares);
+    r.costBasis = Currency::fromDouble(cost);
+    r.highLimit = static_cast<float>(high);
+    r.lowLimit = static_cast<float>(low);
+    r.highChgLimit = static_cast<float>(highChg);
+    r.lowChgLimit = static_cast<float>(lowChg);
+    r.volumeLimit = static_cast<qint32>(std::max(volume, double(std::numeric_limits<qint32>::min())));
+    c.record(r, {});
+    // Limits that can never both hold are a typing slip the form points out.
+    if (!c.problem && r.highLimit != 0 && r.lowLimit != 0 && r.lowLimit > r.highLimit) {
+        c.fail(EntryField::LowLimit, QStringLiteral("must be below the high limit."));
+    }
+    if (!c.problem && r.highChgLimit != 0 && r.lowChgLimit != 0 && r.lowChgLimit > r.highChgLimit) {
+        c.fail(EntryField::LowChgLimit, QStringLiteral("must be below the high % change."));
+    }
+    if (c.problem) {
+        return c.problem;
+    }
     record = r;
     return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/EntryRules.h"
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
 #include "support/Currency.h"
@@ -59,10 +60,8 @@ struct EntryProblem
     QString message;
 };
 
-// Longest symbol kept: an option's full symbol (root, expiry, C/P, strike) has 21 characters.
-constexpr int kMaxTickerLength = 21;
 constexpr int kMaxNameLength = 60;
-constexpr int kMaxDigits = 6;
+constexpr int kMaxDigits = 9;
 
 // Reads a number the way the entry fields take it: blanks around, an optional sign,
 // thousands commas, a decimal point. An empty field is 0. No value for anything else.

@@ -60,21 +60,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::newRow("no ticker") << "ticker"
                                    << "   "
-                                   << "Ticker: enter the symbol of the security.";
-        QTest::newRow("ticker too long") << "ticker" << QString(22, u'X')
-                                         << "Ticker: a symbol has at most 21 characters.";
+                                   << "Ticker: a ticker is needed";
+        QTest::newRow("ticker too long") << "ticker" << QString(22, u'X') << "Ticker: holds at most 21 characters";
         QTest::newRow("ticker with a quote") << "ticker"
                                              << "A\"B"
-                                             << "Ticker: a symbol may not hold double quotes.";
+                                             << "Ticker: may not hold double quotes or line breaks";
         QTest::newRow("ticker outside the code page")
             << "ticker" << QStringLiteral("漢字")
-            << QStringLiteral("Ticker: a symbol holds the character \"漢\", which the portfolio file cannot store.");
+            << QStringLiteral(
+                   "Ticker: \"漢\" cannot be stored in the portfolio file, which holds Windows-1252 text only");
         QTest::newRow("price is text") << "high"
                                        << "12a"
                                        << "High Limit: \"12a\" is not a number.";
         QTest::newRow("negative price") << "low"
                                         << "-5"
-                                        << "Low Limit: may not be negative.";
+                                        << "Low Limit: must be 0 (no limit) or a price above it";
         QTest::newRow("low above high") << "low"
                                         << "151"
                                         << "Low Limit: must be below the high limit.";
