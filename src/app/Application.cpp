@@ -237,17 +237,19 @@ void Application::applyOptions(const core::Options& options)
     UpdateSettings();
 }
 
-void Application::applyPreferences(const settings::Preferences& prefs)
+void Application::applyStoreValues(const QHash<QString, QString>& values)
 {
     settings::SettingsStore store;
-    settings::savePreferences(store, prefs);
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        store.save(settings::kSettingsSection, it.key(), it.value());
+    }
     if (!store.sync()) {
         m_host.messageBox(QStringLiteral("The settings could not be saved in ") + store.fileName(),
                           support::MsgButtons::Ok, support::MsgIcon::Exclamation);
     }
-    m_state.prefs = prefs;
-    m_mailSettings->checkMail = prefs.checkMail;
-    m_mailSettings->mailSizeKb = prefs.mailSize;
+    m_state.prefs = settings::readPreferences(store, m_dataDir);
+    m_mailSettings->checkMail = m_state.prefs.checkMail;
+    m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
     setUpSerial();
     UpdateSettings();
 }
@@ -323,6 +325,11 @@ QString Application::testConnection(const core::ConnectionOptions& shown)
     m_host.setBusy(false);
     m_host.setStatusText(QString());
     return ok ? QStringLiteral("Successful Connection!") : QStringLiteral("Failed to Connect...");
+}
+
+QString Application::newsPageUrl(const QString& ticker) const
+{
+    return news::newsPageUrl(m_state.portfolio, m_state.options.quotes, m_builtIn, *m_newsServers, ticker);
 }
 
 std::optional<float> Application::lastPrice(const QString& ticker) const

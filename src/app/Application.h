@@ -18,6 +18,7 @@
 #include "support/CancelFlag.h"
 #include "support/Services.h"
 
+#include <QHash>
 #include <QString>
 
 #include <functional>
@@ -168,7 +169,9 @@ public:
     // What the dialogs commit, each in one step. A change to what the portfolio file stores
     // marks the file modified; the labels and the transports follow the new values.
     void applyOptions(const core::Options& options);
-    void applyPreferences(const settings::Preferences& prefs);
+    // Preferences arrive as settings-store texts by key (as the option registry stores them)
+    // and are read back by start-up's own rules.
+    void applyStoreValues(const QHash<QString, QString>& values);
     void applyPortfolio(const core::PortfolioTable& table);
 
     // The send-a-page dialog: the numeric pager, else e-mail, else the alphanumeric
@@ -207,6 +210,9 @@ public:
     bool ownsSchedule();
     bool portOpen() const;
     bool updating() const { return m_updating; }
+
+    // The news page a ticker's headlines were found on (empty without news servers).
+    QString newsPageUrl(const QString& ticker) const;
 
     // The last price of a ticker in the quote sets of the last update, when it had one.
     std::optional<float> lastPrice(const QString& ticker) const;

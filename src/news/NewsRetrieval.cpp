@@ -1,5 +1,7 @@
 #include "news/NewsRetrieval.h"
 
+#include "core/PortfolioEntries.h"
+
 #include "core/Options.h"
 #include "core/PortfolioTable.h"
 #include "core/Quotes.h"
@@ -36,6 +38,21 @@ NewsServers::Ptr serverFor(const core::PortfolioRecord& record, const core::Quot
 }
 
 } // namespace
+
+QString newsPageUrl(const core::PortfolioTable& portfolio, const core::QuoteOptions& quoteOptions,
+                    const quotes::BuiltInServers& builtIn, const NewsServers& servers, const QString& ticker)
+{
+    if (servers.Count() == 0) {
+        return {};
+    }
+    // A story of a ticker no longer in the portfolio comes from the default service's server.
+    core::PortfolioRecord record;
+    const int slot = core::findEntry(portfolio, ticker);
+    if (slot >= 0) {
+        record = portfolio.records[static_cast<size_t>(slot)];
+    }
+    return serverFor(record, quoteOptions, builtIn, servers)->requestUrl(ticker.trimmed());
+}
 
 NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const core::QuoteOptions& quoteOptions,
                                  const quotes::BuiltInServers& builtIn, const NewsServers& servers,

@@ -46,6 +46,11 @@ NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const co
                                  quotes::PageFetcher& fetcher, NewsStories& stories, const support::Services& services,
                                  qint16 purgeDays, core::Quotes* stockQuotes = nullptr);
 
+// The news page a ticker's headlines come from (the same server choice as RetrieveNews);
+// empty when server.dat has no news server.
+QString newsPageUrl(const core::PortfolioTable& portfolio, const core::QuoteOptions& quoteOptions,
+                    const quotes::BuiltInServers& builtIn, const NewsServers& servers, const QString& ticker);
+
 // News = true (-1) on every quote of the set whose ticker has fresh news, 0 on the others.
 void markFreshNews(core::Quotes& quotes, const NewsStories& stories);
 

@@ -229,6 +229,9 @@ void TestNewsRetrieval::serverChoice()
     QCOMPARE(m_market->market()->requestCount(), 1);
     QCOMPARE(r.pages, added > 0 ? 1 : 0);
     QCOMPARE(r.added, added);
+    // The news viewer opens the page the headlines came from: the same server choice.
+    QCOMPARE(news::newsPageUrl(m_portfolio, m_quoteOptions, m_builtIn, m_servers, QStringLiteral("IBM")),
+             (added > 0 ? demo->url() : other->url()) + QStringLiteral("IBM"));
 }
 
 void TestNewsRetrieval::cancelledFetchAddsNothing()
