@@ -2,6 +2,13 @@
 
 #include "app/Application.h"
 #include "gui/GuiHost.h"
+#include "gui/MailViewer.h"
+#include "gui/ModemDialog.h"
+#include "gui/NewsViewer.h"
+#include "gui/OptionsDialog.h"
+#include "gui/PortfolioDialog.h"
+#include "gui/ScheduleDialog.h"
+#include "gui/SendPageDialog.h"
 
 #include <QWidget>
 
@@ -25,31 +32,37 @@ Dialogs::~Dialogs() = default;
 
 bool Dialogs::portfolio()
 {
-    notYet(m_host, QStringLiteral("The portfolio editor"));
-    return false;
+    PortfolioDialog dlg(m_parent, m_app, m_host);
+    return dlg.exec() == QDialog::Accepted;
 }
 
 bool Dialogs::options()
 {
-    notYet(m_host, QStringLiteral("The options dialog"));
-    return false;
+    OptionsDialog dlg(m_parent, m_app, m_host);
+    return dlg.exec() == QDialog::Accepted;
 }
 
 bool Dialogs::schedule()
 {
-    notYet(m_host, QStringLiteral("The schedule dialog"));
-    return false;
+    ScheduleDialog dlg(m_parent, m_app, m_host);
+    return dlg.exec() == QDialog::Accepted;
 }
 
-bool Dialogs::modem(bool)
+bool Dialogs::modem(bool nonInternet)
 {
-    notYet(m_host, QStringLiteral("The modem dialog"));
-    return false;
+    core::Options edited = m_app.state().options;
+    ModemDialog dlg(m_parent, m_host, edited, nonInternet);
+    if (dlg.exec() != QDialog::Accepted) {
+        return false;
+    }
+    m_app.applyOptions(edited);
+    return true;
 }
 
 void Dialogs::sendPage()
 {
-    notYet(m_host, QStringLiteral("The send-a-page dialog"));
+    SendPageDialog dlg(m_parent, m_app, m_host);
+    dlg.exec();
 }
 
 void Dialogs::quoteViewer()
@@ -57,18 +70,54 @@ void Dialogs::quoteViewer()
     notYet(m_host, QStringLiteral("The quote viewer"));
 }
 
+template <class T, class... Args> T* Dialogs::showViewer(QPointer<T>& slot, Args&&... args)
+{
+    // One window of each kind: asking again brings the open one to the front, restored.
+    if (!slot) {
+        slot = new T(m_parent, std::forward<Args>(args)...);
+        slot->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    slot->setWindowState(slot->windowState() & ~Qt::WindowMinimized);
+    slot->show();
+    slot->raise();
+    slot->activateWindow();
+    return slot;
+}
+
 void Dialogs::newsViewer()
 {
-    notYet(m_host, QStringLiteral("The news viewer"));
+    showViewer(m_news, m_app, m_host);
 }
 
 void Dialogs::mailViewer()
 {
-    notYet(m_host, QStringLiteral("The mail viewer"));
+    if (m_app.state().mailBox.messageCount < 1) {
+        m_host.messageBox(QStringLiteral("Mailbox is empty"), support::MsgButtons::Ok, support::MsgIcon::Information);
+        if (m_mail) {
+            m_mail->refresh();
+        }
+        return;
+    }
+    showViewer(m_mail, m_app);
 }
 
-void Dialogs::refreshViewers() {}
+void Dialogs::refreshViewers()
+{
+    if (m_news) {
+        m_news->refresh();
+    }
+    if (m_mail) {
+        m_mail->refresh();
+    }
+}
 
-void Dialogs::closeAll() {}
+void Dialogs::closeAll()
+{
+    for (QWidget* w : std::initializer_list<QWidget*>{m_news, m_mail}) {
+        if (w) {
+            w->close();
+        }
+    }
+}
 
 } // namespace kestrova::gui

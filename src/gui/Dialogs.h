@@ -12,6 +12,8 @@ class Application;
 namespace kestrova::gui {
 
 class GuiHost;
+class MailViewer;
+class NewsViewer;
 
 // Opens the program's dialogs and viewers for the main window. The main window only asks
 // for a dialog by name; what each dialog edits and how it commits is the dialog's own
@@ -40,9 +42,13 @@ public:
     void closeAll();
 
 private:
+    template <class T, class... Args> T* showViewer(QPointer<T>& slot, Args&&... args);
+
     QWidget* m_parent;
     app::Application& m_app;
     GuiHost& m_host;
+    QPointer<NewsViewer> m_news;
+    QPointer<MailViewer> m_mail;
 };
 
 } // namespace kestrova::gui

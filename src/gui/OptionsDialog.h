@@ -1,0 +1,108 @@
+#pragma once
+
+#include "core/Options.h"
+#include "settings/Preferences.h"
+
+#include <QDialog>
+#include <QHash>
+
+#include <array>
+#include <functional>
+#include <vector>
+
+class QAbstractButton;
+class QCheckBox;
+class QComboBox;
+class QFormLayout;
+class QLabel;
+class QLineEdit;
+class QTabWidget;
+
+namespace kestrova::app {
+class Application;
+}
+namespace kestrova::core {
+struct OptionDef;
+}
+
+namespace kestrova::gui {
+
+class GuiHost;
+
+// Every option of a watch setup and the program's preferences, on tabs. The dialog edits
+// copies; Save runs the form checks in their fixed order, then each field's own check,
+// and stops at the first failure with a message naming it. Only when everything passes
+// are the options and preferences handed to the engine, in one step each.
+class OptionsDialog : public QDialog
+{
+    Q_OBJECT
+public:
+    OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host);
+
+    QTabWidget* tabs() const { return m_tabs; }
+    // The result text of the last test page ("Digital Pager: Message 1 Sent").
+    QString testPageResult() const;
+
+    void sendTestPage();
+    void testConnection();
+    void openModemSettings();
+    void accept() override;
+
+private:
+    // One field on screen and how its text reaches an option or a preference.
+    struct Field
+    {
+        QString name;  // option name (as the registry knows it) or preference key
+        QString label; // as the user reads it
+        QWidget* editor = nullptr;
+        std::function<QString()> read;
+        std::function<void(const QString&)> write;
+        const core::OptionDef* def = nullptr; // null for preferences
+        bool preference = false;
+    };
+
+    // Field builders: each puts a labelled editor on the form and binds it to an option.
+    QLineEdit* text(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
+    QLineEdit* number(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
+    QLineEdit* password(QFormLayout* form, const char* option, const QString& label);
+    QCheckBox* check(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
+    QCheckBox* numberCheck(QFormLayout* form, const char* option, const QString& label);
+    QComboBox* choice(QFormLayout* form, const char* option, const QString& label, const QStringList& items);
+    void bind(const char* option, const QString& label, QWidget* editor, std::function<QString()> read,
+              std::function<void(const QString&)> write);
+    void bindPreference(const char* key, const QString& label, QWidget* editor, std::function<QString()> read,
+                        std::function<void(const QString&)> write);
+
+    QWidget* pagerPage();
+    QWidget* emailPage();
+    QWidget* mailPage();
+    QWidget* connectionPage();
+    QWidget* quotesPage();
+    QWidget* serialPage();
+    QWidget* programPage();
+
+    const Field* field(const QString& name) const;
+    QString enteredText(const QString& name) const;
+    void focusField(const Field& f);
+    // The options as the form shows them. Fills out (and, when given, the settings-store
+    // texts of the preferences by key) and returns true when every field passes its own
+    // check; otherwise names the first that does not and returns false.
+    bool collect(core::Options& out, QHash<QString, QString>* store);
+    void loadFields();
+
+    app::Application& m_app;
+    GuiHost& m_host;
+    core::Options m_options;
+    settings::Preferences m_prefs;
+    std::vector<Field> m_fields;
+    std::vector<std::function<void()>> m_afterLoad; // enable states that follow the loaded values
+    QTabWidget* m_tabs;
+    QLabel* m_testResult = nullptr;
+    // Log-ons of the quote services, edited one service at a time.
+    std::array<core::ServerLogon, core::kBuiltInServers> m_logons;
+    QComboBox* m_logonService = nullptr;
+    QLineEdit* m_logonUser = nullptr;
+    QLineEdit* m_logonPassword = nullptr;
+};
+
+} // namespace kestrova::gui

@@ -1,0 +1,177 @@
+#include "gui/ScheduleDialog.h"
+
+#include "app/Application.h"
+#include "app/ScheduleRules.h"
+#include "gui/GuiHost.h"
+#include "gui/WindowPlacement.h"
+
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRegularExpressionValidator>
+#include <QVBoxLayout>
+
+namespace kestrova::gui {
+
+namespace {
+
+// A time field takes what a time is written with and nothing else ("03:42:00 pm", "16:00");
+// whether the whole is a time is the schedule's check on Save.
+QLineEdit* timeField(const char* name, const QString& value, QWidget* parent)
+{
+    auto* edit = new QLineEdit(value);
+    edit->setObjectName(QString::fromLatin1(name));
+    static const QRegularExpression chars(QStringLiteral("[0-9: aApPmM]{0,11}"));
+    edit->setValidator(new QRegularExpressionValidator(chars, parent));
+    edit->setPlaceholderText(QStringLiteral("03:42:00 pm"));
+    edit->setMaximumWidth(edit->fontMetrics().horizontalAdvance(QStringLiteral("00:00:00 pm")) +
+                          edit->fontMetrics().averageCharWidth() * 4);
+    return edit;
+}
+
+QCheckBox* box(const char* name, const QString& text, bool checked)
+{
+    auto* b = new QCheckBox(text);
+    b->setObjectName(QString::fromLatin1(name));
+    b->setChecked(checked);
+    return b;
+}
+
+} // namespace
+
+ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& host)
+    : QDialog(parent), m_app(app), m_host(host)
+{
+    setObjectName(QStringLiteral("frmSchedule"));
+    setWindowTitle(tr("Update Schedule"));
+    const core::ScheduleOptions& s = app.state().options.schedule;
+
+    static const char* const dayNames[] = {"chkMonday", "chkTuesday", "chkWednesday", "chkThursday", "chkFriday"};
+    const QStringList dayTexts{tr("&Monday"), tr("&Tuesday"), tr("&Wednesday"), tr("T&hursday"), tr("&Friday")};
+    auto* days = new QGroupBox(tr("Update on"));
+    auto* daysRow = new QHBoxLayout(days);
+    for (size_t i = 0; i < m_days.size(); ++i) {
+        m_days[i] = box(dayNames[i], dayTexts[static_cast<int>(i)], s.days[i]);
+        daysRow->addWidget(m_days[i]);
+    }
+
+    m_open = box("chkMktOpen", tr("Market &open at"), s.marketOpen);
+    m_openTime = timeField("mskOpenTime", s.openTime, this);
+    m_midday = box("chkMktMidday", tr("Mi&dday at"), s.midday);
+    m_middayTime = timeField("mskMiddayTime", s.middayTime, this);
+    m_close = box("chkMktClose", tr("Market &close at"), s.marketClose);
+    m_closeTime = timeField("mskCloseTime", s.closeTime, this);
+    auto* moments = new QGroupBox(tr("Market updates (one each a day)"));
+    auto* momentGrid = new QGridLayout(moments);
+    int row = 0;
+    for (auto [check, time] : {std::pair{m_open, m_openTime}, {m_midday, m_middayTime}, {m_close, m_closeTime}}) {
+        momentGrid->addWidget(check, row, 0);
+        momentGrid->addWidget(time, row, 1);
+        ++row;
+    }
+    momentGrid->setColumnStretch(2, 1);
+
+    m_other = box("chkOther", tr("&Every"), s.interval);
+    m_frequency = new QLineEdit(QString::number(s.intervalMinutes));
+    m_frequency->setObjectName(QStringLiteral("txtFrequency"));
+    m_frequency->setAlignment(Qt::AlignRight);
+    m_frequency->setMaximumWidth(fontMetrics().averageCharWidth() * 8);
+    m_frequencyLabel = new QLabel(tr("minutes"));
+    m_startTime = timeField("mskStartTime", s.startTime, this);
+    m_stopTime = timeField("mskStopTime", s.stopTime, this);
+    m_startLabel = new QLabel(tr("&Start:"));
+    m_startLabel->setBuddy(m_startTime);
+    m_stopLabel = new QLabel(tr("Sto&p:"));
+    m_stopLabel->setBuddy(m_stopTime);
+    auto* interval = new QGroupBox(tr("Interval updates"));
+    auto* intervalGrid = new QGridLayout(interval);
+    intervalGrid->addWidget(m_other, 0, 0);
+    intervalGrid->addWidget(m_frequency, 0, 1);
+    intervalGrid->addWidget(m_frequencyLabel, 0, 2);
+    intervalGrid->addWidget(m_startLabel, 1, 0, Qt::AlignRight);
+    intervalGrid->addWidget(m_startTime, 1, 1, 1, 2);
+    intervalGrid->addWidget(m_stopLabel, 2, 0, Qt::AlignRight);
+    intervalGrid->addWidget(m_stopTime, 2, 1, 1, 2);
+    intervalGrid->setColumnStretch(3, 1);
+    connect(m_other, &QCheckBox::toggled, this, &ScheduleDialog::intervalToggled);
+    intervalToggled(m_other->isChecked());
+
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
+    buttons->button(QDialogButtonBox::Save)->setObjectName(QStringLiteral("cmdSave"));
+    buttons->button(QDialogButtonBox::Cancel)->setObjectName(QStringLiteral("cmdCancel"));
+    connect(buttons, &QDialogButtonBox::accepted, this, &ScheduleDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &ScheduleDialog::reject);
+
+    auto* main = new QVBoxLayout(this);
+    main->addWidget(days);
+    main->addWidget(moments);
+    main->addWidget(interval);
+    main->addStretch();
+    main->addWidget(buttons);
+    m_days[0]->setFocus();
+    rememberPlacement(this, objectName());
+}
+
+void ScheduleDialog::intervalToggled(bool on)
+{
+    for (QWidget* w : std::initializer_list<QWidget*>{m_frequency, m_frequencyLabel, m_startTime, m_stopTime,
+                                                      m_startLabel, m_stopLabel}) {
+        w->setEnabled(on);
+    }
+}
+
+void ScheduleDialog::accept()
+{
+    const app::ScheduleEntry entry{m_openTime->text(),  m_middayTime->text(), m_closeTime->text(),
+                                   m_startTime->text(), m_stopTime->text(),   m_frequency->text()};
+    const app::ScheduleVerdict verdict = app::validateSchedule(entry);
+    if (!verdict.ok()) {
+        m_host.messageBox(verdict.error, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+        QLineEdit* field = fieldFor(verdict.field);
+        field->setFocus();
+        field->selectAll();
+        return;
+    }
+    // Everything is stored at once, and only now.
+    core::ScheduleOptions& s = m_app.state().options.schedule;
+    for (size_t i = 0; i < m_days.size(); ++i) {
+        s.days[i] = m_days[i]->isChecked();
+    }
+    s.marketOpen = m_open->isChecked();
+    s.midday = m_midday->isChecked();
+    s.marketClose = m_close->isChecked();
+    s.interval = m_other->isChecked();
+    app::storeSchedule(s, entry, verdict);
+    m_app.markModified();
+    if (verdict.shortInterval) {
+        m_host.messageBox(app::kShortIntervalWarning, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+    }
+    QDialog::accept();
+}
+
+QLineEdit* ScheduleDialog::fieldFor(app::ScheduleField field) const
+{
+    switch (field) {
+    case app::ScheduleField::OpenTime:
+        return m_openTime;
+    case app::ScheduleField::MiddayTime:
+        return m_middayTime;
+    case app::ScheduleField::CloseTime:
+        return m_closeTime;
+    case app::ScheduleField::StopTime:
+        return m_stopTime;
+    case app::ScheduleField::Interval:
+        return m_frequency;
+    case app::ScheduleField::StartTime:
+    case app::ScheduleField::None:
+        break;
+    }
+    return m_startTime;
+}
+
+} // namespace kestrova::gui

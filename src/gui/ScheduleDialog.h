@@ -1,0 +1,55 @@
+#pragma once
+
+#include "app/ScheduleRules.h"
+
+#include <QDialog>
+
+#include <array>
+
+class QCheckBox;
+class QLabel;
+class QLineEdit;
+
+namespace kestrova::app {
+class Application;
+} // namespace kestrova::app
+
+namespace kestrova::gui {
+
+class GuiHost;
+
+// frmSchedule: the weekdays, the three market moments and the interval updates between a
+// start and a stop time. Save checks each time field, refuses a start after the stop with
+// nothing saved, stores everything at once and then warns about very short intervals;
+// Cancel stores nothing.
+class ScheduleDialog : public QDialog
+{
+    Q_OBJECT
+public:
+    ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& host);
+
+    void accept() override;
+
+private:
+    void intervalToggled(bool on);
+    QLineEdit* fieldFor(app::ScheduleField field) const;
+
+    app::Application& m_app;
+    GuiHost& m_host;
+    std::array<QCheckBox*, 5> m_days{};
+    QCheckBox* m_open;
+    QCheckBox* m_midday;
+    QCheckBox* m_close;
+    QCheckBox* m_other;
+    QLineEdit* m_openTime;
+    QLineEdit* m_middayTime;
+    QLineEdit* m_closeTime;
+    QLineEdit* m_startTime;
+    QLineEdit* m_stopTime;
+    QLineEdit* m_frequency;
+    QLabel* m_frequencyLabel;
+    QLabel* m_startLabel;
+    QLabel* m_stopLabel;
+};
+
+} // namespace kestrova::gui

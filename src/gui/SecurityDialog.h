@@ -1,0 +1,69 @@
+#pragma once
+
+#include "core/PortfolioEntries.h"
+#include "core/PortfolioTable.h"
+
+#include <QDialog>
+
+#include <optional>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QSpinBox;
+
+namespace kestrova::app {
+class Application;
+}
+
+namespace kestrova::gui {
+
+class GuiHost;
+
+// The form of one portfolio entry. It works on the portfolio editor's copy of the table:
+// OK checks every field with the engine's rules and adds or replaces the entry there,
+// Cancel leaves the copy as it was.
+class SecurityDialog : public QDialog
+{
+    Q_OBJECT
+public:
+    // slot -1 adds a new entry; otherwise the entry in that slot is edited.
+    SecurityDialog(QWidget* parent, app::Application& app, GuiHost& host, core::PortfolioTable& table, int slot);
+
+    // The slot the entry ended up in after OK.
+    int slot() const { return m_slot; }
+
+    void accept() override;
+
+private:
+    void updateFigures();
+    QWidget* fieldFor(core::EntryField field) const;
+
+    app::Application& m_app;
+    GuiHost& m_host;
+    core::PortfolioTable& m_table;
+    int m_slot;
+
+    QComboBox* m_type;
+    QLineEdit* m_ticker;
+    QLineEdit* m_name;
+    QComboBox* m_server;
+    QSpinBox* m_digits;
+    QLineEdit* m_shares;
+    QLineEdit* m_costBasis;
+    QLabel* m_lastPrice;
+    QLabel* m_marketValue;
+    QLabel* m_costValue;
+    QLabel* m_gain;
+    QLineEdit* m_highLimit;
+    QLineEdit* m_lowLimit;
+    QLineEdit* m_highChg;
+    QLineEdit* m_lowChg;
+    QLineEdit* m_volume;
+    QCheckBox* m_toPager;
+    QCheckBox* m_marketOnly;
+    QCheckBox* m_news;
+};
+
+} // namespace kestrova::gui

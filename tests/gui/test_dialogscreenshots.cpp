@@ -1,0 +1,155 @@
+// Pictures of every dialog as a person sees them (real X server under xvfb-run), saved
+// into the build folder; each dialog must open at least at the size its layout needs.
+#include "GuiRig.h"
+
+#include "core/PortfolioEntries.h"
+#include "core/Quote.h"
+#include "gui/ModemDialog.h"
+#include "gui/OptionsDialog.h"
+#include "gui/PortfolioDialog.h"
+#include "gui/ScheduleDialog.h"
+#include "gui/SecurityDialog.h"
+#include "gui/SendPageDialog.h"
+
+#include <QPlainTextEdit>
+#include <QTabWidget>
+#include <QtTest>
+
+using namespace kestrova;
+using testing::GuiRig;
+
+namespace {
+
+// A small setup a new user might have after a few minutes with the program.
+void sampleSetup(GuiRig& rig)
+{
+    struct Row
+    {
+        const char* ticker;
+        const char* name;
+        qint16 type;
+        const char *shares, *cost, *high, *low, *last;
+    };
+    const Row rows[] = {
+        {"IBM", "International Business Machines", 0, "100", "142.50", "180", "120", "151.25"},
+        {"VFIAX", "Vanguard 500 Index Admiral", 2, "35.5", "410", "", "380", "432.10"},
+        {"ES Z6", "E-mini S&P 500 Dec 2026", 3, "1", "5900", "6200", "5600", "6012.75"},
+    };
+    for (const Row& r : rows) {
+        core::EntryInput in;
+        in.type = r.type;
+        in.ticker = QString::fromLatin1(r.ticker);
+        in.name = QString::fromLatin1(r.name);
+        in.shares = QString::fromLatin1(r.shares);
+        in.costBasis = QString::fromLatin1(r.cost);
+        in.highLimit = QString::fromLatin1(r.high);
+        in.lowLimit = QString::fromLatin1(r.low);
+        in.highChgLimit = QStringLiteral("5");
+        in.lowChgLimit = QStringLiteral("-5");
+        core::PortfolioRecord rec;
+        QVERIFY(!core::parseEntry(in, rec));
+        QCOMPARE(core::addEntry(rig.app->state().portfolio, rec), QString());
+        auto q = std::make_shared<core::Quote>();
+        q->setTicker(rec.ticker);
+        q->setDigits(2);
+        q->setLast(QString::fromLatin1(r.last));
+        rig.app->stockQuotes().Add(q, rec.ticker);
+    }
+    core::Options& o = rig.app->state().options;
+    o.paging.enabled = true;
+    o.paging.pagerId = QStringLiteral("5551234");
+    o.paging.phone = QStringLiteral("1-800-555-0100");
+    o.smtp.enabled = true;
+    o.smtp.hostName = QStringLiteral("smtp.example.com");
+    o.smtp.port = 587;
+    o.smtp.security = 1;
+    o.smtp.user = QStringLiteral("watcher");
+    o.smtp.password = QStringLiteral("not-shown");
+    o.smtp.from = QStringLiteral("kestrova@example.com");
+    o.smtp.recipient = QStringLiteral("5551234@pager.example.net");
+    o.schedule.marketOpen = true;
+    o.schedule.marketClose = true;
+    o.schedule.interval = true;
+}
+
+void shoot(QWidget* dialog, const QString& name)
+{
+    dialog->show();
+    QVERIFY(QTest::qWaitForWindowExposed(dialog));
+    QTest::qWait(50); // let the style finish painting
+    const QSize need = dialog->minimumSizeHint();
+    QVERIFY2(dialog->width() >= need.width() && dialog->height() >= need.height(), qPrintable(name));
+    testing::saveScreenshot(dialog, name + qEnvironmentVariable("KESTROVA_SCREENSHOT_SUFFIX"));
+}
+
+} // namespace
+
+class TestDialogScreenshots : public QObject
+{
+    Q_OBJECT
+
+    GuiRig m_rig;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        testing::clearSettingsStore();
+        m_rig.start();
+        sampleSetup(m_rig);
+    }
+
+    void portfolio()
+    {
+        gui::PortfolioDialog dlg(nullptr, *m_rig.app, m_rig.host);
+        shoot(&dlg, QStringLiteral("portfolio-editor"));
+    }
+
+    void security()
+    {
+        core::PortfolioTable table = m_rig.app->state().portfolio;
+        gui::SecurityDialog dlg(nullptr, *m_rig.app, m_rig.host, table, 0);
+        shoot(&dlg, QStringLiteral("security"));
+    }
+
+    void options_data()
+    {
+        QTest::addColumn<int>("tab");
+        QTest::addColumn<QString>("name");
+        const char* const names[] = {"pager",           "email-paging", "mail-check", "connection",
+                                     "quotes-and-news", "serial-port",  "program"};
+        for (int i = 0; i < 7; ++i) {
+            QTest::newRow(names[i]) << i << QStringLiteral("options-") + QLatin1String(names[i]);
+        }
+    }
+    void options()
+    {
+        QFETCH(int, tab);
+        QFETCH(QString, name);
+        gui::OptionsDialog dlg(nullptr, *m_rig.app, m_rig.host);
+        dlg.tabs()->setCurrentIndex(tab);
+        shoot(&dlg, name);
+    }
+
+    void schedule()
+    {
+        gui::ScheduleDialog dlg(nullptr, *m_rig.app, m_rig.host);
+        shoot(&dlg, QStringLiteral("schedule"));
+    }
+
+    void modem()
+    {
+        core::Options edited = m_rig.app->state().options;
+        gui::ModemDialog dlg(nullptr, m_rig.host, edited, false);
+        shoot(&dlg, QStringLiteral("modem"));
+    }
+
+    void sendPage()
+    {
+        gui::SendPageDialog dlg(nullptr, *m_rig.app, m_rig.host);
+        dlg.findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("Meeting moved to 3 pm, call Sam"));
+        shoot(&dlg, QStringLiteral("send-page"));
+    }
+};
+
+QTEST_MAIN(TestDialogScreenshots)
+#include "test_dialogscreenshots.moc"

@@ -1,0 +1,118 @@
+// frmSchedule driven through its widgets: its edge cases and what reaches the options.
+#include "GuiRig.h"
+
+#include "gui/ScheduleDialog.h"
+
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QtTest>
+
+using namespace kestrova;
+using testing::GuiRig;
+
+class TestScheduleDialog : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { testing::clearSettingsStore(); }
+
+    void save_data()
+    {
+        QTest::addColumn<QStringList>("typed"); // field=text
+        QTest::addColumn<QStringList>("messages");
+        QTest::addColumn<bool>("saved");
+        QTest::addColumn<int>("interval");
+        const QString shortWarning = QStringLiteral("It is not recommended to update less than 5 minutes...");
+        QTest::newRow("start equal to stop")
+            << QStringList{"mskStartTime=11:00 am", "mskStopTime=11:00 am"} << QStringList{} << true << 15;
+        QTest::newRow("interval 4 after the warning")
+            << QStringList{"txtFrequency=4"} << QStringList{shortWarning} << true << 4;
+        QTest::newRow("interval 1 after the warning")
+            << QStringList{"txtFrequency=1"} << QStringList{shortWarning} << true << 1;
+        QTest::newRow("integer part of 7.9") << QStringList{"txtFrequency=7.9"} << QStringList{} << true << 7;
+        QTest::newRow("start after stop")
+            << QStringList{"mskStartTime=4:30 pm", "mskStopTime=9:00 am", "txtFrequency=3"}
+            << QStringList{"Start time must be less than Stop time."} << false << 15;
+        QTest::newRow("close time: the text right after the colon")
+            << QStringList{"mskCloseTime=13:75 pm"} << QStringList{"Invalid Time:13:75 pm"} << false << 15;
+        QTest::newRow("start time: the example")
+            << QStringList{"mskStartTime=25:00"} << QStringList{"Invalid Time: ex. 03:42:00 pm"} << false << 15;
+        QTest::newRow("open time empty") << QStringList{"mskOpenTime="} << QStringList{"Invalid Time: ex. 03:42:00 pm"}
+                                         << false << 15;
+        QTest::newRow("interval of no minutes")
+            << QStringList{"txtFrequency=0"}
+            << QStringList{"The update interval must be a number of minutes from 1 to 1440."} << false << 15;
+    }
+    void save()
+    {
+        QFETCH(QStringList, typed);
+        QFETCH(QStringList, messages);
+        QFETCH(bool, saved);
+        QFETCH(int, interval);
+        GuiRig rig;
+        rig.start();
+        const core::ScheduleOptions before = rig.app->state().options.schedule;
+        gui::ScheduleDialog dlg(nullptr, *rig.app, rig.host);
+        dlg.show();
+        testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkOther")));
+        testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkWednesday")));
+        testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkMktClose")));
+        QString lastField;
+        for (const QString& t : typed) {
+            lastField = t.section(u'=', 0, 0);
+            auto* edit = dlg.findChild<QLineEdit*>(lastField);
+            QVERIFY(edit->isEnabled());
+            edit->setFocus();
+            edit->selectAll();
+            QTest::keyClick(edit, Qt::Key_Backspace);
+            QTest::keyClicks(edit, t.section(u'=', 1));
+        }
+        QTest::mouseClick(dlg.findChild<QPushButton*>(QStringLiteral("cmdSave")), Qt::LeftButton);
+        QCOMPARE(rig.host.shownMessages, messages);
+        QCOMPARE(dlg.isVisible(), !saved);
+        QCOMPARE(rig.app->state().fileModified, saved);
+        const core::ScheduleOptions& s = rig.app->state().options.schedule;
+        if (saved) {
+            QVERIFY(s.interval);
+            QVERIFY(!s.days[2]);
+            QVERIFY(s.marketClose);
+            QCOMPARE(s.intervalMinutes, qint16(interval));
+            return;
+        }
+        // Refused: nothing of the form reached the options.
+        QCOMPARE(s.interval, before.interval);
+        QCOMPARE(s.days, before.days);
+        QCOMPARE(s.startTime, before.startTime);
+        QCOMPARE(s.intervalMinutes, before.intervalMinutes);
+        QTest::keyClick(&dlg, Qt::Key_Escape);
+        QCOMPARE(dlg.result(), int(QDialog::Rejected));
+        QVERIFY(!rig.app->state().fileModified);
+    }
+
+    void intervalSwitchEnablesItsFields()
+    {
+        GuiRig rig;
+        rig.start();
+        rig.app->state().options.schedule.interval = true;
+        gui::ScheduleDialog dlg(nullptr, *rig.app, rig.host);
+        dlg.show();
+        auto* frequency = dlg.findChild<QLineEdit*>(QStringLiteral("txtFrequency"));
+        QVERIFY(frequency->isEnabled());
+        testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkOther")));
+        for (const char* name : {"txtFrequency", "mskStartTime", "mskStopTime"}) {
+            QVERIFY(!dlg.findChild<QLineEdit*>(QString::fromLatin1(name))->isEnabled());
+        }
+        QVERIFY(dlg.findChild<QLineEdit*>(QStringLiteral("mskCloseTime"))->isEnabled());
+        // Letters that cannot be part of a time never reach the field.
+        auto* open = dlg.findChild<QLineEdit*>(QStringLiteral("mskOpenTime"));
+        open->setFocus();
+        open->selectAll();
+        QTest::keyClicks(open, QStringLiteral("9x:3y0 am"));
+        QCOMPARE(open->text(), QStringLiteral("9:30 am"));
+    }
+};
+
+QTEST_MAIN(TestScheduleDialog)
+#include "test_scheduledialog.moc"

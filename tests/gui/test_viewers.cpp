@@ -1,0 +1,147 @@
+// The news and mail viewers, opened through the Dialogs seam as the main window opens them.
+#include "GuiRig.h"
+
+#include "gui/Dialogs.h"
+#include "gui/MailViewer.h"
+#include "gui/NewsViewer.h"
+#include "news/News.h"
+#include "news/NewsStories.h"
+
+#include <QComboBox>
+#include <QPlainTextEdit>
+#include <QTreeWidget>
+#include <QtTest>
+
+using namespace kestrova;
+using testing::GuiRig;
+
+namespace {
+
+void addStory(app::Application& app, const char* ticker, const char* date, const char* time, const char* line,
+              bool fresh)
+{
+    auto story = std::make_shared<news::News>();
+    story->setTicker(QString::fromLatin1(ticker));
+    story->setSDate(QString::fromLatin1(date));
+    story->setTime(QString::fromLatin1(time));
+    story->setNewsLine(QString::fromLatin1(line));
+    story->setNewsSource(QStringLiteral("Wire"));
+    story->setBNew(fresh);
+    app.news().Add(story);
+}
+
+QStringList column(QTreeWidget* list, int c, bool visibleOnly = true)
+{
+    QStringList out;
+    for (int i = 0; i < list->topLevelItemCount(); ++i) {
+        if (!visibleOnly || !list->topLevelItem(i)->isHidden()) {
+            out << list->topLevelItem(i)->text(c);
+        }
+    }
+    return out;
+}
+
+// The visible window of a kind, as the main window would have opened it.
+template <class T> T* topLevel()
+{
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (auto* v = qobject_cast<T*>(w); v && v->isVisible()) {
+            return v;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestViewers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { testing::clearSettingsStore(); }
+
+    void newsBySecurityAndDate()
+    {
+        GuiRig rig;
+        QVERIFY(QFile::copy(qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/data/server.dat"),
+                            rig.path(QStringLiteral("server.dat"))));
+        rig.start();
+        addStory(*rig.app, "IBM", "12/30/2025", "09:00", "IBM closes the year", false);
+        addStory(*rig.app, "MSFT", "11/23/2026", "10:15", "Microsoft ships", true);
+        addStory(*rig.app, "IBM", "01/02/2026", "08:30", "IBM opens the year", false);
+        gui::Dialogs dialogs(nullptr, *rig.app, rig.host);
+        dialogs.newsViewer();
+        auto* viewer = topLevel<gui::NewsViewer>();
+        QVERIFY(viewer && viewer->isVisible());
+        // Newest first, by date rather than by the text of the date.
+        QCOMPARE(column(viewer->list(), 3),
+                 (QStringList{"Microsoft ships", "IBM opens the year", "IBM closes the year"}));
+        QCOMPARE(column(viewer->list(), 5), (QStringList{"New", "", ""}));
+
+        auto* security = viewer->findChild<QComboBox*>(QStringLiteral("cboSecurity"));
+        security->setFocus();
+        QTest::keyClick(security, Qt::Key_Down); // "All securities" -> IBM
+        QCOMPARE(column(viewer->list(), 3), (QStringList{"IBM opens the year", "IBM closes the year"}));
+
+        viewer->list()->setFocus();
+        QTest::keyClick(viewer->list(), Qt::Key_Down);
+        QTest::keyClick(viewer->list(), Qt::Key_Return);
+        QCOMPARE(rig.host.openedUrls, QStringList{rig.app->newsPageUrl(QStringLiteral("IBM"))});
+        QVERIFY(rig.host.openedUrls.first().endsWith(QLatin1String("IBM")));
+
+        // An update brings another story; asking for the viewer again shows the same window.
+        addStory(*rig.app, "IBM", "11/23/2026", "11:00", "IBM raises guidance", true);
+        dialogs.refreshViewers();
+        viewer->showMinimized();
+        dialogs.newsViewer();
+        QVERIFY(!viewer->isMinimized());
+        QCOMPARE(column(viewer->list(), 3).first(), QStringLiteral("IBM raises guidance"));
+        QCOMPARE(security->currentText(), QStringLiteral("IBM")); // the choice survives a refresh
+        dialogs.closeAll();
+    }
+
+    void mailboxEmptyOrHeld()
+    {
+        GuiRig rig;
+        rig.start();
+        gui::Dialogs dialogs(nullptr, *rig.app, rig.host);
+        dialogs.mailViewer();
+        QCOMPARE(rig.host.shownMessages, QStringList{QStringLiteral("Mailbox is empty")});
+        QVERIFY(!topLevel<gui::MailViewer>());
+
+        core::MailBox& box = rig.app->state().mailBox;
+        box.messageCount = 2;
+        box.mailWaiting = true;
+        box.records[1] = {QStringLiteral(" mon, 23 nov 2026 09:12 "),
+                          QStringLiteral("<a@x>"),
+                          QStringLiteral("From: alice\r\nSubject: lunch\r\n"),
+                          QStringLiteral("alice smith"),
+                          QStringLiteral("lunch"),
+                          QString(),
+                          false,
+                          1536};
+        box.records[2] = {QStringLiteral("mon, 23 nov 2026 10:40"),
+                          QStringLiteral("<b@x>"),
+                          QStringLiteral("From: bob\r\n"),
+                          QStringLiteral("bob"),
+                          QStringLiteral("ibm alarm"),
+                          QStringLiteral("The whole message"),
+                          true,
+                          40960};
+        rig.host.shownMessages.clear();
+        gui::MailViewer viewer(nullptr, *rig.app);
+        viewer.show();
+        QCOMPARE(column(viewer.list(), 2), (QStringList{"alice smith", "bob"}));
+        QCOMPARE(column(viewer.list(), 4), (QStringList{"1.5 KB", "40.0 KB"}));
+        QCOMPARE(column(viewer.list(), 5), (QStringList{"", "New"}));
+        QCOMPARE(viewer.message()->toPlainText(), QStringLiteral("From: alice\nSubject: lunch\n"));
+        viewer.list()->setFocus();
+        QTest::keyClick(viewer.list(), Qt::Key_Down);
+        QCOMPARE(viewer.message()->toPlainText(), QStringLiteral("The whole message"));
+        QVERIFY(rig.host.shownMessages.isEmpty());
+    }
+};
+
+QTEST_MAIN(TestViewers)
+#include "test_viewers.moc"
