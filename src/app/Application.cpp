@@ -444,6 +444,9 @@ bool Application::saveAs(const QString& path)
     m_state.currentFile = name;
     m_state.caption = QStringLiteral("Kestrova - ") + name;
     m_state.fileModified = false;
+    // The setup has a file now, as after opening one: a new user who started with none
+    // reaches the portfolio, paging and settings menus this way.
+    m_state.menusEnabled = true;
     if (m_host.messageBox(QStringLiteral("Do you want this to be your startup file?"), support::MsgButtons::YesNo,
                           support::MsgIcon::Question) == support::MsgAnswer::Yes) {
         settings::SettingsStore store;

@@ -7,22 +7,13 @@
 #include "gui/NewsViewer.h"
 #include "gui/OptionsDialog.h"
 #include "gui/PortfolioDialog.h"
+#include "gui/QuoteViewer.h"
 #include "gui/ScheduleDialog.h"
 #include "gui/SendPageDialog.h"
 
 #include <QWidget>
 
 namespace kestrova::gui {
-
-namespace {
-
-void notYet(GuiHost& host, const QString& what)
-{
-    host.messageBox(what + QStringLiteral(" is not available yet in this version."), support::MsgButtons::Ok,
-                    support::MsgIcon::Information);
-}
-
-} // namespace
 
 Dialogs::Dialogs(QWidget* parent, app::Application& app, GuiHost& host)
     : QObject(parent), m_parent(parent), m_app(app), m_host(host)
@@ -67,7 +58,7 @@ void Dialogs::sendPage()
 
 void Dialogs::quoteViewer()
 {
-    notYet(m_host, QStringLiteral("The quote viewer"));
+    showViewer(m_quotes, m_app);
 }
 
 template <class T, class... Args> T* Dialogs::showViewer(QPointer<T>& slot, Args&&... args)
@@ -91,18 +82,14 @@ void Dialogs::newsViewer()
 
 void Dialogs::mailViewer()
 {
-    if (m_app.state().mailBox.messageCount < 1) {
-        m_host.messageBox(QStringLiteral("Mailbox is empty"), support::MsgButtons::Ok, support::MsgIcon::Information);
-        if (m_mail) {
-            m_mail->refresh();
-        }
-        return;
-    }
     showViewer(m_mail, m_app);
 }
 
 void Dialogs::refreshViewers()
 {
+    if (m_quotes) {
+        m_quotes->refresh();
+    }
     if (m_news) {
         m_news->refresh();
     }
@@ -113,7 +100,7 @@ void Dialogs::refreshViewers()
 
 void Dialogs::closeAll()
 {
-    for (QWidget* w : std::initializer_list<QWidget*>{m_news, m_mail}) {
+    for (QWidget* w : std::initializer_list<QWidget*>{m_quotes, m_news, m_mail}) {
         if (w) {
             w->close();
         }

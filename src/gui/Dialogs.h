@@ -14,6 +14,7 @@ namespace kestrova::gui {
 class GuiHost;
 class MailViewer;
 class NewsViewer;
+class QuoteViewer;
 
 // Opens the program's dialogs and viewers for the main window. The main window only asks
 // for a dialog by name; what each dialog edits and how it commits is the dialog's own
@@ -47,6 +48,7 @@ private:
     QWidget* m_parent;
     app::Application& m_app;
     GuiHost& m_host;
+    QPointer<QuoteViewer> m_quotes;
     QPointer<NewsViewer> m_news;
     QPointer<MailViewer> m_mail;
 };

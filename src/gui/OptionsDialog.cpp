@@ -623,6 +623,7 @@ QWidget* OptionsDialog::programPage()
     boolPref("prefs.show_status", tr("Show the &status window during long operations"));
     boolPref("prefs.system_tray", tr("Minimize to the notification &area"));
     boolPref("prefs.www_buttons", tr("Show the quote service &buttons"));
+    boolPref("prefs.notifications", tr("Desktop &notifications for alarm pages and new mail"));
     boolPref("prefs.check_updates", tr("Check for a newer &version at start-up"));
     auto* file = new QLineEdit;
     const QString fileLabel = tr("Start-up &portfolio file:");

@@ -525,6 +525,9 @@ private Q_SLOTS:
         QVERIFY(application.state().currentFile.isEmpty());
         QVERIFY(host.messages.first().startsWith(QStringLiteral("File ")));
         QVERIFY(host.messages.first().endsWith(QStringLiteral(" does not exist.")));
+        // Saving the setup under a name gives it a file: the menus come back.
+        QVERIFY(application.saveAs(dir.filePath(QStringLiteral("mine.pgr"))));
+        QVERIFY(application.state().menusEnabled);
     }
 };
 
