@@ -51,6 +51,8 @@ MailViewer::MailViewer(QWidget* parent, app::Application& app) : QDialog(parent,
     m_list->sortByColumn(Number, Qt::AscendingOrder);
     m_list->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_list->header()->setSectionResizeMode(Subject, QHeaderView::Stretch);
+    // The room left over goes to the text worth reading, not to the last narrow column.
+    m_list->header()->setStretchLastSection(false);
     connect(m_list, &QTreeWidget::itemSelectionChanged, this, &MailViewer::showSelected);
 
     m_message = new QPlainTextEdit;

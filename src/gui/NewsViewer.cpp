@@ -68,6 +68,8 @@ NewsViewer::NewsViewer(QWidget* parent, app::Application& app, GuiHost& host)
     m_list->sortByColumn(Date, Qt::DescendingOrder);
     m_list->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_list->header()->setSectionResizeMode(Headline, QHeaderView::Stretch);
+    // The room left over goes to the text worth reading, not to the last narrow column.
+    m_list->header()->setStretchLastSection(false);
     m_list->installEventFilter(this);
     connect(m_list, &QTreeWidget::itemActivated, this, [this] { openSelected(); });
 
@@ -95,7 +97,7 @@ NewsViewer::NewsViewer(QWidget* parent, app::Application& app, GuiHost& host)
     main->addWidget(m_empty);
     main->addWidget(buttons);
 
-    resize(fontMetrics().averageCharWidth() * 110, fontMetrics().height() * 26);
+    resize(fontMetrics().averageCharWidth() * 125, fontMetrics().height() * 26);
     refresh();
     rememberPlacement(this, objectName());
 }

@@ -207,6 +207,8 @@ QuoteViewer::QuoteViewer(QWidget* parent, app::Application& app) : QDialog(paren
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setAlternatingRowColors(true);
     m_table->verticalHeader()->setVisible(false);
+    // Rows as high as their text, as in the main window: more quotes in view.
+    m_table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_table->horizontalHeader()->setSectionsMovable(true);
 

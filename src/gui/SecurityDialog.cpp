@@ -118,7 +118,7 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     auto* limitsForm = new QFormLayout(limits);
     limitsForm->addRow(tr("&High price:"), m_highLimit);
     limitsForm->addRow(tr("&Low price:"), m_lowLimit);
-    limitsForm->addRow(tr("High % c&hange:"), m_highChg);
+    limitsForm->addRow(tr("H&igh % change:"), m_highChg);
     limitsForm->addRow(tr("Low % chan&ge:"), m_lowChg);
     limitsForm->addRow(tr("&Volume (shares):"), m_volume);
 
@@ -163,6 +163,7 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_type->setCurrentIndex(std::clamp<int>(in.type, 0, 3));
     m_ticker->setText(in.ticker);
     m_name->setText(in.name);
+    m_name->setCursorPosition(0); // a long name shows its start, not its end
     m_server->setCurrentIndex(std::clamp<int>(in.server, 0, quotes::BuiltInServers::kCount - 1));
     m_digits->setValue(in.digits);
     m_shares->setText(in.shares);

@@ -52,7 +52,6 @@ SendPageDialog::SendPageDialog(QWidget* parent, app::Application& app, GuiHost& 
     buttons->addButton(m_clear, QDialogButtonBox::ResetRole);
     m_cancel = buttons->addButton(QDialogButtonBox::Cancel);
     m_cancel->setObjectName(QStringLiteral("cmdCancel"));
-    m_send->setDefault(true);
     connect(m_send, &QPushButton::clicked, this, &SendPageDialog::send);
     connect(m_clear, &QPushButton::clicked, m_message, &QPlainTextEdit::clear);
     connect(m_cancel, &QPushButton::clicked, this, &SendPageDialog::reject);
@@ -67,6 +66,9 @@ SendPageDialog::SendPageDialog(QWidget* parent, app::Application& app, GuiHost& 
     main->addWidget(buttons);
 
     textChanged();
+    // Only now does the button belong to the dialog; set earlier, the dialog would pick the
+    // button after the focus (Clear) for a stray Enter.
+    m_send->setDefault(true);
     m_message->setFocus();
     resize(sizeHint().expandedTo(QSize(fontMetrics().averageCharWidth() * 60, 0)));
     rememberPlacement(this, objectName());

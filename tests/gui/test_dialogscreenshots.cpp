@@ -4,12 +4,17 @@
 
 #include "core/PortfolioEntries.h"
 #include "core/Quote.h"
+#include "gui/MailViewer.h"
 #include "gui/ModemDialog.h"
+#include "gui/NewsViewer.h"
 #include "gui/OptionsDialog.h"
 #include "gui/PortfolioDialog.h"
+#include "gui/QuoteViewer.h"
 #include "gui/ScheduleDialog.h"
 #include "gui/SecurityDialog.h"
 #include "gui/SendPageDialog.h"
+#include "news/News.h"
+#include "news/NewsStories.h"
 
 #include <QPlainTextEdit>
 #include <QTabWidget>
@@ -28,12 +33,13 @@ void sampleSetup(GuiRig& rig)
         const char* ticker;
         const char* name;
         qint16 type;
-        const char *shares, *cost, *high, *low, *last;
+        const char *shares, *cost, *high, *low, *last, *change, *pct, *volume;
     };
     const Row rows[] = {
-        {"IBM", "International Business Machines", 0, "100", "142.50", "180", "120", "151.25"},
-        {"VFIAX", "Vanguard 500 Index Admiral", 2, "35.5", "410", "", "380", "432.10"},
-        {"ES Z6", "E-mini S&P 500 Dec 2026", 3, "1", "5900", "6200", "5600", "6012.75"},
+        {"IBM", "International Business Machines", 0, "100", "142.50", "180", "120", "151.25", "+7.40", "+5.14",
+         "4,812,300"},
+        {"VFIAX", "Vanguard 500 Index Admiral", 2, "35.5", "410", "", "380", "432.10", "-1.25", "-0.29", ""},
+        {"ES Z6", "E-mini S&P 500 Dec 2026", 3, "1", "5900", "6200", "5600", "6012.75", "+18.50", "+0.31", "1,204,118"},
     };
     for (const Row& r : rows) {
         core::EntryInput in;
@@ -52,9 +58,59 @@ void sampleSetup(GuiRig& rig)
         auto q = std::make_shared<core::Quote>();
         q->setTicker(rec.ticker);
         q->setDigits(2);
+        q->setName(rec.name);
+        q->setSecurityType(rec.securityType);
+        q->setShares(rec.shares);
+        q->setCostBasis(rec.costBasis);
         q->setLast(QString::fromLatin1(r.last));
+        q->setChange(QString::fromLatin1(r.change));
+        q->setPercentChg(QString::fromLatin1(r.pct));
+        q->setVolume(QString::fromLatin1(r.volume));
+        q->setUpdate(QStringLiteral("4:00 pm"));
+        // IBM is past its 5 % change limit, so its row shows a fired alarm.
+        q->setHighChgLimit(5);
+        q->setHighChgAlarm(r.type == 0);
         rig.app->stockQuotes().Add(q, rec.ticker);
     }
+    struct Story
+    {
+        const char *ticker, *date, *time, *line;
+        bool fresh;
+    };
+    const Story stories[] = {
+        {"IBM", "11/23/2026", "09:05", "IBM to buy a cloud security firm for $2.1 billion", true},
+        {"VFIAX", "11/20/2026", "16:30", "Index funds take in record November inflows", false},
+        {"IBM", "11/19/2026", "07:45", "IBM quantum unit signs three new research partners", false},
+    };
+    for (const Story& st : stories) {
+        auto story = std::make_shared<news::News>();
+        story->setTicker(QString::fromLatin1(st.ticker));
+        story->setSDate(QString::fromLatin1(st.date));
+        story->setTime(QString::fromLatin1(st.time));
+        story->setNewsLine(QString::fromLatin1(st.line));
+        story->setNewsSource(QStringLiteral("Wire"));
+        story->setBNew(st.fresh);
+        rig.app->news().Add(story);
+    }
+    core::MailBox& box = rig.app->state().mailBox;
+    box.messageCount = 2;
+    box.records[1] = {QStringLiteral("Mon, 23 Nov 2026 08:12"),
+                      QStringLiteral("<a@example.com>"),
+                      QStringLiteral("From: Alice Smith\r\nSubject: Lunch on Friday?\r\n"),
+                      QStringLiteral("Alice Smith"),
+                      QStringLiteral("Lunch on Friday?"),
+                      QString(),
+                      false,
+                      1536};
+    box.records[2] = {QStringLiteral("Mon, 23 Nov 2026 10:40"),
+                      QStringLiteral("<b@example.com>"),
+                      QStringLiteral("From: Broker Desk\r\n"),
+                      QStringLiteral("Broker Desk"),
+                      QStringLiteral("Your November statement"),
+                      QStringLiteral("Your statement is ready."),
+                      true,
+                      40960};
+
     core::Options& o = rig.app->state().options;
     o.paging.enabled = true;
     o.paging.pagerId = QStringLiteral("5551234");
@@ -148,6 +204,16 @@ private Q_SLOTS:
         gui::SendPageDialog dlg(nullptr, *m_rig.app, m_rig.host);
         dlg.findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("Meeting moved to 3 pm, call Sam"));
         shoot(&dlg, QStringLiteral("send-page"));
+    }
+
+    void viewers()
+    {
+        gui::QuoteViewer quotes(nullptr, *m_rig.app);
+        shoot(&quotes, QStringLiteral("quote-viewer"));
+        gui::NewsViewer news(nullptr, *m_rig.app, m_rig.host);
+        shoot(&news, QStringLiteral("news-viewer"));
+        gui::MailViewer mail(nullptr, *m_rig.app);
+        shoot(&mail, QStringLiteral("mail-viewer"));
     }
 };
 
