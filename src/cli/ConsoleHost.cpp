@@ -66,6 +66,13 @@ QString ConsoleHost::inputBox(const QString&, const QString&)
     return {};
 }
 
+void ConsoleHost::reportFailure(const QString& text)
+{
+    m_err << "kestrova-cli: " << text << '\n';
+    m_err.flush();
+    ++failuresReported;
+}
+
 bool ConsoleHost::openUrl(const QString& url)
 {
     m_err << url << '\n';

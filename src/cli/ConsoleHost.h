@@ -22,6 +22,7 @@ public:
     QString inputBox(const QString& prompt, const QString& defaultText) override;
     void setBusy(bool) override {}
     bool openUrl(const QString& url) override;
+    void reportFailure(const QString& text) override;
     void yield(int maxWaitMs) override;
 
     // Answers for the questions a headless run cannot ask (Yes/No boxes).
@@ -29,6 +30,9 @@ public:
     bool showStatusTexts = false;
     bool showTerminal = false;
     bool quiet = false;
+    // Failures written to the error output so far: a command that has said why it failed
+    // does not add a vaguer line of its own.
+    int failuresReported = 0;
 
 private:
     QTextStream m_out;

@@ -65,7 +65,10 @@ int checkMailCommand(const GlobalOptions& global, const QStringList& args)
         return kExitFailure;
     }
     if (!box.countKnown) {
-        err << "kestrova-cli check-mail: the mailbox could not be read (see activity.txt)\n";
+        // The mail watch has said why where it knew; this covers what it could not name.
+        if (ctx.host.failuresReported == 0) {
+            err << "kestrova-cli check-mail: the mailbox could not be read (see activity.txt)\n";
+        }
         return kExitFailure;
     }
     out << "Messages waiting: " << box.messageCount << '\n';
@@ -78,7 +81,8 @@ int checkMailCommand(const GlobalOptions& global, const QStringList& args)
             }
         }
     }
-    return kExitOk;
+    // Headers cut off mid-way: the count is shown, but the check did not finish.
+    return ctx.host.failuresReported == 0 ? kExitOk : kExitFailure;
 }
 
 } // namespace

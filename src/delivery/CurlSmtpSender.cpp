@@ -9,6 +9,7 @@
 #include <curl/curl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 
 namespace kestrova::delivery {
@@ -22,6 +23,7 @@ struct Transfer
     qsizetype offset = 0;
     SmtpEvents* events = nullptr;
     QByteArray replyBuffer;
+    QByteArray lastRefusal; // the server's last 4xx or 5xx reply line that may be shown
     bool inAuth = false;
     // Texts that must never reach the echo: the password and every base64 form of the
     // credentials a SASL mechanism could send or a server could reflect.
@@ -66,6 +68,9 @@ void echoReplies(Transfer& t)
         if (carriesSecret(t, line)) {
             continue;
         }
+        if (line.startsWith('4') || line.startsWith('5')) {
+            t.lastRefusal = line;
+        }
         if (t.events) {
             t.events->smtpDataReceived(QString::fromUtf8(line));
         }
@@ -104,6 +109,46 @@ QString rfc2822Date(const QDateTime& when)
     const int offsetMin = std::abs(offsetSecs) / 60;
     const QString zone = QString::asprintf("%c%02d%02d", offsetSecs < 0 ? '-' : '+', offsetMin / 60, offsetMin % 60);
     return QLocale::c().toString(t, QStringLiteral("ddd, d MMM yyyy HH:mm:ss ")) + zone;
+}
+
+// The failure of one send in plain words, naming the server: what a user reads on the
+// error output or the status list. The server's own reply wherever it gave one.
+QString describeFailure(CURLcode result, long responseCode, long osErrno, const Transfer& t, const QString& server,
+                        int timeoutSeconds, const char* detail)
+{
+    const QString reply = QString::fromUtf8(t.lastRefusal).trimmed();
+    const QString smtp = QStringLiteral("SMTP server ") + server;
+    if (responseCode >= 400) {
+        return smtp + QStringLiteral(" refused the mail: ") + (reply.isEmpty() ? QString::number(responseCode) : reply);
+    }
+    switch (result) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return QStringLiteral("could not resolve ") + server.section(u':', 0, 0);
+    case CURLE_COULDNT_CONNECT:
+        return QStringLiteral("could not connect to ") + smtp + QStringLiteral(": ") +
+               (osErrno == ECONNREFUSED ? QStringLiteral("connection refused") : QString::fromLocal8Bit(detail));
+    case CURLE_OPERATION_TIMEDOUT:
+        return smtp + QStringLiteral(" timed out after ") + QString::number(timeoutSeconds) + QStringLiteral(" s");
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+        return QStringLiteral("TLS handshake with ") + smtp + QStringLiteral(" failed: ") +
+               QString::fromLocal8Bit(detail);
+    case CURLE_USE_SSL_FAILED:
+        return smtp + QStringLiteral(" does not offer STARTTLS");
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_PARTIAL_FILE:
+        return smtp + QStringLiteral(" closed or reset the connection") +
+               (t.offset > 0 ? QStringLiteral(" while the mail was sent") : QString());
+    default:
+        return smtp + QStringLiteral(": ") +
+               (*detail ? QString::fromLocal8Bit(detail) : QString::fromLatin1(curl_easy_strerror(result)));
+    }
 }
 
 struct CurlEasyDeleter
@@ -215,6 +260,10 @@ int CurlSmtpSender::send(const SmtpMail& mail, SmtpEvents* events)
         curl_easy_setopt(c, CURLOPT_PASSWORD, password.constData());
     }
 
+    char errorText[CURL_ERROR_SIZE] = {};
+    curl_easy_setopt(c, CURLOPT_ERRORBUFFER, errorText);
+
+    m_failure.clear();
     curl_multi_add_handle(multi.get(), c);
     CURLcode result = CURLE_OK;
     for (;;) {
@@ -254,6 +303,10 @@ int CurlSmtpSender::send(const SmtpMail& mail, SmtpEvents* events)
 
     if (result == CURLE_OK) {
         return 0;
+    }
+    if (result != CURLE_ABORTED_BY_CALLBACK) {
+        m_failure = describeFailure(result, responseCode, osErrno, t, mail.server + u':' + QString::number(mail.port),
+                                    m_timeoutSeconds, errorText);
     }
     if (responseCode >= 400) {
         return static_cast<int>(responseCode);

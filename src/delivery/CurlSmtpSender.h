@@ -19,6 +19,7 @@ public:
     explicit CurlSmtpSender(support::Host& host);
 
     int send(const SmtpMail& mail, SmtpEvents* events) override;
+    QString lastFailure() const override { return m_failure; }
 
     // Certificate authorities for TLS (PEM file); empty uses the system's.
     void setCaFile(const QString& path) { m_caFile = path; }
@@ -36,6 +37,7 @@ private:
     int m_timeoutSeconds = 60;
     int m_sequence = 0;
     std::function<bool()> m_cancelled;
+    QString m_failure;
 };
 
 } // namespace kestrova::delivery

@@ -52,6 +52,7 @@ bool SmtpPager::sendSmtpMessage(const QString& text, const QString& recipient)
     // Set once and never cleared: a failure in any round makes all four rounds run and
     // ends in the failure line, even when a later round got every piece through.
     int failed = 0;
+    QStringList reported; // each cause once per message, however many rounds meet it
     for (int round = 1; round <= kRounds; ++round) {
         s.StatusMessage(QStringLiteral("Connecting to SMTP Server"));
         for (int i = 1; i <= m_pages.count(); ++i) {
@@ -69,6 +70,11 @@ bool SmtpPager::sendSmtpMessage(const QString& text, const QString& recipient)
                                  QStringLiteral(" sent successfully"));
             } else {
                 failed = 1;
+                const QString why = m_sender.lastFailure();
+                if (!why.isEmpty() && !s.cancelled() && !reported.contains(why)) {
+                    reported << why;
+                    s.Failure(why);
+                }
             }
             s.host.yield(0);
         }

@@ -45,6 +45,9 @@ class SmtpSender
 public:
     virtual ~SmtpSender() = default;
     virtual int send(const SmtpMail& mail, SmtpEvents* events) = 0;
+    // Why the last send failed, in plain words naming the server and quoting its reply
+    // ("SMTP server host:25 refused the mail: 550 ..."); empty after a success or a cancel.
+    virtual QString lastFailure() const { return {}; }
 };
 
 } // namespace kestrova::delivery

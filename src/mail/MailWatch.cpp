@@ -9,6 +9,7 @@
 #include "support/Services.h"
 #include "support/VbError.h"
 
+#include <functional>
 #include <limits>
 
 namespace kestrova::mail {
@@ -94,6 +95,7 @@ bool MailWatch::connectToMailServer()
                                      static_cast<PopSecurity>(std::clamp<int>(m_options.security, 0, 2)));
     if (socket < 1) {
         m_services.log.LogMessage(QStringLiteral("Invalid socket number"));
+        reportFailure(QStringLiteral("the connection"), {});
         m_client.close();
         return false;
     }
@@ -102,10 +104,23 @@ bool MailWatch::connectToMailServer()
         return false;
     }
     int count = 0;
-    if (m_client.user(m_options.user) != 0 || m_popError || m_client.pass(m_options.password) != 0 || m_popError ||
-        m_client.stat(&count) != 0 || m_popError) {
-        m_client.close();
-        return false;
+    struct Step
+    {
+        const char* what;
+        const char* command;
+        std::function<int()> run;
+    };
+    const Step steps[] = {
+        {"the user name", "USER", [&] { return m_client.user(m_options.user); }},
+        {"the password", "PASS", [&] { return m_client.pass(m_options.password); }},
+        {"STAT", "STAT", [&] { return m_client.stat(&count); }},
+    };
+    for (const Step& step : steps) {
+        if (step.run() != 0 || m_popError) {
+            reportFailure(QString::fromLatin1(step.what), QString::fromLatin1(step.command));
+            m_client.close();
+            return false;
+        }
     }
     // The message count is known.
     m_box.messageCount = static_cast<qint16>(std::min(count, 32767));
@@ -119,7 +134,7 @@ bool MailWatch::getHeaders(int message, int lines)
         throw support::VbError(support::VbError::Subscript);
     }
     QByteArray raw;
-    m_client.rawCommand("TOP " + QByteArray::number(message) + ' ' + QByteArray::number(lines), true, &raw);
+    const int rc = m_client.rawCommand("TOP " + QByteArray::number(message) + ' ' + QByteArray::number(lines), true, &raw);
     const QString reply = QString::fromLatin1(raw);
     core::MailRecord& r = m_box.records[static_cast<size_t>(message)];
     r.isNew = isNewMessage(reply);
@@ -136,7 +151,26 @@ bool MailWatch::getHeaders(int message, int lines)
         }
     }
     r.headerText = reply;
-    return reply.startsWith(QLatin1String("+OK"));
+    // A reply cut off by a hang-up still starts "+OK": what came of it is kept above.
+    if (rc != 0 || !reply.startsWith(QLatin1String("+OK"))) {
+        const QString top = QStringLiteral("TOP ") + QString::number(message);
+        reportFailure(top, top);
+        return false;
+    }
+    return true;
+}
+
+void MailWatch::reportFailure(const QString& what, const QString& command)
+{
+    const QString why = m_client.failure();
+    if (why.isEmpty() || m_services.cancelled()) {
+        return;
+    }
+    if (m_client.rejected()) {
+        m_services.Failure(QStringLiteral("POP3 server rejected ") + what + QStringLiteral(": ") + why);
+    } else {
+        m_services.Failure(command.isEmpty() ? why : why + QStringLiteral(" during ") + command);
+    }
 }
 
 void MailWatch::receiveMessage(int message)
@@ -186,7 +220,10 @@ void MailWatch::checkMail(bool download)
                     if (s.cancelled()) {
                         break;
                     }
-                    getHeaders(n, 0);
+                    // After a hang-up every further TOP would fail the same way.
+                    if (!getHeaders(n, 0) && !m_client.isOpen()) {
+                        break;
+                    }
                     const core::MailRecord& r = m_box.records[static_cast<size_t>(n)];
                     if (!r.isNew) {
                         continue;

@@ -58,6 +58,10 @@ public:
     void popSocketError(int winsockNumber) override;
 
 private:
+    // One failure line: "POP3 server rejected WHAT: <its -ERR line>" when the server said
+    // no, else the transport's reason and the command it broke off.
+    void reportFailure(const QString& what, const QString& command);
+
     const support::Services& m_services;
     const core::MailOptions& m_options;
     const MailWatchSettings& m_settings;

@@ -59,8 +59,26 @@ bool PopClient::waitFor(const std::function<bool()>& done)
     return true;
 }
 
+void PopClient::noteUnfinished()
+{
+    if (m_services.cancelled()) {
+        m_failure.clear();
+    } else if (m_socketError != 0) {
+        m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(": ") + m_socketErrorText;
+    } else if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+        m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(" closed the connection");
+    } else {
+        m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(" did not answer within ") +
+                    QString::number(m_timeoutSeconds) + QStringLiteral(" s");
+    }
+}
+
 int PopClient::open(const QString& host, quint16 port, PopSecurity security)
 {
+    m_server = host + u':' + QString::number(port);
+    m_failure.clear();
+    m_rejected = false;
+    m_socketErrorText.clear();
     m_socketError = 0;
     m_closing = false;
     m_closedReported = false;
@@ -73,12 +91,14 @@ int PopClient::open(const QString& host, quint16 port, PopSecurity security)
     if (security == PopSecurity::ImplicitTls) {
         m_socket->connectToHostEncrypted(host, port);
         if (!waitFor([this] { return m_socket->isEncrypted(); })) {
+            noteUnfinished();
             m_socket->abort();
             return 0;
         }
     } else {
         m_socket->connectToHost(host, port);
         if (!waitFor([this] { return m_socket->state() == QAbstractSocket::ConnectedState; })) {
+            noteUnfinished();
             m_socket->abort();
             return 0;
         }
@@ -96,6 +116,7 @@ int PopClient::open(const QString& host, quint16 port, PopSecurity security)
         }
         m_socket->startClientEncryption();
         if (!waitFor([this] { return m_socket->isEncrypted(); })) {
+            noteUnfinished();
             m_socket->abort();
             return 0;
         }
@@ -106,7 +127,10 @@ int PopClient::open(const QString& host, quint16 port, PopSecurity security)
 int PopClient::command(const QByteArray& line, bool multiLine, QByteArray* reply)
 {
     reply->clear();
+    m_failure.clear();
+    m_rejected = false;
     if (!isOpen()) {
+        noteUnfinished();
         return m_socketError != 0 ? m_socketError : 10057; // WSAENOTCONN
     }
     if (!line.isEmpty()) {
@@ -118,9 +142,16 @@ int PopClient::command(const QByteArray& line, bool multiLine, QByteArray* reply
     m_lastReply = m_buffer;
     m_buffer.clear();
     if (!complete) {
+        noteUnfinished();
         return m_socketError != 0 ? m_socketError : kFailed;
     }
-    return reply->startsWith("+OK") ? 0 : kFailed;
+    if (reply->startsWith("+OK")) {
+        return 0;
+    }
+    // The server's own words; its first line is all a status line can hold.
+    m_failure = QString::fromLatin1(reply->left(reply->indexOf('\n'))).trimmed();
+    m_rejected = true;
+    return kFailed;
 }
 
 int PopClient::user(const QString& name)
@@ -211,8 +242,27 @@ void PopClient::onError(QAbstractSocket::SocketError error)
         return;
     }
     m_socketError = winsockFor(error);
+    m_socketErrorText = error == QAbstractSocket::HostNotFoundError
+                            ? QStringLiteral("could not resolve ") + m_server.section(u':', 0, 0)
+                            : describe(error, m_socket->errorString());
     if (m_events) {
         m_events->popSocketError(m_socketError);
+    }
+}
+
+QString PopClient::describe(QAbstractSocket::SocketError error, const QString& detail)
+{
+    switch (error) {
+    case QAbstractSocket::ConnectionRefusedError:
+        return QStringLiteral("connection refused");
+    case QAbstractSocket::RemoteHostClosedError:
+        return QStringLiteral("the connection was closed or reset");
+    case QAbstractSocket::SocketTimeoutError:
+        return QStringLiteral("timed out");
+    case QAbstractSocket::SslHandshakeFailedError:
+        return QStringLiteral("TLS handshake failed (") + detail + u')';
+    default:
+        return detail;
     }
 }
 

@@ -58,6 +58,12 @@ public:
 
     bool isOpen() const;
     QByteArray lastReply() const { return m_lastReply; }
+    // Why the last open or command failed: the server's own "-ERR" line when it said no
+    // (rejected() is then true), else the transport's failure naming the server ("POP3
+    // server host:110: connection refused", "... did not answer within 60 s"). Empty after
+    // a success or a cancel.
+    QString failure() const { return m_failure; }
+    bool rejected() const { return m_rejected; }
 
 private:
     int command(const QByteArray& line, bool multiLine, QByteArray* reply);
@@ -65,6 +71,9 @@ private:
     void onReadyRead();
     void onError(QAbstractSocket::SocketError error);
     static int winsockFor(QAbstractSocket::SocketError error);
+    static QString describe(QAbstractSocket::SocketError error, const QString& detail);
+    // Sets failure() for a wait that ended without its reply.
+    void noteUnfinished();
 
     const support::Services& m_services;
     QSslSocket* m_socket;
@@ -73,6 +82,10 @@ private:
     int m_timeoutSeconds = 60;
     QByteArray m_buffer;
     QByteArray m_lastReply;
+    QString m_server; // "host:port", for the failure texts
+    QString m_failure;
+    QString m_socketErrorText;
+    bool m_rejected = false;
     int m_socketError = 0;
     bool m_closing = false;
     bool m_closedReported = false;

@@ -52,6 +52,7 @@ bool RasDialer::RASDial()
     for (;;) {
         // A failure of the previous attempt must not end this attempt's wait at once.
         m_errorReported = false;
+        m_lastError.clear();
         m_backend.dial(entry);
         s.host.yield(0);
         const QDateTime deadline = s.clock.now().addSecs(std::max<int>(1, m_options.timeout));
@@ -69,6 +70,12 @@ bool RasDialer::RASDial()
         m_backend.abortDial();
         if (attempt == kLastAttempt) {
             s.StatusMessage(QStringLiteral("Unable to connect to the internet."));
+            const QString tries = QString::number(kLastAttempt + 1) + QStringLiteral(" attempts");
+            const QString why =
+                m_lastError.isEmpty()
+                    ? QStringLiteral(" timed out after %1 s (%2)").arg(std::max<int>(1, m_options.timeout)).arg(tries)
+                    : QStringLiteral(" failed after %1: %2").arg(tries, m_lastError);
+            s.Failure(QStringLiteral("Dial-up connection \"") + entry + u'"' + why);
             return false;
         }
         s.host.setStatusText(QStringLiteral("...Retrying..."));
@@ -114,7 +121,8 @@ void RasDialer::stateEvent(int platformState, int errorNumber)
         }
     } else {
         m_errorReported = true;
-        text = QStringLiteral("Error: ") + rasErrorName(errorNumber);
+        m_lastError = rasErrorName(errorNumber);
+        text = QStringLiteral("Error: ") + m_lastError;
     }
     m_services.host.terminalEcho(text + QStringLiteral("\r\n"));
     m_services.log.LogMessage(text);

@@ -41,6 +41,7 @@ private:
     DialBackend& m_backend;
     bool m_connected = false;
     bool m_errorReported = false;
+    QString m_lastError; // the error event of the last attempt, empty when it timed out
     bool m_dialledByUs = false;
     int m_retryPause = 5;
 };

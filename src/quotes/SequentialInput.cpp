@@ -26,6 +26,11 @@ bool SequentialInput::atEnd() const
     return p >= m_text.size();
 }
 
+int SequentialInput::line() const
+{
+    return static_cast<int>(QStringView(m_text).left(m_pos).count(u'\n')) + 1;
+}
+
 QString SequentialInput::readString()
 {
     if (atEnd())

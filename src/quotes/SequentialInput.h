@@ -18,6 +18,8 @@ public:
     // A 16-bit number; VbError 13 for a value that is not a number, 6 when out of range.
     qint16 readInt16();
     bool atEnd() const;
+    // The line (from 1) the next value is read from, for error reports.
+    int line() const;
 
 private:
     QString m_text;

@@ -40,10 +40,12 @@ std::shared_ptr<Qserver> readRecord(SequentialInput& in, const BuiltInServers& b
     return server;
 }
 
-void readSection(SequentialInput& in, QServers& into, const BuiltInServers& builtIn)
+void readSection(SequentialInput& in, QServers& into, const BuiltInServers& builtIn, int& line)
 {
+    line = in.line();
     const qint16 count = in.readInt16();
     for (int i = 0; i < count; ++i) {
+        line = in.line(); // a record that fails is named by the line it starts on
         auto server = readRecord(in, builtIn);
         into.Add(server, server->serverName());
     }
@@ -65,15 +67,55 @@ ServersDatResult readServersDat(const QString& path, ServerDefinitions& defs, co
             throw support::VbError(support::VbError::PermissionDenied);
         }
         SequentialInput in(support::decodeCp1252(file.readAll()));
+        result.line = 1;
         defs.version = in.readString();
         in.readString(); // second header value: nothing uses it
-        readSection(in, defs.stock, builtIn);
-        readSection(in, defs.option, builtIn);
+        readSection(in, defs.stock, builtIn, result.line);
+        readSection(in, defs.option, builtIn, result.line);
+        result.line = 0;
     } catch (const support::VbError& e) {
         result.error = e.number();
         result.description = e.description();
     }
     return result;
+}
+
+QString serversDatFailure(const QString& path, const ServersDatResult& result)
+{
+    QString why;
+    switch (result.error) {
+    case 0:
+        return {};
+    case support::VbError::FileNotFound:
+        why = QStringLiteral("the file does not exist");
+        break;
+    case support::VbError::PathNotFound:
+        why = QStringLiteral("its folder does not exist");
+        break;
+    case support::VbError::PermissionDenied:
+        why = QStringLiteral("the file cannot be read (permission denied)");
+        break;
+    case support::VbError::InputPastEnd:
+        why = QStringLiteral("the file ends in the middle of a record");
+        break;
+    case support::VbError::TypeMismatch:
+        why = QStringLiteral("a number was expected");
+        break;
+    case support::VbError::Overflow:
+        why = QStringLiteral("a number is out of range");
+        break;
+    case support::VbError::DuplicateKey:
+        why = QStringLiteral("a server name appears twice");
+        break;
+    case support::VbError::Subscript:
+        why = QStringLiteral("the ServerIndex names no known service");
+        break;
+    default:
+        why = result.description;
+        break;
+    }
+    const QString where = result.line > 0 ? QStringLiteral(" line %1").arg(result.line) : QString();
+    return path + where + QStringLiteral(": ") + why;
 }
 
 QString serversDatMessage(const ServersDatResult& result)
@@ -105,6 +147,7 @@ bool loadServersDat(const QString& path, ServerDefinitions& defs, const BuiltInS
     if (result.error == 0)
         return true;
     const QString message = serversDatMessage(result);
+    host.reportFailure(serversDatFailure(path, result));
     if (result.error == support::VbError::InputPastEnd) {
         if (host.messageBox(message, support::MsgButtons::YesNo, support::MsgIcon::Question) == support::MsgAnswer::Yes)
             host.openUrl(QString::fromLatin1(kServerUpdatePage));

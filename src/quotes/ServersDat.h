@@ -27,6 +27,7 @@ struct ServersDatResult
 {
     int error = 0; // 0: read to the end; else the run-time error number that ended reading
     QString description;
+    int line = 0; // where reading stopped: the line of the record that failed (0: none)
 };
 
 // Reads servers.dat into the two collections (which keep whatever they held before; the
@@ -37,6 +38,8 @@ ServersDatResult readServersDat(const QString& path, ServerDefinitions& defs, co
 // The message for an error of readServersDat. The texts name "server.dat" - the two
 // definition files' messages have always been crossed and users know them that way.
 QString serversDatMessage(const ServersDatResult& result);
+// The same error for a failure report: the file, the line it stopped at, and why.
+QString serversDatFailure(const QString& path, const ServersDatResult& result);
 
 // Reads and, on failure, shows the message box; for a damaged file a Yes opens the update
 // page. True when the whole file was read.

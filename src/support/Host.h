@@ -35,6 +35,10 @@ public:
         Q_UNUSED(filter);
         return inputBox(title, QStringLiteral("*.") + defaultSuffix.toUpper());
     }
+    // A failure the user must hear of, in plain words ("POP3 server rejected the password:
+    // -ERR ..."). It has already gone to the status list and the log; a face whose status
+    // list nobody watches (the console) shows it where errors go.
+    virtual void reportFailure(const QString& text) { Q_UNUSED(text); }
     virtual void setBusy(bool busy) = 0;
     virtual bool openUrl(const QString& url) = 0;
 

@@ -17,6 +17,12 @@ void Services::StatusMessage(const QString& message) const
     log.LogMessage(message);
 }
 
+void Services::Failure(const QString& message) const
+{
+    StatusMessage(message);
+    host.reportFailure(message);
+}
+
 void Services::pause(double seconds) const
 {
     const qint64 whole = roundHalfEven(seconds);

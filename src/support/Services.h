@@ -20,6 +20,8 @@ struct Services
 
     // StatusMessage: appends "message   date time" CR LF to the status list and logs it.
     void StatusMessage(const QString& message) const;
+    // A failure, named with its cause: a status line, a log line and the face's error report.
+    void Failure(const QString& message) const;
     // Waits whole seconds while yielding, ending early when the user cancels. A half
     // second rounds to even, i.e. no pause at all.
     void pause(double seconds) const;

@@ -297,6 +297,8 @@ private Q_SLOTS:
         const QString log = rig.activity();
         QCOMPARE(log.count(eventLine + u' '), 4);
         QCOMPARE(log.count(QStringLiteral("Unable to connect to the internet. ")), 1);
+        QCOMPARE(rig.host.failures,
+                 QStringList{u"Dial-up connection \"" + entry + u"\" failed after 4 attempts: " + eventLine.mid(7)});
         QCOMPARE(rig.host.statusTexts.count(QStringLiteral("...Retrying...")), 3);
         // Each attempt ended on its error, long before its 30-second time-out.
         QVERIFY(start.secsTo(rig.clock.now()) < 4 * 30);
@@ -320,6 +322,8 @@ private Q_SLOTS:
         const QString log = rig.activity();
         QCOMPARE(log.count(QStringLiteral("ConnectDevice ")), 4);
         QCOMPARE(log.count(QStringLiteral("Unable to connect to the internet. ")), 1);
+        QCOMPARE(rig.host.failures,
+                 QStringList{u"Dial-up connection \"" + kEntry + u"\" timed out after 3 s (4 attempts)"});
     }
 
     void cancelEndsTheWait()
@@ -338,6 +342,7 @@ private Q_SLOTS:
         net::DialupConnection conn(rig.services, rig.options);
         QVERIFY(!conn.connect());
         QVERIFY(!rig.activity().contains(QStringLiteral("Unable to connect")));
+        QVERIFY(rig.host.failures.isEmpty());
         QVERIFY(!rig.host.statusTexts.contains(QStringLiteral("...Retrying...")));
         QVERIFY(yields < 100);
     }

@@ -3,8 +3,9 @@
 
 Usage: smtp_peer.py PORT OUTDIR MODE [--tls CERT KEY] [--auth FILE]
 
-MODE is "accept", "refuse" (every mail gets 550) or "refuse-first" (only the first
-mail is refused). Each accepted mail is written raw to OUTDIR/mail-N.eml, N counting
+MODE is "accept", "refuse" (every mail gets 550), "refuse-first" (only the first
+mail is refused), "defer-first" (the first mail gets 451, a try-again) or "drop-data"
+(the connection is dropped once the mail's text has come, before any reply). Each accepted mail is written raw to OUTDIR/mail-N.eml, N counting
 from 1. With --auth the log-on is required; FILE holds the user name on its first line
 and the password on its second (never on the command line). "READY" is printed once the
 server listens; the server stops when its standard input closes.
@@ -26,6 +27,11 @@ class Handler:
 
     async def handle_DATA(self, server, session, envelope):
         self.attempts += 1
+        if self.mode == "drop-data":
+            server.transport.close()
+            return "250 OK"
+        if self.mode == "defer-first" and self.attempts == 1:
+            return "451 Greylisted, try again later"
         if self.mode == "refuse" or (self.mode == "refuse-first" and self.attempts == 1):
             return "550 Mailbox unavailable"
         self.saved += 1

@@ -61,19 +61,21 @@ void TestServersDat::failures_data()
     QTest::addColumn<int>("error");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QStringList>("stockNames");
+    QTest::addColumn<QString>("failure"); // after the file's path
 
-    QTest::newRow("empty sections") << "servers_empty.dat" << 0 << QString() << QStringList{};
+    QTest::newRow("empty sections") << "servers_empty.dat" << 0 << QString() << QStringList{} << QString();
     QTest::newRow("duplicate name") << "servers_duplicate.dat" << 457
                                     << "ERROR 457 occurred.  This key is already associated with an element of this "
                                        "collection"
-                                    << QStringList{"Yahoo"};
-    QTest::newRow("cut mid-record") << "servers_cut.dat" << 62 << QString() << QStringList{"Yahoo"};
+                                    << QStringList{"Yahoo"} << " line 4: a server name appears twice";
+    QTest::newRow("cut mid-record") << "servers_cut.dat" << 62 << QString() << QStringList{"Yahoo"}
+                                    << " line 4: the file ends in the middle of a record";
     QTest::newRow("bad ServerIndex") << "servers_badindex.dat" << 9 << "ERROR 9 occurred.  Subscript out of range"
-                                     << QStringList{"Yahoo"};
+                                     << QStringList{"Yahoo"} << " line 4: the ServerIndex names no known service";
     QTest::newRow("missing file") << "no_such.dat" << 53 << "ERROR 53: The server.dat file doesn't exist."
-                                  << QStringList{};
+                                  << QStringList{} << ": the file does not exist";
     QTest::newRow("missing folder") << "nowhere/servers.dat" << 76 << "ERROR 76: That path doesn't exist."
-                                    << QStringList{};
+                                    << QStringList{} << ": its folder does not exist";
 }
 
 void TestServersDat::failures()
@@ -82,6 +84,7 @@ void TestServersDat::failures()
     QFETCH(int, error);
     QFETCH(QString, message);
     QFETCH(QStringList, stockNames);
+    QFETCH(QString, failure);
 
     support::MockClock clock;
     testing::TestHost host(&clock);
@@ -91,6 +94,10 @@ void TestServersDat::failures()
     QCOMPARE(ok, error == 0);
     quotes::ServerDefinitions fresh;
     QCOMPARE(quotes::readServersDat(testing::dataPath(QStringLiteral("quotes/") + file), fresh, builtIn).error, error);
+    // The error output's line names the file and where in it reading stopped.
+    QCOMPARE(host.failures, failure.isEmpty()
+                                ? QStringList{}
+                                : QStringList{testing::dataPath(QStringLiteral("quotes/") + file) + failure});
     if (error == 0) {
         QVERIFY(host.messages.isEmpty());
     } else {

@@ -28,6 +28,7 @@ public:
     void terminalEcho(const QString& text) override { terminal += text; }
     support::MsgAnswer messageBox(const QString& text, support::MsgButtons buttons, support::MsgIcon icon) override;
     QString inputBox(const QString& prompt, const QString& defaultText) override;
+    void reportFailure(const QString& text) override { failures << text; }
     void setBusy(bool busy) override { busyCalls << busy; }
     bool openUrl(const QString& url) override
     {
@@ -49,6 +50,7 @@ public:
     QStringList statusTexts;
     QStringList progress;
     QStringList messages;
+    QStringList failures;
     QStringList prompts;
     QString terminal;
     QList<bool> busyCalls;

@@ -1,0 +1,152 @@
+// The fault matrix: kestrova-cli against real loopback peers that fail in one way each.
+// Every failure must end the command (no crash, no hang past its time-out) with one line on
+// the error output naming what failed and why, in the server's own words where it has some.
+#include "CliRun.h"
+#include "DovecotPeer.h"
+#include "PeerProcess.h"
+#include "TestUtil.h"
+
+#include "core/Options.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace kestrova;
+using kestrova::testing::PeerProcess;
+
+namespace {
+const QString kUser = QStringLiteral("watcher");
+// Made up for this test; it must never show up in the output or the log.
+const QString kPassword = QStringLiteral("Fault-Pass-8086");
+} // namespace
+
+class TestCliFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(QFile::exists(qEnvironmentVariable("KESTROVA_CLI")), "KESTROVA_CLI must name the built kestrova-cli");
+    }
+
+    void failureIsNamed_data()
+    {
+        QTest::addColumn<QString>("peer");  // what answers on the loopback port
+        QTest::addColumn<QString>("route"); // pop or smtp: which options point at it
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<QString>("line"); // what the one error line says, {port} for the peer's port
+        const QStringList check{QStringLiteral("check-mail")};
+        const QStringList download{QStringLiteral("check-mail"), QStringLiteral("--download")};
+        const QStringList page{QStringLiteral("page"), QStringLiteral("Sell IBM")};
+        QTest::newRow("POP3 refused") << "nothing"
+                                      << "pop" << check
+                                      << "kestrova-cli: POP3 server 127.0.0.1:{port}: connection refused";
+        QTest::newRow("POP3 bad password") << "dovecot"
+                                           << "pop" << check << "kestrova-cli: POP3 server rejected the password: -ERR";
+        QTest::newRow("POP3 dropped mid-TOP")
+            << "pop:hangup"
+            << "pop" << download
+            << "kestrova-cli: POP3 server 127.0.0.1:{port}: the connection was closed or reset during TOP 1";
+        QTest::newRow("SMTP refused") << "nothing"
+                                      << "smtp" << page
+                                      << "kestrova-cli: could not connect to SMTP server 127.0.0.1:{port}: "
+                                         "connection refused";
+        QTest::newRow("SMTP 5xx") << "smtp:refuse"
+                                  << "smtp" << page
+                                  << "kestrova-cli: SMTP server 127.0.0.1:{port} refused the mail: 550 Mailbox "
+                                     "unavailable";
+        // Taken the next round, but one failed try makes the whole page count as failed.
+        QTest::newRow("SMTP 4xx then success")
+            << "smtp:defer-first"
+            << "smtp" << page
+            << "kestrova-cli: SMTP server 127.0.0.1:{port} refused the mail: 451 Greylisted, try again later";
+        QTest::newRow("SMTP TLS handshake failure")
+            << "smtp:tls"
+            << "smtp" << page
+            << "kestrova-cli: TLS handshake with SMTP server 127.0.0.1:{port} failed: SSL certificate problem";
+        QTest::newRow("SMTP dropped mid-DATA")
+            << "smtp:drop-data"
+            << "smtp" << page
+            << "kestrova-cli: SMTP server 127.0.0.1:{port} closed or reset the connection while the mail was sent";
+    }
+    void failureIsNamed()
+    {
+        QFETCH(QString, peer);
+        QFETCH(QString, route);
+        QFETCH(QStringList, command);
+        QFETCH(QString, line);
+        QTemporaryDir tmp;
+        PeerProcess process;
+        std::unique_ptr<testing::Dovecot> dovecot;
+        quint16 port = testing::freePort();
+        const QString kind = peer.section(u':', 0, 0);
+        const QString mode = peer.section(u':', 1);
+        if (kind == QLatin1String("dovecot")) {
+            if (!QFileInfo(testing::Dovecot::program()).isExecutable()) {
+                QSKIP("dovecot-pop3d is not installed (scripts/install-deps.sh --test installs it)");
+            }
+            dovecot = std::make_unique<testing::Dovecot>(kUser, QStringLiteral("Another-Pass-1"),
+                                                         QList<testing::MailMessage>{});
+            QVERIFY(dovecot->start());
+            port = dovecot->port;
+        } else if (kind == QLatin1String("pop")) {
+            QVERIFY2(process.start(testing::systemPython(),
+                                   {QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py"), QString::number(port), mode},
+                                   QStringLiteral("READY")),
+                     process.log().constData());
+        } else if (kind == QLatin1String("smtp")) {
+            QStringList args{QStringLiteral(KESTROVA_PEERS_DIR "/smtp_peer.py"), QString::number(port),
+                             tmp.filePath(QString()), mode == QLatin1String("tls") ? QStringLiteral("accept") : mode};
+            if (mode == QLatin1String("tls")) {
+                // A certificate the program has no reason to trust: the hand-shake fails.
+                const QString cert = tmp.filePath(QStringLiteral("cert.pem"));
+                const QString key = tmp.filePath(QStringLiteral("key.pem"));
+                QVERIFY(testing::makeLoopbackCertificate(cert, key));
+                args << QStringLiteral("--tls") << cert << key;
+            }
+            QVERIFY2(process.start(testing::systemPython(), args, QStringLiteral("READY")), process.log().constData());
+        }
+
+        core::Options options;
+        options.connection.type = 1;
+        if (route == QLatin1String("pop")) {
+            options.mail.server = QStringLiteral("127.0.0.1");
+            options.mail.port = static_cast<qint16>(port);
+            options.mail.user = kUser;
+            options.mail.password = kPassword;
+        } else {
+            options.smtp.enabled = true;
+            options.smtp.hostName = QStringLiteral("127.0.0.1");
+            options.smtp.port = static_cast<qint16>(port);
+            options.smtp.from = QStringLiteral("kestrova@example.test");
+            options.smtp.recipient = QStringLiteral("pager@example.test");
+            options.smtp.security = mode == QLatin1String("tls") ? 1 : 0;
+            options.smtp.user = mode == QLatin1String("tls") ? kUser : QString();
+            options.smtp.password = mode == QLatin1String("tls") ? kPassword : QString();
+        }
+        const QString portfolio = testing::writeOptionsFile(tmp, options, QStringLiteral("faults.pgr"));
+        QVERIFY(!portfolio.isEmpty());
+        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        // Each of these ends well inside a minute (four SMTP rounds included); -2 is a
+        // crash or a hang.
+        const testing::CliRun run = testing::runCli(
+            tmp, QStringList{QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio} + command,
+            90000);
+        QVERIFY2(run.code == 1, qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
+        const QStringList errors = run.err.split(u'\n', Qt::SkipEmptyParts);
+        QVERIFY2(errors.size() == 1, qPrintable(run.err));
+        const QString expected = QString(line).replace(QStringLiteral("{port}"), QString::number(port));
+        QVERIFY2(errors.first().startsWith(expected), qPrintable(run.err));
+        // The log has the same line, for the desktop's status list and later reading.
+        const QString activity = QString::fromUtf8(testing::readFile(dataDir + QStringLiteral("/activity.txt")));
+        QVERIFY2(activity.contains(errors.first().mid(QStringLiteral("kestrova-cli: ").size())), qPrintable(activity));
+        for (const QString& text : {run.out, run.err, activity}) {
+            QVERIFY(!text.contains(kPassword));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliFaults)
+#include "test_cli_faults.moc"
