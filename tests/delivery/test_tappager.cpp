@@ -99,6 +99,11 @@ private Q_SLOTS:
         QTest::newRow("no dial tone") << "no-dialtone 5551000" << QStringLiteral("Pager: No Dialtone") << 0 << -1;
         QTest::newRow("no answer") << "silent 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0
                                    << -1;
+        // The dial waits for CONNECT alone, so a NO CARRIER runs out the minute; 5000
+        // characters of noise end the dial as if connected, and the logon finds no ID.
+        QTest::newRow("NO CARRIER on dial")
+            << "no-carrier 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0 << -1;
+        QTest::newRow("noise on dial") << "noise 5551000" << QStringLiteral("Pager: Unable to logon.") << 0 << -1;
         QTest::newRow("ID never sent") << "fault never-id" << QStringLiteral("Pager: Unable to logon.") << 2 << 6;
         QTest::newRow("NO CARRIER at logon")
             << "fault no-carrier-at-logon" << QStringLiteral("Pager: Could not connect w/ Service") << 2 << 1;
@@ -106,6 +111,8 @@ private Q_SLOTS:
                                        << -1;
         QTest::newRow("NAK on every block") << "fault nak" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
         QTest::newRow("RS on every block") << "fault rs" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
+        QTest::newRow("ESC EOT on every block")
+            << "fault esc-eot" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
         QTest::newRow("block never answered")
             << "fault silence" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
         QTest::newRow("modem never says OK")
