@@ -2,6 +2,7 @@
 
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/SaveFile.h"
 #include "support/VbError.h"
 
 #include <QDir>
@@ -462,6 +463,11 @@ int errorFromFileDevice(const QFileDevice& f, const QString& path)
     if (info.isDir()) {
         return 75; // path/file access error
     }
+    // A save writes a new copy beside the file: a folder that takes no new file refuses it
+    // however writable the file itself is.
+    if (!QFileInfo(info.absolutePath()).isWritable()) {
+        return VbError::PermissionDenied;
+    }
     switch (f.error()) {
     case QFileDevice::PermissionsError:
         return VbError::PermissionDenied;
@@ -604,7 +610,7 @@ PortfolioFileResult PortfolioFile::write(const QString& path, const PortfolioTab
             file.cancelWriting();
             throw VbError(err);
         }
-        if (!file.commit()) {
+        if (!support::commitWhole(file)) {
             throw VbError(errorFromFileDevice(file, path));
         }
     } catch (const VbError& e) {

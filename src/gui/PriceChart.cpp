@@ -3,6 +3,7 @@
 #include "core/Quote.h"
 #include "gui/GuiHost.h"
 #include "support/Clock.h"
+#include "support/SaveFile.h"
 
 #include <QAreaSeries>
 #include <QButtonGroup>
@@ -490,7 +491,7 @@ bool PriceChart::exportPng(const QString& path)
         file.cancelWriting();
         return reportWrite(false, path, writer.errorString());
     }
-    return reportWrite(file.commit(), path, file.errorString());
+    return reportWrite(support::commitWhole(file), path, file.errorString());
 }
 
 bool PriceChart::exportCsv(const QString& path)
@@ -511,7 +512,7 @@ bool PriceChart::exportCsv(const QString& path)
             << "\r\n";
     }
     out.flush();
-    return reportWrite(file.commit(), path, file.errorString());
+    return reportWrite(support::commitWhole(file), path, file.errorString());
 }
 
 } // namespace kestrova::gui

@@ -4,6 +4,7 @@
 #include "support/Clock.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/SaveFile.h"
 #include "support/VbError.h"
 
 #include <QFile>
@@ -200,8 +201,7 @@ bool NewsStories::WriteNews() const
     if (!file.open(QIODevice::WriteOnly)) {
         return false;
     }
-    file.write(out);
-    return file.commit();
+    return file.write(out) == out.size() && support::commitWhole(file);
 }
 
 bool NewsStories::ReadNews()

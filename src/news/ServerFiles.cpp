@@ -4,6 +4,7 @@
 #include "news/ServerDat.h"
 #include "quotes/ServersDat.h"
 #include "support/Paths.h"
+#include "support/SaveFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -30,8 +31,8 @@ bool copyIfMissing(const QDir& to, const QDir& from, const QString& name)
     if (!target.open(QIODevice::WriteOnly)) {
         return false;
     }
-    target.write(source.readAll());
-    return target.commit();
+    const QByteArray bytes = source.readAll();
+    return target.write(bytes) == bytes.size() && support::commitWhole(target);
 }
 
 } // namespace
@@ -92,8 +93,7 @@ bool retargetDemoMarket(const QString& dataDir, quint16 port)
             ok = false;
             continue;
         }
-        out.write(bytes);
-        ok = out.commit() && ok;
+        ok = out.write(bytes) == bytes.size() && support::commitWhole(out) && ok;
     }
     return ok;
 }

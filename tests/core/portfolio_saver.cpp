@@ -1,9 +1,20 @@
 // Saves one of two large portfolios over the same file, alternately, for as long as it
 // lives, and says "saved N" after each save. The crash test kills it at random moments.
+//
+//   portfolio_saver FILE                   save for ever
+//   portfolio_saver FILE --once V [LIMIT]  save variant V once; exit 1 with the error text
+//
+// LIMIT is "fsize=BYTES" (a full disk: every file this process writes stops at BYTES) or
+// "nobody" (run as an unprivileged user, so a read-only folder is read-only even when the
+// tests run as root).
 #include "core/PortfolioFile.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace kestrova::core;
 
@@ -38,6 +49,27 @@ int main(int argc, char* argv[])
     fill(tables[0], options[0], 0);
     fill(tables[1], options[1], 1);
     QTextStream out(stdout);
+    if (argc >= 4 && qstrcmp(argv[2], "--once") == 0) {
+        const int v = QByteArray(argv[3]) == "1" ? 1 : 0;
+        const QByteArray limit = argc >= 5 ? QByteArray(argv[4]) : QByteArray();
+        if (limit.startsWith("fsize=")) {
+            // A write past the limit fails with EFBIG instead of killing the process.
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlim_t bytes = limit.mid(6).toULongLong();
+            const rlimit rl{bytes, bytes};
+            if (setrlimit(RLIMIT_FSIZE, &rl) != 0) {
+                return 3;
+            }
+        } else if (limit == "nobody" && getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+            return 3;
+        }
+        const PortfolioFileResult r = PortfolioFile::write(path, tables[v], options[v]);
+        if (!r.ok()) {
+            QTextStream(stderr) << r.message << '\n';
+            return 1;
+        }
+        return 0;
+    }
     for (qint64 n = 0;; ++n) {
         const PortfolioFileResult r = PortfolioFile::write(path, tables[n % 2], options[n % 2]);
         if (!r.ok()) {

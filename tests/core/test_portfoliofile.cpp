@@ -5,6 +5,7 @@
 
 #include "TestUtil.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -593,6 +594,53 @@ private Q_SLOTS:
         QVERIFY(PortfolioFile::read(path("quote.pgr"), back, o).ok());
         QCOMPARE(back.records[0].ticker, QStringLiteral("A'B  C"));
         QCOMPARE(o.smtp.from, QStringLiteral("x,y"));
+    }
+
+    // A save that cannot be finished leaves the previous file whole, and no half-written
+    // copy beside it.
+    void failedSaveKeepsTheFile_data()
+    {
+        QTest::addColumn<QString>("limit");
+        QTest::addColumn<bool>("readOnly");
+        QTest::addColumn<QString>("message");
+        // The file is larger than the limit but smaller than the save's buffer, so the
+        // short write happens at the commit.
+        QTest::newRow("disk full") << "fsize=2048" << false << "ERROR 57 occurred.";
+        QTest::newRow("read-only folder") << "nobody" << true << "ERROR 70 occurred.";
+    }
+    void failedSaveKeepsTheFile()
+    {
+        QFETCH(QString, limit);
+        QFETCH(bool, readOnly);
+        QFETCH(QString, message);
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString file = dir.filePath(QStringLiteral("kept.pgr"));
+        auto save = [&](int variant, const QString& how, QByteArray* err) {
+            QProcess saver;
+            saver.start(QStringLiteral(PORTFOLIO_SAVER),
+                        {file, QStringLiteral("--once"), QString::number(variant), how});
+            if (!saver.waitForFinished(30000)) {
+                return -1;
+            }
+            *err = saver.readAllStandardError();
+            return saver.exitStatus() == QProcess::NormalExit ? saver.exitCode() : -1;
+        };
+        QByteArray err;
+        QCOMPARE(save(0, QString(), &err), 0);
+        const QByteArray before = readFile(file);
+        QVERIFY(before.size() > 2048);
+
+        const auto perms = QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                           QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+        if (readOnly) {
+            QVERIFY(QFile::setPermissions(dir.path(), perms));
+        }
+        QCOMPARE(save(1, limit, &err), 1);
+        QFile::setPermissions(dir.path(), perms | QFileDevice::WriteOwner);
+        QCOMPARE(QString::fromLocal8Bit(err).trimmed(), message);
+        QCOMPARE(readFile(file), before);
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("kept.pgr")});
     }
 
     void survivesKillDuringSave()

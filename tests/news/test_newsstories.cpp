@@ -4,8 +4,12 @@
 
 #include "TestUtil.h"
 
+#include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <csignal>
+#include <sys/resource.h>
 
 using kestrova::core::Quote;
 using kestrova::core::Quotes;
@@ -135,6 +139,23 @@ void TestNewsStories::fileLayout()
     stories.Remove(1);
     QVERIFY(stories.WriteNews());
     QCOMPARE(kestrova::testing::readFile(path), QByteArray("T\tSecond\tWire\tTrue\tFalse\t\t9:15 AM\r\n"));
+
+    // A full disk, played by a file size limit on this process, fails the save and leaves
+    // the previous file whole.
+    for (int i = 0; i < 40; ++i)
+        stories.Add(story(QStringLiteral("X%1").arg(i), QString(60, u'h'), QStringLiteral("11/23/2026")));
+    rlimit saved{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = saved;
+    small.rlim_cur = 1024;
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool written = stories.WriteNews();
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, oldHandler);
+    QVERIFY(!written);
+    QCOMPARE(kestrova::testing::readFile(path), QByteArray("T\tSecond\tWire\tTrue\tFalse\t\t9:15 AM\r\n"));
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("news.dat")});
 }
 
 void TestNewsStories::readLine_data()
