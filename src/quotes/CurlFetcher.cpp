@@ -5,13 +5,45 @@
 #include "support/Host.h"
 #include "support/Text.h"
 
+#include <QUrl>
+
 #include <curl/curl.h>
 
+#include <chrono>
 #include <deque>
-#include <memory>
-#include <vector>
+#include <map>
 
 namespace kestrova::quotes {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// One request on its way: what to send, and what has come back so far.
+struct CurlFetcher::Job
+{
+    int index = -1;
+    HttpRequest request;
+    QByteArray hostKey;       // scheme://host:port, what the per-host limits count by
+    bool failOnError = false; // getMany: an HTTP error status is a failure without a body
+    CURL* easy = nullptr;
+    curl_slist* headers = nullptr;
+    qint64 maxBody = 0;
+    bool tooLarge = false;
+    bool finished = false;
+    HttpResponse response;
+    char error[CURL_ERROR_SIZE] = {};
+
+    static size_t collect(char* data, size_t size, size_t count, void* user)
+    {
+        auto* job = static_cast<Job*>(user);
+        const qint64 n = qint64(size * count);
+        if (job->response.body.size() + n > job->maxBody) {
+            job->tooLarge = true;
+            return 0; // curl ends the transfer with a write error
+        }
+        job->response.body.append(data, qsizetype(n));
+        return size * count;
+    }
+};
 
 namespace {
 
@@ -25,18 +57,19 @@ void ensureCurlReady()
     (void)ready;
 }
 
-struct Transfer
+void cleanupMulti(void* multi)
 {
-    int index = -1;
-    CURL* easy = nullptr;
-    QByteArray body;
-    char error[CURL_ERROR_SIZE] = {};
-};
+    if (multi)
+        curl_multi_cleanup(static_cast<CURLM*>(multi));
+}
 
-size_t collectBody(char* data, size_t size, size_t count, void* user)
+QByteArray hostKeyOf(const QString& url)
 {
-    static_cast<Transfer*>(user)->body.append(data, qsizetype(size * count));
-    return size * count;
+    const QUrl u(url);
+    const bool https = u.scheme().compare(QLatin1String("https"), Qt::CaseInsensitive) == 0;
+    return (u.scheme().toLower() + QStringLiteral("://") + u.host().toLower() + u':' +
+            QString::number(u.port(https ? 443 : 80)))
+        .toUtf8();
 }
 
 QString decodeBody(const QByteArray& body, const char* contentType)
@@ -64,7 +97,8 @@ qsizetype authorityEnd(const QString& url, qsizetype start)
 
 } // namespace
 
-CurlFetcher::CurlFetcher(support::Host& host, core::ProxyOptions proxy) : m_hostFace(host), m_proxy(std::move(proxy))
+CurlFetcher::CurlFetcher(support::Host& host, core::ProxyOptions proxy)
+    : m_hostFace(host), m_proxy(std::move(proxy)), m_multi(nullptr, &cleanupMulti)
 {
     ensureCurlReady();
 }
@@ -110,23 +144,69 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
 {
     QStringList bodies;
     bodies.resize(urls.size());
-    if (urls.isEmpty())
-        return bodies;
-    maxParallel = qBound(1, maxParallel, m_parallelLimit);
-
-    std::unique_ptr<CURLM, decltype(&curl_multi_cleanup)> multi(curl_multi_init(), &curl_multi_cleanup);
-    if (!multi) {
-        for (const QString& u : urls)
-            reportError(redactUrl(u), QStringLiteral("cannot start a transfer"));
-        return bodies;
+    std::vector<Job> jobs(size_t(urls.size()));
+    for (int i = 0; i < urls.size(); ++i) {
+        jobs[size_t(i)].request.url = urls[i];
+        jobs[size_t(i)].failOnError = true;
     }
-    // Connections to one host are reused across the transfers of one cycle.
-    curl_multi_setopt(multi.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, long(maxParallel));
+    run(jobs, qBound(1, maxParallel, m_parallelLimit), [&](Job& job) {
+        QString body;
+        if (job.response.error.isEmpty()) {
+            body = decodeBody(job.response.body, job.response.contentType.constData());
+        } else {
+            reportError(redactUrl(urls[job.index]), job.response.error);
+        }
+        job.response.body = QByteArray();
+        m_lastUrl = urls[job.index];
+        m_lastPage = body;
+        bodies[job.index] = body;
+        return !onDone || onDone(job.index, body);
+    });
+    return bodies;
+}
 
-    std::vector<std::unique_ptr<Transfer>> transfers(size_t(urls.size()));
-    std::deque<int> waiting;
-    for (int i = 0; i < urls.size(); ++i)
-        waiting.push_back(i);
+std::vector<HttpResponse> CurlFetcher::fetch(const std::vector<HttpRequest>& requests, const ResponseCallback& onDone)
+{
+    std::vector<Job> jobs(requests.size());
+    for (size_t i = 0; i < requests.size(); ++i)
+        jobs[i].request = requests[i];
+    run(jobs, m_parallelLimit, [&](Job& job) { return !onDone || onDone(job.index, job.response); });
+    std::vector<HttpResponse> out(requests.size());
+    for (size_t i = 0; i < jobs.size(); ++i)
+        out[i] = std::move(jobs[i].response);
+    return out;
+}
+
+void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::function<bool(Job&)>& onDone)
+{
+    if (jobs.empty())
+        return;
+    // A fetch started from inside another one's yield (a timer of the face) gets a multi
+    // handle of its own: the two must not read each other's finished transfers.
+    std::unique_ptr<void, void (*)(void*)> own(nullptr, &cleanupMulti);
+    CURLM* multi = nullptr;
+    const bool nested = m_running;
+    if (nested) {
+        own.reset(curl_multi_init());
+        multi = own.get();
+    } else {
+        if (!m_multi)
+            m_multi = std::unique_ptr<void, void (*)(void*)>(curl_multi_init(), &cleanupMulti);
+        multi = m_multi.get();
+    }
+    const QString cannotStart = QStringLiteral("cannot start a transfer");
+    if (!multi) {
+        for (Job& job : jobs) {
+            job.response.error = cannotStart;
+            if (!onDone(job))
+                break;
+        }
+        return;
+    }
+    m_running = true;
+    curl_multi_setopt(multi, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, long(m_hostConnections));
+    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, long(kMaxParallel));
 
     QByteArray proxy;
     if (m_proxy.enabled) {
@@ -134,115 +214,182 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
         proxy = (host + u':' + m_proxy.port).toUtf8();
     }
 
-    auto startOne = [&](int index) -> bool {
-        auto t = std::make_unique<Transfer>();
-        t->index = index;
-        t->easy = curl_easy_init();
-        if (!t->easy)
+    auto start = [&](Job& job) -> bool {
+        job.easy = curl_easy_init();
+        if (!job.easy)
             return false;
-        CURL* e = t->easy;
+        CURL* e = job.easy;
         // A ticker with a blank ("ES Z6") goes out percent-encoded, as a browser sends it;
         // libcurl refuses a URL with a raw blank.
-        QByteArray url = urls[index].toUtf8();
+        QByteArray url = job.request.url.toUtf8();
         url.replace(' ', "%20");
+        job.maxBody = m_maxBodyBytes;
         curl_easy_setopt(e, CURLOPT_URL, url.constData());
-        curl_easy_setopt(e, CURLOPT_PRIVATE, t.get());
-        curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &collectBody);
-        curl_easy_setopt(e, CURLOPT_WRITEDATA, t.get());
-        curl_easy_setopt(e, CURLOPT_ERRORBUFFER, t->error);
+        curl_easy_setopt(e, CURLOPT_PRIVATE, &job);
+        curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &Job::collect);
+        curl_easy_setopt(e, CURLOPT_WRITEDATA, &job);
+        curl_easy_setopt(e, CURLOPT_ERRORBUFFER, job.error);
         curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 1L);
         curl_easy_setopt(e, CURLOPT_MAXREDIRS, 10L);
         curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
+        if (!m_caFile.isEmpty())
+            curl_easy_setopt(e, CURLOPT_CAINFO, m_caFile.constData());
         curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(e, CURLOPT_FAILONERROR, 1L);
+        curl_easy_setopt(e, CURLOPT_FAILONERROR, job.failOnError ? 1L : 0L);
         curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, long(m_timeoutMs));
         curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, long(qMin(m_connectTimeoutMs, m_timeoutMs)));
+        curl_easy_setopt(e, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(m_maxBodyBytes));
         curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
         curl_easy_setopt(e, CURLOPT_USERAGENT, "Kestrova/" KESTROVA_VERSION);
+        // HTTP/2 where TLS negotiates it, and then every request to the host shares that
+        // one connection; a request waits for the first connection's handshake to learn that.
+        curl_easy_setopt(e, CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_2TLS));
+        curl_easy_setopt(e, CURLOPT_PIPEWAIT, 1L);
+        for (const auto& [name, value] : job.request.headers)
+            job.headers = curl_slist_append(job.headers, QByteArray(name + ": " + value).constData());
+        if (job.headers)
+            curl_easy_setopt(e, CURLOPT_HTTPHEADER, job.headers);
         // An empty proxy also keeps curl from taking one from the environment: the options
         // are the only place that decides.
         curl_easy_setopt(e, CURLOPT_PROXY, proxy.constData());
-        if (curl_multi_add_handle(multi.get(), e) != CURLM_OK) {
+        if (curl_multi_add_handle(multi, e) != CURLM_OK) {
             curl_easy_cleanup(e);
+            job.easy = nullptr;
             return false;
         }
-        transfers[size_t(index)] = std::move(t);
         return true;
     };
 
-    auto finish = [&](Transfer& t) {
-        curl_multi_remove_handle(multi.get(), t.easy);
-        curl_easy_cleanup(t.easy);
-        t.easy = nullptr;
-        t.body = QByteArray();
+    auto release = [&](Job& job) {
+        if (job.easy) {
+            curl_multi_remove_handle(multi, job.easy);
+            curl_easy_cleanup(job.easy);
+            job.easy = nullptr;
+        }
+        curl_slist_free_all(job.headers);
+        job.headers = nullptr;
     };
 
-    int running = 0;
+    // Per host: requests in flight and when the last one started, for the limits that a
+    // request carries itself (a quote source's "so many at once, so far apart").
+    struct HostState
+    {
+        int active = 0;
+        SteadyClock::time_point lastStart{};
+        bool started = false;
+    };
+    std::map<QByteArray, HostState> hosts;
+    std::deque<Job*> waiting;
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        jobs[i].index = int(i);
+        jobs[i].hostKey = hostKeyOf(jobs[i].request.url);
+        waiting.push_back(&jobs[i]);
+    }
+
     int active = 0;
     bool abandoned = false;
-    auto fill = [&] {
-        while (!abandoned && active < maxParallel && !waiting.empty()) {
-            const int index = waiting.front();
-            waiting.pop_front();
-            if (startOne(index)) {
+    // Starts what the limits allow; returns how long until a spaced request may start
+    // (-1: nothing is waiting for its spacing).
+    auto fill = [&]() -> int {
+        int wakeMs = -1;
+        const auto now = SteadyClock::now();
+        for (auto it = waiting.begin(); it != waiting.end() && !abandoned && active < maxParallel;) {
+            Job& job = **it;
+            HostState& host = hosts[job.hostKey];
+            if (job.request.hostLimit > 0 && host.active >= job.request.hostLimit) {
+                ++it;
+                continue;
+            }
+            if (job.request.spacingMs > 0 && host.started) {
+                const auto ready = host.lastStart + std::chrono::milliseconds(job.request.spacingMs);
+                if (ready > now) {
+                    const int ms = int(std::chrono::ceil<std::chrono::milliseconds>(ready - now).count());
+                    wakeMs = wakeMs < 0 ? ms : qMin(wakeMs, ms);
+                    ++it;
+                    continue;
+                }
+            }
+            it = waiting.erase(it);
+            if (start(job)) {
                 ++active;
+                ++host.active;
+                host.lastStart = now;
+                host.started = true;
             } else {
-                reportError(redactUrl(urls[index]), QStringLiteral("cannot start a transfer"));
-                if (onDone && !onDone(index, QString()))
+                job.response.error = cannotStart;
+                job.finished = true;
+                if (!onDone(job))
                     abandoned = true;
             }
         }
+        return wakeMs;
     };
 
-    fill();
+    int wakeMs = fill();
     while (!abandoned && (active > 0 || !waiting.empty())) {
-        curl_multi_perform(multi.get(), &running);
+        int running = 0;
+        curl_multi_perform(multi, &running);
         int queued = 0;
-        while (CURLMsg* msg = curl_multi_info_read(multi.get(), &queued)) {
+        while (CURLMsg* msg = curl_multi_info_read(multi, &queued)) {
             if (msg->msg != CURLMSG_DONE)
                 continue;
-            Transfer* t = nullptr;
-            curl_easy_getinfo(msg->easy_handle, CURLINFO_PRIVATE, &t);
+            Job* job = nullptr;
+            curl_easy_getinfo(msg->easy_handle, CURLINFO_PRIVATE, &job);
             const CURLcode code = msg->data.result;
-            QString body;
+            HttpResponse& r = job->response;
+            long status = 0;
+            curl_easy_getinfo(job->easy, CURLINFO_RESPONSE_CODE, &status);
+            long connects = 0;
+            curl_easy_getinfo(job->easy, CURLINFO_NUM_CONNECTS, &connects);
+            m_connectionsOpened += connects;
             if (code == CURLE_OK) {
+                r.status = int(status);
                 const char* type = nullptr;
-                curl_easy_getinfo(t->easy, CURLINFO_CONTENT_TYPE, &type);
-                body = decodeBody(t->body, type);
+                curl_easy_getinfo(job->easy, CURLINFO_CONTENT_TYPE, &type);
+                r.contentType = QByteArray(type ? type : "");
+                curl_off_t retryAfter = 0;
+                curl_easy_getinfo(job->easy, CURLINFO_RETRY_AFTER, &retryAfter);
+                r.retryAfterSeconds = retryAfter > 0 ? int(qMin<curl_off_t>(retryAfter, 86400)) : -1;
+            } else if (job->tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
+                r.status = int(status);
+                r.body = QByteArray();
+                r.error = QStringLiteral("the answer is larger than %1 MB").arg(double(m_maxBodyBytes) / (1024 * 1024));
             } else {
-                const QString reason = QString::fromUtf8(t->error[0] ? t->error : curl_easy_strerror(code)).trimmed();
-                reportError(redactUrl(urls[t->index]), reason);
+                r.status = int(status);
+                r.body = QByteArray();
+                r.error = QString::fromUtf8(job->error[0] ? job->error : curl_easy_strerror(code)).trimmed();
             }
-            const int index = t->index;
-            finish(*t);
+            release(*job);
+            job->finished = true;
             --active;
-            m_lastUrl = urls[index];
-            m_lastPage = body;
-            bodies[index] = body;
-            if (onDone && !onDone(index, body)) {
+            --hosts[job->hostKey].active;
+            if (!onDone(*job)) {
                 abandoned = true;
                 break;
             }
         }
         if (abandoned)
             break;
-        fill();
-        if (active == 0)
-            continue;
+        wakeMs = fill();
+        if (active == 0 && waiting.empty())
+            break;
+        const int pollMs = wakeMs < 0 ? 100 : qBound(1, wakeMs, 100);
         int fds = 0;
-        curl_multi_poll(multi.get(), nullptr, 0, 100, &fds);
+        curl_multi_poll(multi, nullptr, 0, pollMs, &fds);
         m_hostFace.yield(0);
     }
 
     // Transfers still in flight when the caller gave up are dropped unread.
-    for (auto& t : transfers) {
-        if (t && t->easy)
-            finish(*t);
+    for (Job& job : jobs) {
+        release(job);
+        if (!job.finished) {
+            job.response = HttpResponse();
+        }
     }
-    return bodies;
+    m_running = nested;
 }
 
 } // namespace kestrova::quotes

@@ -3,6 +3,8 @@
 #include "core/Options.h"
 #include "quotes/PageFetcher.h"
 
+#include <memory>
+
 namespace kestrova::support {
 class Host;
 }
@@ -12,12 +14,24 @@ namespace kestrova::quotes {
 // The page fetcher over libcurl. Transfers run on curl's multi interface; while they run,
 // the fetcher waits in curl_multi_poll for at most 100 ms at a time and lets the face
 // process its events in between, so the program stays responsive and never spins.
+//
+// It is polite to the services it asks: at most hostConnections() connections to one host,
+// connections kept open and reused from one fetch to the next (the multi handle lives as
+// long as the fetcher), and over HTTPS all of a host's requests multiplexed on one HTTP/2
+// connection when the server offers it. A request that would need a new connection while
+// the first one to its host is still being set up waits for it, so a whole portfolio asked
+// of an HTTP/2 service goes over a single connection.
 class CurlFetcher final : public PageFetcher
 {
 public:
-    // A full portfolio (50 securities) goes out in one round; a cycle never asks more of
-    // one service than a browser with as many tabs would.
+    // A full portfolio (50 securities) is handed over in one round; the per-host limit
+    // decides how many of them reach one service at once.
     static constexpr int kMaxParallel = 50;
+    // What a browser allows itself per host.
+    static constexpr int kDefaultHostConnections = 6;
+    // No quote page or source answer comes near this; a body past it is cut off and
+    // reported, so a hostile or broken server cannot fill the memory.
+    static constexpr qint64 kDefaultMaxBodyBytes = 8 * 1024 * 1024;
 
     CurlFetcher(support::Host& host, core::ProxyOptions proxy = {});
     ~CurlFetcher() override;
@@ -30,6 +44,14 @@ public:
     void setConnectTimeoutMs(int ms) { m_connectTimeoutMs = ms; }
     // The most transfers getMany runs at once, whatever its caller asks for.
     void setParallelLimit(int limit) { m_parallelLimit = qMax(1, limit); }
+    // Connections to one host at once (1 to 50).
+    void setHostConnections(int limit) { m_hostConnections = qBound(1, limit, kMaxParallel); }
+    int hostConnections() const { return m_hostConnections; }
+    void setMaxBodyBytes(qint64 bytes) { m_maxBodyBytes = qMax<qint64>(1, bytes); }
+    // A certificate file trusted besides the system's (a private or a test CA).
+    void setCaFile(const QString& path) { m_caFile = path.toLocal8Bit(); }
+    // New connections made since the fetcher was created (reused ones do not count).
+    qint64 connectionsOpened() const { return m_connectionsOpened; }
 
     void setUrl(const QString& url) override;
     QString host() const override { return m_host; }
@@ -37,6 +59,8 @@ public:
     QString get(const QString& url) override;
     QStringList getMany(const QStringList& urls, int maxParallel = kMaxParallel,
                         const CompletionCallback& onDone = {}) override;
+    std::vector<HttpResponse> fetch(const std::vector<HttpRequest>& requests,
+                                    const ResponseCallback& onDone = {}) override;
     QString markupToText(const QString& page) const override;
 
     // The last transfer that ended (in completion order) and the page it brought, for
@@ -51,11 +75,22 @@ public:
     static QString redactUrl(const QString& url);
 
 private:
+    struct Job;
+    // Runs the jobs to their end (or until onDone returns false), at most maxParallel at once.
+    void run(std::vector<Job>& jobs, int maxParallel, const std::function<bool(Job&)>& onDone);
+
     support::Host& m_hostFace;
     core::ProxyOptions m_proxy;
     int m_timeoutMs = 30000;
     int m_connectTimeoutMs = 15000;
     int m_parallelLimit = kMaxParallel;
+    int m_hostConnections = kDefaultHostConnections;
+    qint64 m_maxBodyBytes = kDefaultMaxBodyBytes;
+    QByteArray m_caFile;
+    qint64 m_connectionsOpened = 0;
+    // Kept between fetches so that its connection cache lets the next fetch reuse them.
+    std::unique_ptr<void, void (*)(void*)> m_multi;
+    bool m_running = false;
     QString m_host;
     QString m_path;
     QString m_lastUrl;

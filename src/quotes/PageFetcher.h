@@ -1,12 +1,46 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
+#include <QPair>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
 #include <utility>
+#include <vector>
 
 namespace kestrova::quotes {
+
+// One GET of fetch(): the URL, what a message may show of it, extra request headers, and
+// how politely its host wants to be treated.
+struct HttpRequest
+{
+    QString url;
+    // The URL as log lines and messages show it, with any key replaced by "***"; empty:
+    // the URL with the password of a "user:password@" part hidden.
+    QString shownUrl;
+    QList<QPair<QByteArray, QByteArray>> headers;
+    // At most this many of the batch's requests to one host at once (0: no limit of the
+    // request's own; the fetcher's connection limit per host still holds).
+    int hostLimit = 0;
+    // At least this long between the starts of two requests to one host.
+    int spacingMs = 0;
+};
+
+// What came back: the HTTP status (0 when no answer arrived) with the body as bytes, or
+// why there is none. Error statuses keep their bodies: services explain themselves there.
+struct HttpResponse
+{
+    int status = 0;
+    QByteArray body;
+    QByteArray contentType;
+    // Seconds the server asked to wait (Retry-After), -1 when it said nothing.
+    int retryAfterSeconds = -1;
+    QString error; // transport failure, time-out, an answer over the size limit
+
+    bool answered() const { return status != 0 && error.isEmpty(); }
+};
 
 // The web-page fetcher that quote scraping, the market summary and news retrieval share.
 // One object lives for the whole run; the real one is CurlFetcher (libcurl), tests may
@@ -40,6 +74,14 @@ public:
     // through the completion callback.
     virtual QStringList getMany(const QStringList& urls, int maxParallel = 50,
                                 const CompletionCallback& onDone = {}) = 0;
+
+    // Fetches every request (HTTP errors included, with status, body and Retry-After),
+    // keeping to each request's host limit and spacing. onDone is called once per finished
+    // request in completion order; returning false abandons the rest, which come back with
+    // status 0 and an empty error.
+    using ResponseCallback = std::function<bool(int index, const HttpResponse& response)>;
+    virtual std::vector<HttpResponse> fetch(const std::vector<HttpRequest>& requests,
+                                            const ResponseCallback& onDone = {}) = 0;
 
     // Markup to tab-separated text: every tag becomes exactly one tab (see MarkupText.h).
     virtual QString markupToText(const QString& page) const = 0;

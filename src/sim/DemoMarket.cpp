@@ -173,7 +173,7 @@ bool DemoMarket::listen(quint16 port)
 
 void DemoMarket::close()
 {
-    m_buffers.clear();
+    m_conns.clear();
     if (m_server) {
         m_server->close();
         // Accepted connections are children of the server and go with it, the silent ones
@@ -195,10 +195,11 @@ QString DemoMarket::baseUrl() const
 void DemoMarket::onNewConnection()
 {
     while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        m_buffers.insert(socket, {});
+        ++m_connections;
+        m_conns.insert(socket, {});
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
-            m_buffers.remove(socket);
+            m_conns.remove(socket);
             socket->deleteLater();
         });
     }
@@ -206,32 +207,59 @@ void DemoMarket::onNewConnection()
 
 void DemoMarket::onReadyRead(QTcpSocket* socket)
 {
-    auto it = m_buffers.find(socket);
-    if (it == m_buffers.end()) {
+    auto it = m_conns.find(socket);
+    if (it == m_conns.end()) {
         socket->readAll();
         return;
     }
-    it->append(socket->readAll());
-    const qsizetype end = it->indexOf("\r\n\r\n");
+    it->data.append(socket->readAll());
+    nextRequest(socket);
+}
+
+void DemoMarket::nextRequest(QTcpSocket* socket)
+{
+    auto it = m_conns.find(socket);
+    // One request at a time per connection, as HTTP/1.1 clients send them; the next one
+    // waits in the buffer until this one is answered.
+    if (it == m_conns.end() || it->busy) {
+        return;
+    }
+    const qsizetype end = it->data.indexOf("\r\n\r\n");
     if (end < 0) {
-        if (it->size() > kMaxRequestBytes) {
-            sendResponse(socket, 400, "request too large");
+        if (it->data.size() > kMaxRequestBytes) {
+            it->busy = true;
+            it->keepAlive = false;
+            sendResponse(socket, reply(400, "request too large"));
         }
         return;
     }
-    const QByteArray requestLine = it->left(it->indexOf("\r\n"));
-    // One request per connection: whatever follows the head is ignored.
-    m_buffers.erase(it);
-    disconnect(socket, &QTcpSocket::readyRead, this, nullptr);
-    const QList<QByteArray> parts = requestLine.split(' ');
+    const QByteArray head = it->data.left(end);
+    it->data.remove(0, end + 4);
+    const QList<QByteArray> lines = head.split('\n');
+    const QList<QByteArray> parts = lines.first().trimmed().split(' ');
+    it->busy = true;
+    it->keepAlive = parts.size() >= 3 && parts[2] == "HTTP/1.1";
+    for (const QByteArray& line : lines.mid(1)) {
+        const qsizetype colon = line.indexOf(':');
+        if (colon > 0 && line.left(colon).trimmed().compare("connection", Qt::CaseInsensitive) == 0 &&
+            line.mid(colon + 1).trimmed().compare("close", Qt::CaseInsensitive) == 0) {
+            it->keepAlive = false;
+        }
+    }
     if (parts.size() < 3 || (parts[0] != "GET" && parts[0] != "HEAD")) {
-        sendResponse(socket, 400, "bad request");
+        it->keepAlive = false;
+        sendResponse(socket, reply(400, "bad request"));
         return;
     }
+    it->head = parts[0] == "HEAD";
     ++m_requests;
     const QByteArray target = parts[1];
+    {
+        const QMutexLocker lock(&m_targetsLock);
+        m_targets << QString::fromLatin1(target);
+    }
     if (m_latencyMs <= 0) {
-        respond(socket, target);
+        sendResponse(socket, route(target));
         return;
     }
     const int pending = ++m_pending;
@@ -242,68 +270,95 @@ void DemoMarket::onReadyRead(QTcpSocket* socket)
     QTimer::singleShot(m_latencyMs, this, [this, guarded, target] {
         --m_pending;
         if (guarded) {
-            respond(guarded, target);
+            sendResponse(guarded, route(target));
         }
     });
 }
 
-void DemoMarket::respond(QTcpSocket* socket, const QByteArray& target)
+DemoMarket::Reply DemoMarket::route(const QByteArray& target)
 {
     const QUrl url(QString::fromLatin1(target));
     const QString path = url.path();
+    if (path == QLatin1String("/q/l/") || path.startsWith(QLatin1String("/v8/finance/chart/")) ||
+        path == QLatin1String("/query") || path == QLatin1String("/api/v1/quote")) {
+        return sourceReply(path, QUrlQuery(url.query(QUrl::FullyEncoded)));
+    }
     // "+" in a query means a blank to QUrlQuery; the quote cycle sends a plus sign as "%2b".
     QString ticker = QUrlQuery(url.query(QUrl::FullyEncoded)).queryItemValue(QStringLiteral("t"), QUrl::FullyDecoded);
     const QString bare = bareSymbol(ticker);
 
     if (bare == QLatin1String("HANG")) {
-        return; // keep the connection open and say nothing
+        Reply r;
+        r.hang = true; // keep the connection open and say nothing
+        return r;
     }
     if (bare == QLatin1String("ERR500")) {
-        sendResponse(socket, 500, "<html><body>Internal Server Error</body></html>");
-        return;
+        return reply(500, "<html><body>Internal Server Error</body></html>");
     }
     if (bare == QLatin1String("EMPTY")) {
-        sendResponse(socket, 200, {});
-        return;
+        return reply(200, {});
     }
-    const bool cut = bare == QLatin1String("CUT");
-
-    QByteArray body;
+    Reply r;
+    r.cut = bare == QLatin1String("CUT");
     if (path == QLatin1String("/stock")) {
-        body = stockPage(ticker);
+        r.body = stockPage(ticker);
     } else if (path == QLatin1String("/option")) {
-        body = optionPage(ticker);
+        r.body = optionPage(ticker);
     } else if (path == QLatin1String("/labelled")) {
-        body = labelledPage(ticker);
+        r.body = labelledPage(ticker);
     } else if (path == QLatin1String("/index") || path == QLatin1String("/cgi-bin/getquote.dll")) {
-        body = indexPage();
+        r.body = indexPage();
     } else if (path == QLatin1String("/news")) {
-        body = newsPage(ticker);
+        r.body = newsPage(ticker);
     } else {
-        sendResponse(socket, 404, "<html><body>Not Found</body></html>");
-        return;
+        return reply(404, "<html><body>Not Found</body></html>");
     }
-    sendResponse(socket, 200, body, cut);
+    return r;
 }
 
-void DemoMarket::sendResponse(QTcpSocket* socket, int status, const QByteArray& body, bool cut)
+void DemoMarket::sendResponse(QTcpSocket* socket, const Reply& reply)
 {
-    QByteArray reason = "OK";
-    if (status == 400) {
-        reason = "Bad Request";
-    } else if (status == 404) {
-        reason = "Not Found";
-    } else if (status == 500) {
-        reason = "Internal Server Error";
+    auto it = m_conns.find(socket);
+    if (reply.hang || it == m_conns.end()) {
+        return;
     }
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reason + "\r\n";
-    head += "Content-Type: text/html; charset=windows-1252\r\n";
-    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
-    head += "Connection: close\r\n\r\n";
+    QByteArray reason = "OK";
+    switch (reply.status) {
+    case 400:
+        reason = "Bad Request";
+        break;
+    case 404:
+        reason = "Not Found";
+        break;
+    case 429:
+        reason = "Too Many Requests";
+        break;
+    case 500:
+        reason = "Internal Server Error";
+        break;
+    default:
+        break;
+    }
+    const bool keepAlive = it->keepAlive && !reply.cut;
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.status) + ' ' + reason + "\r\n";
+    head += "Content-Type: " + reply.contentType + "\r\n";
+    for (const auto& [name, value] : reply.headers) {
+        head += name + ": " + value + "\r\n";
+    }
+    head += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
+    head += keepAlive ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
     socket->write(head);
-    socket->write(cut ? body.left(body.size() / 2) : body);
-    // Closes once everything queued has gone out; for CUT that is half the promised body.
-    socket->disconnectFromHost();
+    if (!it->head) {
+        socket->write(reply.cut ? reply.body.left(reply.body.size() / 2) : reply.body);
+    }
+    if (!keepAlive) {
+        // Closes once everything queued has gone out; for CUT that is half the promised body.
+        m_conns.erase(it);
+        socket->disconnectFromHost();
+        return;
+    }
+    it->busy = false;
+    nextRequest(socket);
 }
 
 DemoMarket::Instrument& DemoMarket::instrument(const QString& key, double basePrice, double spreadFraction)
@@ -340,6 +395,18 @@ DemoMarket::Instrument& DemoMarket::step(const QString& key, double basePrice, d
     in.volume += static_cast<qint64>(splitMix(in.rng) % 50000ULL);
     ++in.steps;
     return in;
+}
+
+QStringList DemoMarket::targets() const
+{
+    const QMutexLocker lock(&m_targetsLock);
+    return m_targets;
+}
+
+DemoMarket::Instrument DemoMarket::stockStep(const QString& symbol)
+{
+    const auto [base, spread] = startPrice(symbol, false);
+    return step(QStringLiteral("S:") + symbol, base, spread);
 }
 
 QByteArray DemoMarket::stockPage(const QString& ticker)

@@ -1,3 +1,4 @@
+#include "HttpPeer.h"
 #include "ServicesRig.h"
 #include "TestUtil.h"
 
@@ -15,8 +16,6 @@
 #include "support/Clock.h"
 #include "support/VbError.h"
 
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -29,45 +28,11 @@ namespace {
 
 constexpr int kDemo = quotes::BuiltInServers::kDemoMarket;
 
-// A one-shot peer for pages the demo market does not serve: answers every request with
-// the same response and remembers the request heads.
-class FixedPageServer
-{
-public:
-    explicit FixedPageServer(QByteArray response) : m_response(std::move(response))
-    {
-        m_server.listen(QHostAddress::LocalHost, 0);
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
-            while (QTcpSocket* s = m_server.nextPendingConnection()) {
-                QObject::connect(s, &QTcpSocket::readyRead, s, [this, s] {
-                    m_buffer += s->readAll();
-                    if (!m_buffer.contains("\r\n\r\n"))
-                        return;
-                    heads << m_buffer;
-                    m_buffer.clear();
-                    s->write(m_response);
-                    s->disconnectFromHost();
-                });
-                QObject::connect(s, &QTcpSocket::disconnected, s, &QObject::deleteLater);
-            }
-        });
-    }
-    QString url(const QString& path) const
-    {
-        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path);
-    }
-    QList<QByteArray> heads;
-
-private:
-    QTcpServer m_server;
-    QByteArray m_response;
-    QByteArray m_buffer;
-};
+using FixedPageServer = testing::HttpPeer;
 
 QByteArray httpOk(const QByteArray& body, const QByteArray& type = "text/html")
 {
-    return "HTTP/1.1 200 OK\r\nContent-Type: " + type + "\r\nContent-Length: " + QByteArray::number(body.size()) +
-           "\r\nConnection: close\r\n\r\n" + body;
+    return testing::httpResponse(200, body, type);
 }
 
 // Cancels the cycle when the progress reaches a given security.

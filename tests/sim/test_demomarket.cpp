@@ -53,9 +53,11 @@ Reply parse(const QByteArray& raw, bool closed)
     return r;
 }
 
-QByteArray request(const QByteArray& target)
+// One answer per connection, as the fault rows want to see the connection end.
+QByteArray request(const QByteArray& target, bool close = true)
 {
-    return "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: test\r\n\r\n";
+    return "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: test\r\n" +
+           (close ? QByteArray("Connection: close\r\n") : QByteArray()) + "\r\n";
 }
 
 // Reads until the server closes or the time is up.
@@ -114,6 +116,7 @@ private Q_SLOTS:
     void badRequests_data();
     void badRequests();
     void latencyDoesNotSerialise();
+    void keepsConnectionsOpen();
     void stopsWithRequestsOutstanding();
 
 private:
@@ -364,6 +367,23 @@ void TestDemoMarket::latencyDoesNotSerialise()
     // machine may let the first few finish before the last arrive.
     QVERIFY2(slow.market()->maxPending() >= 45, qPrintable(QString::number(slow.market()->maxPending())));
     QVERIFY2(elapsed < 3000, qPrintable(QString::number(elapsed)));
+}
+
+// Requests sent one after the other on one connection are answered in order on it, and
+// the connection stays open until the client asks to close it.
+void TestDemoMarket::keepsConnectionsOpen()
+{
+    const int connectionsBefore = m_market->market()->connectionCount();
+    const Reply r =
+        get(m_market->port(), {}, 5000,
+            request("/stock?t=AAA", false) + request("/q/l/?s=aaa.us&h&e=csv", false) + request("/news?t=AAA", true));
+    QVERIFY(r.answered);
+    QVERIFY(r.closed);
+    QCOMPARE(r.body.count("HTTP/1.1 200 OK"), 2); // the second and third answers follow the first body
+    QVERIFY(r.body.contains("Symbol,Date,Time,Open,High,Low,Close,Volume,Name\r\nAAA.US,"));
+    QVERIFY(r.body.contains("Connection: keep-alive"));
+    QVERIFY(r.body.endsWith("</html>\r\n"));
+    QCOMPARE(m_market->market()->connectionCount(), connectionsBefore + 1);
 }
 
 // Stopping the market while one connection waits forever (HANG), one waits for its latency
