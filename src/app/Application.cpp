@@ -1,6 +1,7 @@
 #include "app/Application.h"
 
 #include "core/ModemProfiles.h"
+#include "core/OptionRegistry.h"
 #include "core/PortfolioEntries.h"
 #include "core/PortfolioFile.h"
 #include "delivery/CurlSmtpSender.h"
@@ -41,6 +42,13 @@ namespace kestrova::app {
 
 namespace {
 constexpr qint16 kConnectionDialup = 0;
+
+// A quote source's API key, kept scrambled in the user's settings store.
+QString sourceKey(const QString& sourceName)
+{
+    return settings::SettingsStore().getSecret(settings::kSettingsSection,
+                                               core::OptionRegistry::sourceKeyStoreKey(sourceName));
+}
 constexpr qint16 kConnectionDirect = 1;
 constexpr qint16 kConnectionExternal = 2;
 
@@ -162,6 +170,7 @@ void Application::startup(const QString& commandLineFile)
     m_services.StatusMessage(QStringLiteral("Kestrova started on"));
 
     m_state.prefs = settings::readPreferences(store, m_dataDir);
+    m_fetcher->setHostConnections(m_state.prefs.hostConnections);
     m_mailSettings->checkMail = m_state.prefs.checkMail;
     m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
 
@@ -187,6 +196,13 @@ void Application::startup(const QString& commandLineFile)
     runStep("LoadServers", [&] {
         m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
         news::loadServerDefinitions(m_dataDir, *m_newsServers, m_servers, m_builtIn, m_host);
+    });
+    runStep("LoadSources", [&] {
+        m_sources.setPath(QDir(m_dataDir).filePath(QStringLiteral("sources.json")));
+        m_sources.refresh();
+        for (const QString& problem : m_sources.file().problems) {
+            m_services.StatusMessage(problem);
+        }
     });
     runStep("ReadNews", [&] { m_news->ReadNews(); });
     m_state.lastNewsDay = m_clock.now().date().day();
@@ -707,6 +723,11 @@ QString Application::composePageText(bool smtpRoute, bool includeAll)
     return text;
 }
 
+QString Application::sourceHealthPath() const
+{
+    return QDir(m_dataDir).filePath(QStringLiteral("sources.state"));
+}
+
 void Application::waitForLine()
 {
     // Another page may still hold the modem (a send started from a timer during a yield).
@@ -735,6 +756,10 @@ void Application::mirrorMailHeaders()
 
 QString Application::sourceOf(const core::Quote& quote) const
 {
+    if (!quote.source().isEmpty()) {
+        return quote.source();
+    }
+    // Never priced yet: the service the cycle would ask.
     return m_builtIn.at(quotes::pricingServer(quote, m_state.options.quotes.server)).name;
 }
 
@@ -792,6 +817,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     bool online = false;
     bool cycleCompleted = false;
     QDateTime fetchedAt;
+    QStringList healthWarnings;
     runStep("Update", [&] { online = m_connection->connect(); });
     m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
                                     : QStringLiteral("Internet: Connection was not established..."));
@@ -838,7 +864,17 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         if (!m_cancel.isSet()) {
             runStep("GetQuotes", [&] {
                 fetchedAt = m_clock.now();
+                // An edited sources.json is read again before the quotes that use it.
+                if (m_sources.refresh()) {
+                    for (const QString& problem : m_sources.file().problems) {
+                        m_services.StatusMessage(problem);
+                    }
+                }
+                m_health.load(sourceHealthPath());
+                const quotes::SourceSetup sources{
+                    m_sources.file(), quotes::effectiveOrder(o.sources.order, m_sources.file()), sourceKey, &m_health};
                 quotes::CycleContext cycle{m_services, *m_fetcher, m_builtIn, m_servers, o, m_state.portfolio, {}};
+                cycle.sources = &sources;
                 cycle.stop = &m_state.stop;
                 cycle.retrieveNews = [this, &o] {
                     if (o.news.retrieve) {
@@ -849,6 +885,8 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 const quotes::CycleResult r = quotes::GetQuotes(cycle, m_stockQuotes, m_optionQuotes);
                 m_state.quotesAvailable = r.quotesAvailable;
                 cycleCompleted = r.completed;
+                healthWarnings = r.healthWarnings;
+                m_health.save(sourceHealthPath(), m_clock.today());
                 if (o.news.retrieve) {
                     news::markFreshNews(m_stockQuotes, *m_news);
                 }
@@ -909,6 +947,17 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                                   m_stockQuotes, m_optionQuotes, fetchedAt,
                                   [this](const core::Quote& q) { return sourceOf(q); }, pageSent),
                               history::readHistorySettings(settings::SettingsStore()));
+        });
+    }
+
+    // A quote source that seems to have changed its format is worth a page, but not more
+    // than one a day, and only to a pager that shows text.
+    if (pagingEnabled && o.sources.pageHealth && !healthWarnings.isEmpty() && !o.paging.numeric &&
+        !m_health.pagedOn(m_clock.today()) && !m_cancel.isSet()) {
+        runStep("PageSourceHealth", [&] {
+            deliverText(healthWarnings.join(QStringLiteral("; ")), true, delivery::PushKind::Manual);
+            m_health.setPaged(m_clock.today());
+            m_health.save(sourceHealthPath(), m_clock.today());
         });
     }
 

@@ -13,6 +13,8 @@
 #include "quotes/MarketSummary.h"
 #include "quotes/QServers.h"
 #include "quotes/ServersDat.h"
+#include "quotes/SourceDefinition.h"
+#include "quotes/SourceHealth.h"
 #include "settings/Preferences.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
@@ -192,6 +194,10 @@ public:
     core::Quotes& optionQuotes() { return m_optionQuotes; }
     news::NewsStories& news() { return *m_news; }
     quotes::ServerDefinitions& servers() { return m_servers; }
+    // The modern quote sources (sources.json of the data directory) and what is known of
+    // their health.
+    quotes::SourceCatalog& sources() { return m_sources; }
+    quotes::SourceHealth& sourceHealth() { return m_health; }
     quotes::CurlFetcher& fetcher() { return *m_fetcher; }
     delivery::SerialLine& serial() { return *m_serial; }
     delivery::ModemLine& modem() { return *m_modem; }
@@ -235,6 +241,7 @@ private:
     // The name of the quote service that priced a quote, as the history keeps it.
     QString sourceOf(const core::Quote& quote) const;
     void waitForLine();
+    QString sourceHealthPath() const;
 
     support::Clock& m_clock;
     support::Host& m_host;
@@ -245,6 +252,8 @@ private:
     AppState m_state;
     quotes::BuiltInServers m_builtIn;
     quotes::ServerDefinitions m_servers;
+    quotes::SourceCatalog m_sources;
+    quotes::SourceHealth m_health;
     std::unique_ptr<news::NewsServers> m_newsServers;
     std::unique_ptr<news::NewsStories> m_news;
     core::Quotes m_stockQuotes;

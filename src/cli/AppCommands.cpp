@@ -228,6 +228,9 @@ int demoCommand(const GlobalOptions&, const QStringList& args)
     o.quotes.server = quotes::BuiltInServers::kDemoMarket;
     o.quotes.optionServer = quotes::BuiltInServers::kDemoMarket;
     o.quotes.fastest = false;
+    // The demo market's CSV and JSON in the shapes of the shipped sources first, its pages
+    // for what they leave (options).
+    o.sources.order = QStringLiteral("Demo CSV,Demo JSON,servers.dat");
     o.quotes.marketSummary = true;
     o.quotes.marketUrl = market.baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco");
     o.paging.enabled = true;

@@ -27,6 +27,7 @@ int run(const QStringList& arguments)
     registerPortfolioCommands(reg);
     registerOptionsCommands(reg);
     registerQuotesCommands(reg);
+    registerSourcesCommands(reg);
     registerPageCommands(reg);
     registerSimCommands(reg);
     registerAppCommands(reg);

@@ -48,6 +48,7 @@ void registerSimCommands(Registry& r);
 void registerAppCommands(Registry& r);
 void registerMailCommands(Registry& r);
 void registerHistoryCommands(Registry& r);
+void registerSourcesCommands(Registry& r);
 
 // Parses global options, finds the command and runs it.
 int run(const QStringList& arguments);

@@ -1,6 +1,7 @@
 #include "cli/CliContext.h"
 
 #include "core/ModemProfiles.h"
+#include "core/OptionRegistry.h"
 #include "core/PortfolioFile.h"
 #include "settings/IniMigration.h"
 #include "settings/Preferences.h"
@@ -58,6 +59,12 @@ bool CliContext::loadPortfolio()
     log.LogMessage(r.message);
     // An older file is still usable: what it holds is in force and the next save converts it.
     return r.olderVersion();
+}
+
+QString CliContext::sourceKey(const QString& sourceName)
+{
+    return settings::SettingsStore().getSecret(settings::kSettingsSection,
+                                               core::OptionRegistry::sourceKeyStoreKey(sourceName));
 }
 
 void CliContext::showOnlyResults()

@@ -35,6 +35,8 @@ public:
     // Commands that print a result of their own keep status lines off the console unless
     // --verbose asks for them (with the status texts and the terminal traffic).
     void showOnlyResults();
+    // A quote source's API key from the settings store (empty: none set).
+    static QString sourceKey(const QString& sourceName);
 
     GlobalOptions global;
     support::SystemClock clock;

@@ -44,8 +44,9 @@ QString shownValue(const OptionDef& def, const CliContext& ctx)
 const QString kListUsage =
     QStringLiteral("Usage: kestrova-cli [global options] options list\n"
                    "Lists every option: name, type and value (passwords as ***), and under each one what\n"
-                   "it is and the values it takes. Options named prefs.* and modem.device are kept in the\n"
-                   "settings store for this user; all others travel with the portfolio file.\n");
+                   "it is and the values it takes. Options named prefs.*, modem.device, fetch.host_connections\n"
+                   "and sources.key.* are kept in the settings store for this user (the keys scrambled);\n"
+                   "all others travel with the portfolio file.\n");
 
 int listCommand(const GlobalOptions& g, const QStringList& args)
 {
@@ -96,9 +97,9 @@ int getCommand(const GlobalOptions& g, const QStringList& args)
 const QString kSetUsage =
     QStringLiteral("Usage: kestrova-cli [global options] options set NAME VALUE\n"
                    "Checks the value against the option's type and range and saves it (the portfolio file,\n"
-                   "or the settings store for modem.device, prefs.* and history.*). A VALUE of - reads the\n"
-                   "value from the first line of standard input, which is the way to give a password or a\n"
-                   "push URL that carries a log-on.\n");
+                   "or the settings store for modem.device, prefs.*, history.*, fetch.host_connections and\n"
+                   "the sources.key.* keys). A VALUE of - reads the value from the first line of standard\n"
+                   "input, which is the way to give a password, a key or a push URL that carries a log-on.\n");
 
 int setCommand(const GlobalOptions& g, const QStringList& args)
 {

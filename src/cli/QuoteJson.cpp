@@ -34,7 +34,7 @@ QJsonValue limitOf(float value, float none)
 
 } // namespace
 
-QJsonObject quoteJson(const core::Quote& q, int sourceIndex, const QString& sourceName)
+QJsonObject quoteJson(const core::Quote& q, const QJsonValue& sourceIndex, const QString& sourceName)
 {
     QJsonObject o{
         {QStringLiteral("ticker"), q.ticker()},

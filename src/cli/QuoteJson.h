@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QString>
 
 namespace kestrova::core {
@@ -13,6 +14,7 @@ namespace kestrova::cli {
 // documented in docs/quotes-json.md): the display texts as the tables show them, each
 // readable number beside its text as a JSON number (null when the service did not offer
 // it), the limits, the alarm state and the service that priced the quote.
-QJsonObject quoteJson(const core::Quote& quote, int sourceIndex, const QString& sourceName);
+// sourceIndex is the built-in service's number, or null for a source of sources.json.
+QJsonObject quoteJson(const core::Quote& quote, const QJsonValue& sourceIndex, const QString& sourceName);
 
 } // namespace kestrova::cli

@@ -26,7 +26,7 @@ QString alarmMarks(const core::Quote& q)
 void printQuoteTable(QTextStream& out, const QString& title, const core::Quotes& set)
 {
     out << title << ":\n";
-    out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
+    out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8 %9\n")
                .arg(QStringLiteral("Ticker"), -10)
                .arg(QStringLiteral("Last"), 10)
                .arg(QStringLiteral("Change"), 9)
@@ -34,9 +34,10 @@ void printQuoteTable(QTextStream& out, const QString& title, const core::Quotes&
                .arg(QStringLiteral("Volume"), 11)
                .arg(QStringLiteral("Alarm"), -5)
                .arg(QStringLiteral("News"), -4)
+               .arg(QStringLiteral("Source"), -12)
                .arg(QStringLiteral("Update"));
     for (const auto& q : set) {
-        out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8\n")
+        out << QStringLiteral("  %1 %2 %3 %4 %5 %6 %7  %8 %9\n")
                    .arg(q->ticker(), -10)
                    .arg(q->last(), 10)
                    .arg(q->change(), 9)
@@ -44,6 +45,7 @@ void printQuoteTable(QTextStream& out, const QString& title, const core::Quotes&
                    .arg(q->volume(), 11)
                    .arg(alarmMarks(*q), -5)
                    .arg(q->news() ? QStringLiteral("yes") : QString(), -4)
+                   .arg(q->source(), -12)
                    .arg(q->update());
     }
 }

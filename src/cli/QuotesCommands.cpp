@@ -10,6 +10,7 @@
 #include "quotes/MarketSummary.h"
 #include "quotes/QuoteCycle.h"
 #include "quotes/ServersDat.h"
+#include "quotes/SourceHealth.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -110,6 +111,7 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     loadDefinitions(ctx, builtIn, defs, newsServers);
 
     quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
+    fetcher.setHostConnections(ctx.prefs.hostConnections);
     fetcher.setErrorCallback([&ctx](const QString& url, const QString& message) {
         ctx.log.LogMessage(QStringLiteral("GetQuote: ") + url + QStringLiteral(": ") + message);
     });
@@ -130,7 +132,18 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     news::NewsStories stories(ctx.clock, QDir(g.dataDir).filePath(QStringLiteral("news.dat")));
     if (ctx.options.news.retrieve)
         stories.ReadNews();
+    // sources.json was installed with the other definition files.
+    const quotes::SourceFile sourceFile =
+        quotes::loadSourcesJson(QDir(g.dataDir).filePath(QStringLiteral("sources.json")));
+    for (const QString& problem : sourceFile.problems)
+        ctx.services.StatusMessage(problem);
+    quotes::SourceHealth health;
+    const QString healthPath = QDir(g.dataDir).filePath(QStringLiteral("sources.state"));
+    health.load(healthPath);
+    const quotes::SourceSetup sources{sourceFile, quotes::effectiveOrder(ctx.options.sources.order, sourceFile),
+                                      &CliContext::sourceKey, &health};
     quotes::CycleContext cycle{ctx.services, fetcher, builtIn, defs, ctx.options, ctx.portfolio, {}};
+    cycle.sources = &sources;
     cycle.retrieveNews = [&] {
         news::RetrieveNews(ctx.portfolio, ctx.options.quotes, builtIn, newsServers, fetcher, stories, ctx.services,
                            ctx.options.news.purgeDays);
@@ -138,6 +151,7 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     core::Quotes stocks;
     core::Quotes options;
     const quotes::CycleResult result = quotes::GetQuotes(cycle, stocks, options);
+    health.save(healthPath, ctx.clock.today());
     if (ctx.options.news.retrieve)
         news::markFreshNews(stocks, stories);
 
@@ -146,7 +160,11 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     if (json) {
         auto toJson = [&](const core::Quote& q) {
             const int source = quotes::pricingServer(q, ctx.options.quotes.server);
-            return quoteJson(q, source, builtIn.at(source).name);
+            const QString page = builtIn.at(source).name;
+            // A quote priced by a source of sources.json names that source and no service number.
+            if (!q.source().isEmpty() && q.source().compare(page, Qt::CaseInsensitive) != 0)
+                return quoteJson(q, QJsonValue(QJsonValue::Null), q.source());
+            return quoteJson(q, source, page);
         };
         QJsonArray s;
         for (const auto& q : stocks)

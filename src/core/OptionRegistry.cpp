@@ -3,6 +3,7 @@
 #include "core/EntryRules.h"
 #include "core/OptionChecks.h"
 
+#include "settings/SettingsStore.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
 #include "support/Text.h"
@@ -10,6 +11,7 @@
 #include <QRegularExpression>
 #include <QUrl>
 
+#include <deque>
 #include <limits>
 
 namespace kestrova::core {
@@ -147,6 +149,45 @@ QString checkPushUrl(const Options&, const QString& v)
 QString checkPagerUser(const Options&, const QString& v)
 {
     return v.size() <= 25 ? QString() : QStringLiteral("holds at most 25 characters");
+}
+
+QString sourceId(const QString& sourceName)
+{
+    QString id;
+    for (const QChar c : sourceName.toLower()) {
+        if ((c >= u'a' && c <= u'z') || (c >= u'0' && c <= u'9'))
+            id += c;
+    }
+    return id;
+}
+
+// A quote source's API key: the user's own secret, so it lives scrambled in the settings
+// store, not in a portfolio file that may be passed around.
+OptionDef sourceKeyDef(const QString& id)
+{
+    OptionDef d;
+    d.name = QStringLiteral("sources.key.") + id;
+    d.type = OptionType::Password;
+    d.description = QStringLiteral("API key of the quote source %1 in sources.json, on this machine").arg(id);
+    d.storeKey = QStringLiteral("SourceKey_") + id;
+    d.getPref = [key = d.storeKey](const settings::Preferences&) {
+        return settings::SettingsStore().getSecret(settings::kSettingsSection, key).isEmpty() ? QString()
+                                                                                              : QStringLiteral("***");
+    };
+    d.allowed = QStringLiteral("the key the service gave you; give - as the value to type it on standard input");
+    d.storeText = [](const QString& v) { return settings::SettingsStore::scrambledSecret(v); };
+    return d;
+}
+
+QString checkSourceOrder(const Options&, const QString& v)
+{
+    if (v.trimmed().isEmpty())
+        return {};
+    for (const QString& name : v.split(u',')) {
+        if (name.trimmed().isEmpty())
+            return QStringLiteral("expects source names separated by commas, such as Stooq,Yahoo,servers.dat");
+    }
+    return {};
 }
 
 std::vector<OptionDef> buildAll()
@@ -303,6 +344,16 @@ std::vector<OptionDef> buildAll()
         "proxy.address", [](Options& o) -> QString& { return o.proxy.hostAddress; }, "Proxy host address"));
     v.push_back(textOption(
         "proxy.port", [](Options& o) -> QString& { return o.proxy.port; }, "Proxy port"));
+    {
+        // How hard this machine may press one web server: a machine setting, not a watch's.
+        OptionDef d = preference(
+            "fetch.host_connections", OptionType::Int, "HostConnections",
+            [](const Prefs& p) { return QString::number(p.hostConnections); },
+            "Connections to one web host at once on this machine (kept open, HTTP/2 shares one)");
+        d.min = 1;
+        d.max = 50;
+        v.push_back(d);
+    }
     // Quotes and market summary
     v.push_back(intOption(
         "quotes.server", [](Options& o) -> qint16& { return o.quotes.server; }, 0, kBuiltInServers - 1,
@@ -344,6 +395,16 @@ std::vector<OptionDef> buildAll()
         pass.set = [idx](Options& o, const QString& s) { o.quotes.logons[idx].password = s; };
         v.push_back(pass);
     }
+    // Modern quote sources
+    v.push_back(withCheck(textOption(
+                              "sources.order", [](Options& o) -> QString& { return o.sources.order; },
+                              "Quote sources asked in turn, e.g. Stooq,Yahoo,servers.dat; empty: as sources.json says"),
+                          checkSourceOrder));
+    v.push_back(boolOption(
+        "sources.page_health", [](Options& o) -> bool& { return o.sources.pageHealth; },
+        "Page quote-source health warnings, at most once a day"));
+    for (const char* shipped : {"alphavantage", "finnhub"})
+        v.push_back(sourceKeyDef(QString::fromLatin1(shipped)));
     // News
     v.push_back(boolOption(
         "news.retrieve", [](Options& o) -> bool& { return o.news.retrieve; }, "Retrieve News before each quote cycle"));
@@ -524,6 +585,8 @@ std::vector<OptionDef> buildAll()
         {"push.style", "0 ntfy-style topic (text body, Title/Priority/Tags headers), 1 JSON webhook"},
         {"push.url", "an http:// or https:// URL, e.g. https://ntfy.example.net/my-stocks"},
         {"prefs.default_file", "a portfolio file (.pgr)"},
+        {"fetch.host_connections", "1 to 50 (default 6)"},
+        {"sources.order", "source names from sources.json and servers.dat, separated by commas"},
     };
     for (OptionDef& d : v) {
         for (const auto& [name, allowed] : allowedTexts) {
@@ -559,7 +622,32 @@ const OptionDef* OptionRegistry::find(const QString& name)
             return &d;
         }
     }
+    const QLatin1String keyPrefix("sources.key.");
+    if (name.startsWith(keyPrefix, Qt::CaseInsensitive)) {
+        const QString id = name.mid(keyPrefix.size()).toLower();
+        if (!id.isEmpty() && sourceId(id) == id) {
+            // Kept for the whole run, so the pointer stays good like those into all().
+            static std::deque<OptionDef> extra;
+            for (const OptionDef& d : extra) {
+                if (d.name == keyPrefix + id) {
+                    return &d;
+                }
+            }
+            extra.push_back(sourceKeyDef(id));
+            return &extra.back();
+        }
+    }
     return nullptr;
+}
+
+QString OptionRegistry::sourceKeyOption(const QString& sourceName)
+{
+    return QStringLiteral("sources.key.") + sourceId(sourceName);
+}
+
+QString OptionRegistry::sourceKeyStoreKey(const QString& sourceName)
+{
+    return QStringLiteral("SourceKey_") + sourceId(sourceName);
 }
 
 QString OptionRegistry::typeName(OptionType type)

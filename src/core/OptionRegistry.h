@@ -46,8 +46,14 @@ class OptionRegistry
 public:
     // Every option, grouped by subsystem in a stable order.
     static const std::vector<OptionDef>& all();
-    // Exact (case-insensitive) name match, or nullptr.
+    // Exact (case-insensitive) name match, or nullptr. "sources.key.NAME" is found for any
+    // NAME of letters and digits, since sources.json may define sources of its own.
     static const OptionDef* find(const QString& name);
+    // The option and the settings-store key that hold a quote source's API key: the source's
+    // name in lower case with everything but letters and digits dropped ("Alpha Vantage":
+    // sources.key.alphavantage, SourceKey_alphavantage).
+    static QString sourceKeyOption(const QString& sourceName);
+    static QString sourceKeyStoreKey(const QString& sourceName);
     static QString typeName(OptionType type);
 
     // The value as text; passwords that are set show as "***", and so does the password part

@@ -118,6 +118,16 @@ struct QuoteOptions
     std::array<ServerLogon, kBuiltInServers> logons{};
 };
 
+// The modern quote sources (sources.json): which to ask in what order, and whether the
+// health check may page.
+struct SourceOptions
+{
+    // Source names and "servers.dat", comma-separated, first asked first; empty: the
+    // order sources.json recommends (a file written before sources existed reads empty).
+    QString order;
+    bool pageHealth = false; // page health warnings (at most once a day) by the paging route
+};
+
 struct NewsOptions
 {
     bool retrieve = false; // news retrieval before each quote cycle
@@ -162,8 +172,8 @@ struct ScheduleOptions
 // so a file written by a later version loses nothing when this one saves it.
 struct SpareItems
 {
-    std::array<QString, 8> texts{};
-    std::array<qint16, 4> numbers{};
+    std::array<QString, 7> texts{};
+    std::array<qint16, 3> numbers{};
     // Sections after the ones this version knows, kept byte for byte and written back.
     QByteArray laterSections;
 };
@@ -179,6 +189,7 @@ struct Options
     ConnectionOptions connection;
     ProxyOptions proxy;
     QuoteOptions quotes;
+    SourceOptions sources;
     NewsOptions news;
     AlarmOptions alarms;
     ScheduleOptions schedule;

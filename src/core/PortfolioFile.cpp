@@ -268,6 +268,7 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
     AlarmOptions& al = o.alarms;
     ScheduleOptions& sc = o.schedule;
     SpareItems& sp = o.spare;
+    SourceOptions& so = o.sources;
 
     // 1
     io.text(pg.pagerId), io.text(pg.phone), io.text(pg.numericPrefix), io.text(md.settings), io.int16(md.port);
@@ -348,13 +349,13 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
     io.text(sm.user), io.flag(md.quoteService), io.scrambled(sm.password), io.text(px.hostName);
     io.endLine();
     // 19
-    io.text(sp.texts[0]), io.text(sp.texts[1]), io.text(sp.texts[2]), io.text(sp.texts[3]);
+    io.text(so.order), io.text(sp.texts[0]), io.text(sp.texts[1]), io.text(sp.texts[2]);
     io.endLine();
     // 20
     io.int16(nw.maxStories), io.int16(nw.purgeDays), io.boolean(nw.retrieve), io.text(px.hostAddress);
     io.endLine();
     // 21
-    io.text(sp.texts[4]), io.boolean(px.enabled), io.text(sp.texts[5]);
+    io.text(sp.texts[3]), io.boolean(px.enabled), io.text(sp.texts[4]);
     io.endLine();
     // 22
     io.boolean(pg.forwardMail), io.boolean(pg.pageNews), io.int16(al.mode);
@@ -375,11 +376,11 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
     io.variant(px.port);
     io.endLine();
     // 27
-    io.boolean(qt.pageNasdaq), io.boolean(qt.pageSp500), io.int16(sp.numbers[0]), io.int16(sp.numbers[1]);
-    io.int16(sp.numbers[2]);
+    io.boolean(qt.pageNasdaq), io.boolean(qt.pageSp500), io.flag(so.pageHealth), io.int16(sp.numbers[0]);
+    io.int16(sp.numbers[1]);
     io.endLine();
     // 28
-    io.text(sp.texts[6]);
+    io.text(sp.texts[5]);
     io.endLine();
     // 29
     records([&io](PortfolioRecord& r) {
@@ -389,7 +390,7 @@ template <class IO> void walk(IO& io, PortfolioTable& t, Options& o)
         io.endLine();
     });
     // 30
-    io.text(sp.texts[7]), io.int16(sp.numbers[3]);
+    io.text(sp.texts[6]), io.int16(sp.numbers[2]);
     io.endLine();
     // 31
     for (ServerLogon& logon : qt.logons) {

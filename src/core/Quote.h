@@ -110,6 +110,10 @@ public:
     void setSecurityType(qint16 value) { m_securityType = value; }
     bool newLimit() const { return m_newLimit; }
     void setNewLimit(bool value) { m_newLimit = value; }
+    // The source that priced this quote: a quote source of sources.json, or the name of
+    // the servers.dat definition whose page was scraped. Empty until a cycle fills it.
+    QString source() const { return m_source; }
+    void setSource(const QString& value) { m_source = value; }
 
     // The numeric last price taken from Last (single precision, 0 for "n/a").
     float lastValue() const { return m_lastValue; }
@@ -175,6 +179,7 @@ private:
     qint16 m_serverID = 0;
     qint16 m_securityType = 0;
     bool m_newLimit = false;
+    QString m_source;
 };
 
 } // namespace kestrova::core

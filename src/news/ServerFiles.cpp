@@ -17,6 +17,7 @@ namespace {
 
 const QString kNewsFile = QStringLiteral("server.dat");
 const QString kQuoteFile = QStringLiteral("servers.dat");
+const QString kSourcesFile = QStringLiteral("sources.json");
 
 bool copyIfMissing(const QDir& to, const QDir& from, const QString& name)
 {
@@ -46,7 +47,8 @@ bool installServerFiles(const QString& dataDir, const QString& installedDir)
     }
     const bool news = copyIfMissing(to, from, kNewsFile);
     const bool quote = copyIfMissing(to, from, kQuoteFile);
-    return news && quote;
+    const bool sources = copyIfMissing(to, from, kSourcesFile);
+    return news && quote && sources;
 }
 
 bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quotes::ServerDefinitions& quoteServers,
@@ -69,7 +71,7 @@ bool retargetDemoMarket(const QString& dataDir, quint16 port)
     static const QRegularExpression loopback(QStringLiteral(R"(127\.0\.0\.1:\d+)"));
     const QString to = QStringLiteral("127.0.0.1:") + QString::number(port);
     bool ok = true;
-    for (const QString& name : {kNewsFile, kQuoteFile}) {
+    for (const QString& name : {kNewsFile, kQuoteFile, kSourcesFile}) {
         const QString path = QDir(dataDir).filePath(name);
         QFile in(path);
         if (!in.exists()) {

@@ -20,8 +20,8 @@ class NewsServers;
 inline constexpr const char* kDemoMarketAddress = "127.0.0.1:8099";
 inline constexpr quint16 kDemoMarketPort = 8099;
 
-// Copies servers.dat and server.dat from the installed data folder into the data directory
-// when they are missing there (first run). Returns false when a copy failed.
+// Copies servers.dat, server.dat and sources.json from the installed data folder into the
+// data directory when they are missing there (first run). Returns false when a copy failed.
 bool installServerFiles(const QString& dataDir, const QString& installedDir);
 
 // Loads both definition files from the data directory: all three collections are emptied
@@ -32,9 +32,9 @@ bool installServerFiles(const QString& dataDir, const QString& installedDir);
 bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quotes::ServerDefinitions& quoteServers,
                            const quotes::BuiltInServers& builtIn, support::Host& host);
 
-// Points the "Demo Market" definitions of the data directory's servers.dat and server.dat
-// at 127.0.0.1:port (replacing kDemoMarketAddress or an earlier port). Files are
-// rewritten atomically.
+// Points the "Demo Market" definitions of the data directory's servers.dat and server.dat,
+// and the demo sources of its sources.json, at 127.0.0.1:port (replacing kDemoMarketAddress or an earlier port). Files
+// are rewritten atomically.
 bool retargetDemoMarket(const QString& dataDir, quint16 port);
 
 } // namespace kestrova::news

@@ -1,5 +1,9 @@
 #include "quotes/QuoteCycle.h"
 
+#include "core/OptionRegistry.h"
+#include "quotes/SourceAnswer.h"
+#include "quotes/SourceFill.h"
+#include "quotes/SourceHealth.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
@@ -22,16 +26,18 @@ namespace {
 
 struct Job
 {
-    std::shared_ptr<core::Quote> quote;
-    QString ticker;       // key in the quote set, and what the progress shows
-    QString serverTicker; // what the server is asked for
+    std::shared_ptr<core::Quote> quote; // the portfolio's settings; every source fills a copy
+    QString ticker;                     // key in the quote set, and what the progress shows
+    QString serverTicker;               // what the servers.dat server is asked for
     int serverIndex = 0;
     bool option = false;
     int position = 0; // 1-based within its own list
     int listLength = 0;
-    std::shared_ptr<Qserver> server; // null when the definition is missing
-    QString error;                   // the definition lookup's failure
-    QString url;
+    std::shared_ptr<Qserver> server;       // null when the definition is missing
+    QString error;                         // the definition lookup's or the fill's failure
+    std::shared_ptr<core::Quote> result;   // what goes into the set
+    std::shared_ptr<core::Quote> fallback; // a servers.dat page without a price, kept in case
+                                           // no later source prices the security
 };
 
 std::shared_ptr<core::Quote> quoteFor(const core::PortfolioRecord& r, int slot, const QString& ticker)
@@ -62,6 +68,18 @@ QString errorText(const std::exception& e)
     return QString::fromLocal8Bit(e.what());
 }
 
+// One place in the failure order that will be asked this cycle.
+struct Stage
+{
+    const SourceDefinition* source = nullptr; // null: servers.dat
+    QString key;
+};
+
+// Services that say "not now" without saying for how long are left alone for a minute;
+// one that asks for more than an hour is asked again after the hour.
+constexpr int kDefaultRestSeconds = 60;
+constexpr int kLongestRestSeconds = 3600;
+
 } // namespace
 
 int pricingServer(const core::Quote& quote, int defaultServer)
@@ -77,6 +95,20 @@ QString optionTicker(const QString& symbol, int serverIndex)
     if (serverIndex == BuiltInServers::kSignByPercent1 || serverIndex == BuiltInServers::kLabelledPage)
         return QStringLiteral("%2b") + s;
     return u'.' + s;
+}
+
+QStringList effectiveOrder(const QString& portfolioOrder, const SourceFile& file)
+{
+    QStringList order;
+    for (const QString& name : portfolioOrder.split(u',', Qt::SkipEmptyParts)) {
+        if (!name.trimmed().isEmpty())
+            order << name.trimmed();
+    }
+    if (order.isEmpty())
+        order = file.order;
+    if (order.isEmpty())
+        order << kServersDatEntry;
+    return order;
 }
 
 CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet)
@@ -105,13 +137,15 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
         }
         (job.option ? options : stocks).push_back(std::move(job));
     }
+    std::vector<Job*> all;
     for (auto* list : {&stocks, &options}) {
         for (size_t i = 0; i < list->size(); ++i) {
             (*list)[i].position = int(i) + 1;
             (*list)[i].listLength = int(list->size());
+            all.push_back(&(*list)[i]);
         }
     }
-    result.requested = int(stocks.size() + options.size());
+    result.requested = int(all.size());
 
     if (ctx.options.news.retrieve && ctx.retrieveNews) {
         try {
@@ -124,104 +158,252 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
         }
     }
 
-    // Request URLs are worked out up front: every security of one service shares that
-    // service's Qserver, whose Ticker the URL is built from.
-    std::vector<Job*> order;
-    QStringList urls;
-    for (auto* list : {&stocks, &options}) {
-        for (Job& job : *list) {
-            try {
-                const QServers& col = job.option ? ctx.servers.option : ctx.servers.stock;
-                job.server = col.Item(ctx.builtIn.at(job.serverIndex).name);
-                job.serverTicker = job.option ? optionTicker(job.ticker, job.serverIndex) : job.ticker;
-                job.server->setTicker(job.serverTicker);
-                job.url = job.server->requestUrl(ctx.fetcher);
-            } catch (const std::exception& e) {
-                job.server.reset();
-                job.error = errorText(e);
-            }
-            order.push_back(&job);
-            // A security without a usable definition is still a place in the list; its
-            // empty URL is never fetched.
-            if (job.server)
-                urls << job.url;
-        }
-    }
-
-    std::vector<int> urlIndex(order.size(), -1);
-    {
-        int u = 0;
-        for (size_t i = 0; i < order.size(); ++i) {
-            if (order[i]->server)
-                urlIndex[i] = u++;
-        }
-    }
-    std::vector<bool> arrived(size_t(urls.size()), false);
-    QStringList bodies;
-    bodies.resize(urls.size());
-
-    const ScrapeContext scrape{ctx.fetcher, ctx.builtIn, sv.clock, sv.host};
-    size_t next = 0; // the next security to fill, in list order
-    bool stopped = false;
-    bool optionsAnnounced = false;
-
     auto announce = [&](const QString& text) {
         sv.host.setStatusText(text);
         sv.StatusMessage(text);
     };
     auto stopRequested = [&] { return sv.cancel.isSet() || (ctx.stop && *ctx.stop); };
+    announce(QStringLiteral("Getting Stock Quotes"));
 
-    // Fills every security whose page (or failure) is known, in list order, until one is
-    // still on its way. False when the user called a halt.
-    auto drain = [&]() -> bool {
-        while (next < order.size()) {
-            const int u = urlIndex[next];
-            if (u >= 0 && !arrived[size_t(u)])
-                return true;
-            Job& job = *order[next];
-            if (job.option && !optionsAnnounced) {
-                optionsAnnounced = true;
-                announce(QStringLiteral("Getting Option Quotes"));
+    // The stages this cycle asks, in order; a source without its key, resting after a
+    // "too many requests", or not defined is passed over with a line in the log.
+    std::vector<Stage> stages;
+    bool modern = false;
+    {
+        const QStringList order = ctx.sources ? ctx.sources->order : QStringList{kServersDatEntry};
+        QStringList taken;
+        for (const QString& entry : order) {
+            if (taken.contains(entry, Qt::CaseInsensitive))
+                continue;
+            taken << entry;
+            if (entry.compare(kServersDatEntry, Qt::CaseInsensitive) == 0) {
+                stages.push_back({});
+                continue;
             }
-            sv.host.setProgress(
-                support::formatNumber(double(job.position) / job.listLength, u"###%"),
-                (job.option ? QStringLiteral("Getting Options - ") : QStringLiteral("Getting Stocks - ")) + job.ticker);
-            try {
-                if (!job.server)
-                    throw support::VbError(support::VbError::InvalidCall, job.error);
-                job.server->setTicker(job.serverTicker);
-                sv.host.setBusy(true);
-                const bool filled = job.server->fillQuote(*job.quote, bodies[u], scrape);
-                sv.host.setBusy(false);
-                if (filled)
-                    (job.option ? optionSet : stockSet).Add(job.quote, job.ticker);
-            } catch (const std::exception& e) {
-                sv.host.setBusy(false);
-                sv.StatusMessage(QStringLiteral("GetQuotes:: ") + job.ticker + QStringLiteral(": ") + errorText(e));
+            modern = true;
+            const SourceDefinition* source = ctx.sources->file.find(entry);
+            if (!source) {
+                sv.log.LogMessage(QStringLiteral("Quote source %1 is not defined in sources.json").arg(entry));
+                continue;
             }
-            if (u >= 0)
-                bodies[u].clear();
-            ++next;
-            if (stopRequested()) {
-                stopped = true;
-                return false;
+            const QString key = ctx.sources->key ? ctx.sources->key(source->name) : QString();
+            if (source->needsKey() && key.isEmpty()) {
+                sv.log.LogMessage(QStringLiteral("Quote source %1 needs a key: kestrova-cli options set %2 -")
+                                      .arg(source->name, core::OptionRegistry::sourceKeyOption(source->name)));
+                continue;
             }
+            const QDateTime rest = ctx.sources->health ? ctx.sources->health->restedUntil(source->name) : QDateTime();
+            if (rest.isValid() && rest > sv.clock.now()) {
+                sv.log.LogMessage(QStringLiteral("Quote source %1 is resting until %2")
+                                      .arg(source->name, support::formatDate(rest, u"hh:mm")));
+                continue;
+            }
+            stages.push_back({source, key});
         }
-        return true;
+    }
+
+    const ScrapeContext scrape{ctx.fetcher, ctx.builtIn, sv.clock, sv.host};
+    const QDate today = sv.clock.today();
+    auto warn = [&](const QString& warning) {
+        if (!warning.isEmpty())
+            result.healthWarnings << warning;
     };
 
-    announce(QStringLiteral("Getting Stock Quotes"));
-    if (drain() && !urls.isEmpty()) {
-        ctx.fetcher.getMany(urls, ctx.maxParallel, [&](int index, const QString& body) {
-            bodies[index] = body;
-            arrived[size_t(index)] = true;
-            return drain();
+    // servers.dat: one page per security, scraped by its server's keys and offsets. Not the
+    // last stage, a page without a price lets the next source try.
+    auto runServersDat = [&](const std::vector<Job*>& pending, bool lastStage) {
+        // Request URLs are worked out up front: every security of one service shares that
+        // service's Qserver, whose Ticker the URL is built from.
+        std::vector<Job*> fetched;
+        QStringList urls;
+        for (Job* job : pending) {
+            try {
+                const QServers& col = job->option ? ctx.servers.option : ctx.servers.stock;
+                job->server = col.Item(ctx.builtIn.at(job->serverIndex).name);
+                job->serverTicker = job->option ? optionTicker(job->ticker, job->serverIndex) : job->ticker;
+                job->server->setTicker(job->serverTicker);
+                urls << job->server->requestUrl(ctx.fetcher);
+                fetched.push_back(job);
+            } catch (const std::exception& e) {
+                job->server.reset();
+                job->error = errorText(e);
+            }
+        }
+        QStringList bodies;
+        if (!urls.isEmpty()) {
+            bodies = ctx.fetcher.getMany(urls, ctx.maxParallel, [&](int, const QString&) { return !stopRequested(); });
+        }
+        for (size_t i = 0; i < fetched.size(); ++i) {
+            Job& job = *fetched[i];
+            if (bodies[qsizetype(i)].isEmpty())
+                continue;
+            auto q = std::make_shared<core::Quote>(*job.quote);
+            try {
+                job.server->setTicker(job.serverTicker);
+                sv.host.setBusy(true);
+                const bool filled = job.server->fillQuote(*q, bodies[qsizetype(i)], scrape);
+                sv.host.setBusy(false);
+                if (!filled)
+                    continue;
+                q->setSource(job.server->serverName());
+                if (lastStage || q->lastValue() != 0)
+                    job.result = q;
+                else
+                    job.fallback = q;
+            } catch (const std::exception& e) {
+                sv.host.setBusy(false);
+                job.error = errorText(e);
+            }
+            bodies[qsizetype(i)].clear();
+        }
+    };
+
+    // A modern source: its requests (a batch of symbols each, or one symbol each) fetched
+    // within its own limits; what it prices is filled at once, the rest waits for the next.
+    auto runSource = [&](const Stage& stage, const std::vector<Job*>& pending) {
+        const SourceDefinition& src = *stage.source;
+        struct Request
+        {
+            std::vector<Job*> jobs;
+            QStringList symbols;
+        };
+        std::vector<Request> requests;
+        for (Job* job : pending) {
+            const qint16 type = job->quote->securityType();
+            if (type < 0 || type > 3 || !src.types[size_t(type)])
+                continue;
+            if (requests.empty() || int(requests.back().jobs.size()) >= (src.batch ? src.batchSize : 1))
+                requests.emplace_back();
+            requests.back().jobs.push_back(job);
+            requests.back().symbols << sourceSymbol(src, job->ticker);
+        }
+        if (requests.empty())
+            return;
+        std::vector<HttpRequest> http;
+        for (const Request& r : requests) {
+            HttpRequest h;
+            h.url = sourceRequestUrl(src, r.symbols, stage.key, &h.shownUrl);
+            for (const auto& [name, value] : src.headers)
+                h.headers.append({name, QByteArray(value).replace("{key}", stage.key.toUtf8())});
+            h.hostLimit = src.connections;
+            h.spacingMs = src.spacingMs;
+            http.push_back(h);
+        }
+        sv.host.setStatusText(QStringLiteral("Getting quotes from ") + src.name);
+        auto rest = [&](int seconds, const QString& why) {
+            const int wait = seconds > 0 ? qMin(seconds, kLongestRestSeconds) : kDefaultRestSeconds;
+            const QDateTime until = sv.clock.now().addSecs(wait);
+            if (ctx.sources->health)
+                ctx.sources->health->rest(src.name, until);
+            sv.StatusMessage(QStringLiteral("Quote source %1 asked to wait (%2): resting until %3")
+                                 .arg(src.name, why, support::formatDate(until, u"hh:mm")));
+        };
+        ctx.fetcher.fetch(http, [&](int index, const HttpResponse& r) {
+            const Request& req = requests[size_t(index)];
+            if (r.status == 429 || (r.status == 503 && r.retryAfterSeconds > 0)) {
+                rest(r.retryAfterSeconds, QStringLiteral("HTTP %1").arg(r.status));
+                return false; // the rest of its requests go to the next source
+            }
+            if (!r.error.isEmpty() || r.status == 0) {
+                sv.log.LogMessage(
+                    QStringLiteral("Quote source %1: %2: %3").arg(src.name, http[size_t(index)].shownUrl, r.error));
+                return !stopRequested();
+            }
+            const SourceAnswer answer = parseSourceAnswer(src, r.body, req.symbols);
+            if (answer.rateLimited) {
+                rest(r.retryAfterSeconds, answer.failure);
+                return false;
+            }
+            const bool httpError = r.status >= 400;
+            for (size_t k = 0; k < req.jobs.size(); ++k) {
+                Job& job = *req.jobs[k];
+                const SymbolAnswer* sa =
+                    answer.failure.isEmpty() && k < answer.symbols.size() ? &answer.symbols[k] : nullptr;
+                if (!httpError && sa && sa->priced) {
+                    auto q = std::make_shared<core::Quote>(*job.quote);
+                    fillFromSource(*q, sa->values, src.name);
+                    job.result = q;
+                    job.fallback.reset();
+                    if (ctx.sources->health)
+                        warn(ctx.sources->health->priced(src.name, job.ticker, sa->missingFields, today));
+                    continue;
+                }
+                QString why = answer.failure.isEmpty() ? (sa ? sa->failure : QString()) : answer.failure;
+                if (httpError)
+                    why = QStringLiteral("HTTP %1").arg(r.status) + (why.isEmpty() ? QString() : u": " + why);
+                sv.log.LogMessage(QStringLiteral("Quote source %1: %2: %3").arg(src.name, job.ticker, why));
+                // An answer came and held no price: that counts towards the health check; a
+                // server error does not.
+                if (ctx.sources->health && r.status < 500)
+                    warn(ctx.sources->health->noPrice(src.name, job.ticker, today));
+            }
+            return !stopRequested();
         });
+    };
+
+    bool stopped = false;
+    for (size_t s = 0; s < stages.size() && !stopped; ++s) {
+        std::vector<Job*> pending;
+        for (Job* job : all) {
+            if (!job->result)
+                pending.push_back(job);
+        }
+        if (pending.empty())
+            break;
+        if (stages[s].source)
+            runSource(stages[s], pending);
+        else
+            runServersDat(pending, s + 1 == stages.size());
+        stopped = stopRequested();
     }
-    if (stopped)
+
+    // Into the sets in list order, with the progress and messages of a one-by-one cycle. A
+    // halt during the fetching keeps what had come in up to the first security still
+    // without an outcome.
+    bool optionsAnnounced = false;
+    QStringList pricedBy;
+    QHash<QString, QStringList> tickersBy;
+    bool halted = false;
+    for (Job* job : all) {
+        if (!job->result && job->fallback)
+            job->result = job->fallback;
+        if (stopped && !job->result && job->error.isEmpty()) {
+            halted = true;
+            break;
+        }
+        if (job->option && !optionsAnnounced) {
+            optionsAnnounced = true;
+            announce(QStringLiteral("Getting Option Quotes"));
+        }
+        sv.host.setProgress(support::formatNumber(double(job->position) / job->listLength, u"###%"),
+                            (job->option ? QStringLiteral("Getting Options - ") : QStringLiteral("Getting Stocks - ")) +
+                                job->ticker);
+        if (job->result) {
+            (job->option ? optionSet : stockSet).Add(job->result, job->ticker);
+            const QString by = job->result->source();
+            if (!tickersBy.contains(by))
+                pricedBy << by;
+            tickersBy[by] << job->ticker;
+        } else if (!job->error.isEmpty()) {
+            sv.StatusMessage(QStringLiteral("GetQuotes:: ") + job->ticker + QStringLiteral(": ") + job->error);
+        }
+        if (stopRequested()) {
+            halted = true;
+            break;
+        }
+    }
+    if (halted || stopped)
         return result;
     if (!optionsAnnounced)
         announce(QStringLiteral("Getting Option Quotes"));
+    // With more than one kind of source, the status list tells which one priced what.
+    if (modern) {
+        for (const QString& by : pricedBy)
+            sv.StatusMessage(
+                QStringLiteral("Quotes from %1: %2").arg(by, tickersBy.value(by).join(QStringLiteral(", "))));
+    }
+    for (const QString& w : result.healthWarnings)
+        sv.StatusMessage(w);
     sv.log.LogMessage(QStringLiteral("Internet: Quotes Retrieved"));
     result.completed = true;
     result.quotesAvailable = true;

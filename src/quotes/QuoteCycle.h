@@ -6,6 +6,7 @@
 #include "quotes/BuiltInServers.h"
 #include "quotes/PageFetcher.h"
 #include "quotes/ServersDat.h"
+#include "quotes/SourceDefinition.h"
 #include "support/Services.h"
 
 #include <QString>
@@ -13,6 +14,25 @@
 #include <functional>
 
 namespace kestrova::quotes {
+
+class SourceHealth;
+
+// The modern quote sources a cycle may ask before, after or instead of servers.dat.
+struct SourceSetup
+{
+    const SourceFile& file;
+    // Source names and kServersDatEntry, first asked first; a security that one could not
+    // price goes to the next. Names that sources.json does not define are skipped.
+    QStringList order;
+    // The API key stored for a source (empty: none).
+    std::function<QString(const QString& sourceName)> key;
+    // Resting and health state kept between cycles; may be null.
+    SourceHealth* health = nullptr;
+};
+
+// The failure order in force: the portfolio's own (comma-separated) when it has one, else
+// the order sources.json recommends, else servers.dat alone.
+QStringList effectiveOrder(const QString& portfolioOrder, const SourceFile& file);
 
 // Everything one retrieval cycle works with.
 struct CycleContext
@@ -30,6 +50,8 @@ struct CycleContext
     const bool* stop = nullptr;
     // Pages fetched side by side; 1 gives the one-page-at-a-time cycle.
     int maxParallel = 50;
+    // Null: the quote servers of servers.dat alone, as always.
+    const SourceSetup* sources = nullptr;
 };
 
 struct CycleResult
@@ -37,14 +59,18 @@ struct CycleResult
     bool completed = false; // false: cancelled or stopped part-way
     bool quotesAvailable = false;
     int requested = 0; // securities the portfolio asked for
+    // The health warnings this cycle gave (each also a status line), for the paging route.
+    QStringList healthWarnings;
 };
 
 // One quote for every included security: stocks (every type but options) into stockSet,
-// options into optionSet, each set cleared first. Pages are fetched side by side but the
-// quotes are filled strictly in list order, so the sets, progress, status lines and log
-// are those of a cycle that fetched one page after the other. A security whose page came
-// back empty is simply absent; one whose page or definition raises an error is reported
-// as "GetQuotes:: ..." and skipped, and the cycle goes on with the next.
+// options into optionSet, each set cleared first. Each source of the order in turn is
+// asked for the securities still without a price (a batch source for many at once);
+// pages are fetched side by side, but the quotes go into the sets strictly in list order,
+// so the sets, progress, status lines and log are those of a cycle that fetched one page
+// after the other. A security no source could price is simply absent; one whose page or
+// definition raises an error is reported as "GetQuotes:: ..." and skipped, and the cycle
+// goes on with the next. Each quote carries the name of the source that priced it.
 CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet);
 
 // The built-in service whose page priced a quote of the cycle: an option always asks its

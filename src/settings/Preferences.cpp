@@ -63,6 +63,9 @@ Preferences readPreferences(const SettingsStore& store, const QString& dataDir)
     if (ok && keep > 0) {
         p.historyKeepDays = keep;
     }
+    // Out of range or unreadable falls back to what a browser allows itself.
+    const int hosts = store.get(kSettingsSection, QStringLiteral("HostConnections")).trimmed().toInt(&ok);
+    p.hostConnections = ok && hosts >= 1 && hosts <= 50 ? hosts : 6;
     return p;
 }
 
@@ -81,6 +84,7 @@ void savePreferences(SettingsStore& store, const Preferences& p)
     store.save(kSettingsSection, QStringLiteral("Notifications"), flagText(p.notifications));
     store.save(kSettingsSection, QStringLiteral("HistoryEnabled"), flagText(p.historyEnabled));
     store.save(kSettingsSection, QStringLiteral("HistoryKeepDays"), QString::number(p.historyKeepDays));
+    store.save(kSettingsSection, QStringLiteral("HostConnections"), QString::number(p.hostConnections));
 }
 
 void saveStatusPosition(SettingsStore& store, int left, int top)

@@ -28,6 +28,7 @@ struct Preferences
     QString modemDevice;        // a device path that overrides the COM-number mapping
     bool historyEnabled = true; // only "0" turns it off
     int historyKeepDays = 730;  // days of quote history kept; a value below 1 keeps the default
+    int hostConnections = 6;    // connections to one web host at once (1..50)
 };
 
 // Reads every preference; absent keys take their defaults (DefaultFile: dataDir + "/DEFAULT.PGR").

@@ -4,6 +4,24 @@
 
 namespace kestrova::settings {
 
+namespace {
+
+// Scrambling, not encryption: the store is the user's own file, and the point is that a
+// key never shows in it (or in a backup, or on a screen share) as the text it is.
+const QLatin1String kScrambledPrefix("scrambled:");
+constexpr char kPad[] = "Kestrova quote source keys";
+
+QByteArray xorPad(QByteArray bytes)
+{
+    const int padLength = int(sizeof kPad) - 1;
+    for (qsizetype i = 0; i < bytes.size(); ++i) {
+        bytes[i] = char(bytes[i] ^ kPad[i % padLength]);
+    }
+    return bytes;
+}
+
+} // namespace
+
 SettingsStore::SettingsStore()
     : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Kestrova"),
                                              QStringLiteral("Kestrova")))
@@ -44,6 +62,32 @@ void SettingsStore::save(const QString& section, const QString& key, const QStri
         m_settings->remove(section + u'/' + found);
     }
     m_settings->setValue(section + u'/' + key, text);
+}
+
+void SettingsStore::saveSecret(const QString& section, const QString& key, const QString& text)
+{
+    if (text.isEmpty()) {
+        remove(section, key);
+        return;
+    }
+    save(section, key, scrambledSecret(text));
+}
+
+QString SettingsStore::scrambledSecret(const QString& text)
+{
+    if (text.isEmpty()) {
+        return {};
+    }
+    return kScrambledPrefix + QString::fromLatin1(xorPad(text.toUtf8()).toBase64());
+}
+
+QString SettingsStore::getSecret(const QString& section, const QString& key) const
+{
+    const QString stored = get(section, key);
+    if (!stored.startsWith(kScrambledPrefix)) {
+        return {};
+    }
+    return QString::fromUtf8(xorPad(QByteArray::fromBase64(stored.mid(kScrambledPrefix.size()).toLatin1())));
 }
 
 bool SettingsStore::contains(const QString& section, const QString& key) const

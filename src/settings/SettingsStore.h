@@ -26,6 +26,13 @@ public:
     // Replaces the value under any existing spelling of the key.
     void save(const QString& section, const QString& key, const QString& text);
     bool contains(const QString& section, const QString& key) const;
+    // A secret (an API key) kept scrambled, so that it never stands in the file as typed
+    // and a search of the file for it finds nothing. An empty text removes the key.
+    void saveSecret(const QString& section, const QString& key, const QString& text);
+    // The secret as it was saved; empty when absent or not in the scrambled form.
+    QString getSecret(const QString& section, const QString& key) const;
+    // The stored form of a secret (empty stays empty).
+    static QString scrambledSecret(const QString& text);
     void remove(const QString& section, const QString& key);
     // Writes pending changes to disk and reports whether the file could be written.
     bool sync();

@@ -82,6 +82,7 @@ struct Rig
         core::setBuiltInModemProfiles(o.modem);
         o.connection.type = 1;
         o.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        o.sources.order = QStringLiteral("servers.dat");
         o.quotes.marketSummary = false;
         o.paging.enabled = true;
         o.paging.pagerId = QStringLiteral("7654321");
@@ -281,6 +282,44 @@ private Q_SLOTS:
         QVERIFY(rig.host.statusLines.last().startsWith(QStringLiteral("Operation Cancelled   ")));
         QVERIFY(rig.activity().contains("Pager: User Cancelled"));
         QVERIFY(!rig.app->portOpen());
+    }
+
+    void sourceHealthPagesOnceADay_data()
+    {
+        QTest::addColumn<bool>("pageHealth");
+        QTest::addColumn<bool>("pagedToday");
+        QTest::addColumn<bool>("paged");
+        QTest::newRow("asked for") << true << false << true;
+        QTest::newRow("already paged today") << true << true << false;
+        QTest::newRow("not asked for") << false << false << false;
+    }
+
+    void sourceHealthPagesOnceADay()
+    {
+        QFETCH(bool, pageHealth);
+        QFETCH(bool, pagedToday);
+        QFETCH(bool, paged);
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [pageHealth](core::Options& o) {
+            o.sources.order = QStringLiteral("Demo CSV,servers.dat");
+            o.sources.pageHealth = pageHealth;
+        }));
+        // Demo CSV priced IBM before and has said nothing for two updates; the third is now.
+        const QByteArray state = R"({"sources":{"demo csv":{"securities":{"IBM":{"priced":true,"misses":2}}}})" +
+                                 QByteArray(pagedToday ? R"(,"lastPaged":"2026-11-23"})" : "}");
+        testing::writeFile(QDir(rig.dataDir).filePath(QStringLiteral("sources.state")), state);
+        rig.market.market()->setSourcesSilent(true);
+        rig.app->update(true, false);
+        const QString warning = QStringLiteral(
+            "Quote source Demo CSV gave no price for IBM in the last 3 updates: its format may have changed");
+        QVERIFY(rig.activity().contains(warning.toUtf8()));
+        QCOMPARE(rig.app->stockQuotes().Item(1)->source(), QStringLiteral("Demo Market"));
+        QStringList texts;
+        for (const auto& page : rig.modem.pages)
+            texts << page.text;
+        QCOMPARE(texts.filter(warning).size(), paged ? 1 : 0);
+        QVERIFY(texts.first().startsWith(QStringLiteral("IBM "))); // the quotes went out as always
+        QCOMPARE(rig.app->sourceHealth().pagedOn(QDate(2026, 11, 23)), paged || pagedToday);
     }
 
     void smtpRouteMailsThePage()

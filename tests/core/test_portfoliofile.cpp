@@ -143,8 +143,10 @@ Options distinctOptions()
     o.push.token = QStringLiteral("tk-123");
     o.push.timeout = 9;
     o.gateFlag = 1;
-    o.spare.texts = {"s0", "s1", "s2", "s3", "s4", "s5", "s6", "s7"};
-    o.spare.numbers = {11, 12, 13, 14};
+    o.sources.order = QStringLiteral("Yahoo, servers.dat");
+    o.sources.pageHealth = true;
+    o.spare.texts = {"s0", "s1", "s2", "s3", "s4", "s5", "s6"};
+    o.spare.numbers = {12, 13, 14};
     return o;
 }
 

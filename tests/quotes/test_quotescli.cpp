@@ -30,6 +30,8 @@ private Q_SLOTS:
     void jsonRecord();
     void nothingFetchedExitsOne();
     void serversList();
+    void sourcesTestShowsTheFields();
+    void quotesNameTheirSource();
 
 private:
     struct Outcome
@@ -38,8 +40,8 @@ private:
         QByteArray out;
         QByteArray err;
     };
-    Outcome cli(const QStringList& args);
-    void writePortfolio(const QStringList& tickers);
+    Outcome cli(const QStringList& args, const QByteArray& input = {});
+    void writePortfolio(const QStringList& tickers, const QString& order = QStringLiteral("servers.dat"));
     QJsonObject fieldQuote(bool option);
 
     support::MockClock m_clock;
@@ -60,11 +62,12 @@ void TestQuotesCli::initTestCase()
     m_portfolio = m_dir.filePath(QStringLiteral("watch.pgr"));
 }
 
-void TestQuotesCli::writePortfolio(const QStringList& tickers)
+void TestQuotesCli::writePortfolio(const QStringList& tickers, const QString& order)
 {
     core::PortfolioTable table;
     core::Options options;
     options.quotes.server = 12;
+    options.sources.order = order;
     options.quotes.marketSummary = true;
     options.quotes.marketUrl = m_market->baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco");
     for (const QString& t : tickers) {
@@ -81,11 +84,13 @@ void TestQuotesCli::writePortfolio(const QStringList& tickers)
     QVERIFY(core::PortfolioFile::write(m_portfolio, table, options).ok());
 }
 
-TestQuotesCli::Outcome TestQuotesCli::cli(const QStringList& args)
+TestQuotesCli::Outcome TestQuotesCli::cli(const QStringList& args, const QByteArray& input)
 {
     QProcess p;
     p.start(qEnvironmentVariable("KESTROVA_CLI"),
             QStringList{"--data-dir", m_dir.path(), "--portfolio", m_portfolio} + args);
+    p.write(input);
+    p.closeWriteChannel();
     Outcome o;
     if (!p.waitForFinished(60000)) {
         p.kill();
@@ -247,6 +252,70 @@ void TestQuotesCli::serversList()
     QVERIFY(o.out.contains("ESI (U.K. Mkt)"));
     QVERIFY(o.out.contains(QStringLiteral("127.0.0.1:%1/stock?t=").arg(m_market->port()).toLatin1()));
     QVERIFY(o.out.contains("Option quote servers ("));
+}
+
+void TestQuotesCli::sourcesTestShowsTheFields()
+{
+    // Every shipped source pointed at the demo market, which answers in their shapes.
+    const QString file = m_dir.filePath(QStringLiteral("sources.json"));
+    QString text = QString::fromUtf8(testing::readFile(file));
+    for (const char* host :
+         {"https://stooq.com", "https://query1.finance.yahoo.com", "https://www.alphavantage.co", "https://finnhub.io"})
+        text.replace(QLatin1String(host), m_market->baseUrl());
+    testing::writeFile(file, text.toUtf8());
+    writePortfolio({"IBM"});
+
+    const QByteArray key = "k3y-s3cret";
+    QCOMPARE(cli({"options", "set", "sources.key.alphavantage", "-"}, key + "\n").exitCode, 0);
+    QCOMPARE(cli({"options", "get", "sources.key.alphavantage"}).out.trimmed(), QByteArray("***"));
+    QVERIFY(!testing::readFile(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Kestrova/Kestrova.ini").contains(key));
+    QCOMPARE(cli({"options", "set", "fetch.host_connections", "99"}).exitCode, 2);
+
+    const Outcome all = cli({"sources", "test", "IBM"});
+    QVERIFY2(all.exitCode == 0, all.out.constData());
+    const QString out = QString::fromUtf8(all.out);
+    QVERIFY(out.contains(QStringLiteral("Stooq: %1/q/l/?s=ibm.us&").arg(m_market->baseUrl())));
+    QVERIFY(out.contains(QStringLiteral("&apikey=***\n")));
+    QVERIFY(out.contains(QStringLiteral("Finnhub: needs a key: kestrova-cli options set sources.key.finnhub -")));
+    QCOMPARE(out.count(QStringLiteral("  priced ")), 5);
+    QVERIFY(out.contains(QRegularExpression(QStringLiteral("\n    last +[0-9]+\\.[0-9]+\n"))));
+    QVERIFY(out.contains(QRegularExpression(QStringLiteral("\n    bid +not mapped\n"))));
+    QVERIFY(out.contains(QRegularExpression(QStringLiteral("\n    name +Demo IBM Corp\n"))));
+    QVERIFY(!all.out.contains(key) && !all.err.contains(key));
+    QVERIFY(!testing::readFile(m_dir.filePath(QStringLiteral("activity.txt"))).contains(key));
+
+    const Outcome missing = cli({"sources", "test", "Yahoo", "NOVOL"});
+    QCOMPARE(missing.exitCode, 0);
+    QVERIFY(missing.out.contains("    volume         missing from the answer\n"));
+    const Outcome unknown = cli({"sources", "test", "stooq", "NODATA"});
+    QCOMPARE(unknown.exitCode, 1);
+    QVERIFY(unknown.out.contains("  no price for nodata.us: no data (N/D)\n"));
+
+    const Outcome list = cli({"sources", "list"});
+    QVERIFY(list.out.contains("Order: servers.dat\n"));
+    QVERIFY(list.out.contains("Finnhub          json, needs a key (sources.key.finnhub)"));
+    QVERIFY(list.out.contains("Alpha Vantage    json, key set"));
+    QVERIFY(list.out.contains("Stooq            csv, 50 a request"));
+}
+
+void TestQuotesCli::quotesNameTheirSource()
+{
+    writePortfolio({"IBM", "NODATA", "XYZ AB"}, QStringLiteral("Demo CSV,servers.dat"));
+    const Outcome o = cli({"quotes", "--json"});
+    QVERIFY2(o.exitCode == 0, o.err.constData());
+    QStringList got;
+    const QJsonObject doc = QJsonDocument::fromJson(o.out).object();
+    for (const char* set : {"stocks", "options"}) {
+        for (const QJsonValue& q : doc.value(QLatin1String(set)).toArray())
+            got << q.toObject().value("ticker").toString() + u':' +
+                       q.toObject().value("source").toObject().value("name").toString() + u':' +
+                       q.toObject().value("source").toObject().value("index").toVariant().toString();
+    }
+    // A source of sources.json has no service number; a servers.dat page keeps its own.
+    QCOMPARE(got, (QStringList{"IBM:Demo CSV:", "NODATA:Demo Market:12", "XYZAB:Demo Market:12"}));
+    QVERIFY(testing::readFile(m_dir.filePath(QStringLiteral("activity.txt")))
+                .contains("Quote source Demo CSV: NODATA: no data (N/D)"));
+    QVERIFY(QFile::exists(m_dir.filePath(QStringLiteral("sources.state"))));
 }
 
 QTEST_GUILESS_MAIN(TestQuotesCli)

@@ -1,0 +1,213 @@
+#include "cli/Cli.h"
+#include "cli/CliContext.h"
+#include "core/OptionRegistry.h"
+#include "news/ServerFiles.h"
+#include "quotes/CurlFetcher.h"
+#include "quotes/QuoteCycle.h"
+#include "quotes/SourceAnswer.h"
+#include "quotes/SourceHealth.h"
+#include "support/Format.h"
+#include "support/Paths.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QTextStream>
+
+namespace kestrova::cli {
+
+namespace {
+
+bool wantsHelp(const QStringList& args)
+{
+    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
+}
+
+int usageError(const QString& usage, const QString& why)
+{
+    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
+    return kExitUsage;
+}
+
+quotes::SourceFile loadSources(const GlobalOptions& g, QTextStream& out)
+{
+    news::installServerFiles(g.dataDir, support::installedDataDir());
+    quotes::SourceFile file = quotes::loadSourcesJson(QDir(g.dataDir).filePath(QStringLiteral("sources.json")));
+    for (const QString& problem : file.problems)
+        out << problem << '\n';
+    return file;
+}
+
+QString formatName(quotes::SourceFormat f)
+{
+    switch (f) {
+    case quotes::SourceFormat::Csv:
+        return QStringLiteral("csv");
+    case quotes::SourceFormat::Json:
+        return QStringLiteral("json");
+    case quotes::SourceFormat::Html:
+        return QStringLiteral("html");
+    }
+    return {};
+}
+
+const QString kListUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] sources list\n"
+                   "Lists the quote sources of sources.json in the data directory, the failure order the\n"
+                   "portfolio uses, which sources need a key and whether it is set, and which are resting.\n");
+
+int listCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kListUsage;
+        return kExitOk;
+    }
+    if (!args.isEmpty())
+        return usageError(kListUsage, QStringLiteral("unexpected argument ") + args.first());
+    CliContext ctx(g);
+    if (QFileInfo::exists(ctx.portfolioPath))
+        ctx.loadPortfolio();
+    QTextStream out(stdout);
+    const quotes::SourceFile file = loadSources(g, out);
+    quotes::SourceHealth health;
+    health.load(QDir(g.dataDir).filePath(QStringLiteral("sources.state")));
+    out << "Order: " << quotes::effectiveOrder(ctx.options.sources.order, file).join(QStringLiteral(", ")) << '\n';
+    for (const quotes::SourceDefinition& s : file.sources) {
+        QString notes;
+        if (s.batch)
+            notes += QStringLiteral(", %1 a request").arg(s.batchSize);
+        if (s.needsKey()) {
+            notes += CliContext::sourceKey(s.name).isEmpty()
+                         ? QStringLiteral(", needs a key (") + core::OptionRegistry::sourceKeyOption(s.name) + u')'
+                         : QStringLiteral(", key set");
+        }
+        const QDateTime rest = health.restedUntil(s.name);
+        if (rest.isValid() && rest > ctx.clock.now())
+            notes += QStringLiteral(", resting until ") + support::formatDate(rest, u"hh:mm");
+        out << "  " << s.name.leftJustified(16) << ' ' << formatName(s.format) << notes << "\n      " << s.url << '\n';
+    }
+    return file.problems.isEmpty() ? kExitOk : kExitFailure;
+}
+
+const QString kTestUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] sources test [NAME] [SYMBOL]\n"
+                   "Asks one source (NAME), or every source of sources.json, for one symbol (default IBM)\n"
+                   "and shows each field of its definition: the value it gave, \"not mapped\", \"no value\"\n"
+                   "(the service said nothing today) or \"missing from the answer\" (the definition no\n"
+                   "longer matches what the service sends). Exits with 1 when a source asked gave no price.\n");
+
+QString valueText(const quotes::SymbolAnswer& a, int f)
+{
+    const quotes::SourceValues& v = a.values;
+    switch (quotes::SourceField(f)) {
+    case quotes::SourceField::Name:
+        return v.name;
+    case quotes::SourceField::Time:
+    case quotes::SourceField::Date:
+        return v.time.isValid() ? support::generalDate(v.time) : QString();
+    default:
+        return v.numbers[size_t(f)] ? support::doubleToText(*v.numbers[size_t(f)]) : QString();
+    }
+}
+
+int testCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kTestUsage;
+        return kExitOk;
+    }
+    if (args.size() > 2)
+        return usageError(kTestUsage, QStringLiteral("at most a source name and a symbol"));
+    CliContext ctx(g);
+    if (QFileInfo::exists(ctx.portfolioPath))
+        ctx.loadPortfolio();
+    QTextStream out(stdout);
+    const quotes::SourceFile file = loadSources(g, out);
+    std::vector<const quotes::SourceDefinition*> chosen;
+    QString symbol = QStringLiteral("IBM");
+    if (!args.isEmpty()) {
+        if (const quotes::SourceDefinition* s = file.find(args[0])) {
+            chosen.push_back(s);
+            if (args.size() == 2)
+                symbol = args[1];
+        } else if (args.size() == 1) {
+            symbol = args[0]; // a symbol alone: every source
+        } else {
+            return usageError(kTestUsage,
+                              QStringLiteral("no source called ") + args[0] + QStringLiteral(" in sources.json"));
+        }
+    }
+    if (chosen.empty()) {
+        for (const quotes::SourceDefinition& s : file.sources)
+            chosen.push_back(&s);
+    }
+
+    quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
+    fetcher.setHostConnections(ctx.prefs.hostConnections);
+    bool allPriced = !chosen.empty();
+    for (const quotes::SourceDefinition* s : chosen) {
+        const QString key = CliContext::sourceKey(s->name);
+        if (s->needsKey() && key.isEmpty()) {
+            out << s->name << ": needs a key: kestrova-cli options set "
+                << core::OptionRegistry::sourceKeyOption(s->name) << " -\n\n";
+            continue;
+        }
+        const QString asked = quotes::sourceSymbol(*s, symbol);
+        quotes::HttpRequest request;
+        request.url = quotes::sourceRequestUrl(*s, {asked}, key, &request.shownUrl);
+        for (const auto& [name, value] : s->headers)
+            request.headers.append({name, QByteArray(value).replace("{key}", key.toUtf8())});
+        out << s->name << ": " << request.shownUrl << '\n';
+        QElapsedTimer elapsed;
+        elapsed.start();
+        const quotes::HttpResponse r = fetcher.fetch({request}).front();
+        if (!r.error.isEmpty() || r.status == 0) {
+            out << "  no answer: " << r.error << "\n\n";
+            allPriced = false;
+            continue;
+        }
+        out << "  HTTP " << r.status << ", " << r.body.size() << " bytes, " << elapsed.elapsed() << " ms";
+        if (r.retryAfterSeconds > 0)
+            out << ", asked to wait " << r.retryAfterSeconds << " s";
+        out << '\n';
+        const quotes::SourceAnswer answer = quotes::parseSourceAnswer(*s, r.body, {asked});
+        if (!answer.failure.isEmpty() || answer.symbols.empty()) {
+            out << "  " << (answer.failure.isEmpty() ? QStringLiteral("nothing in the answer") : answer.failure)
+                << "\n\n";
+            allPriced = false;
+            continue;
+        }
+        const quotes::SymbolAnswer& a = answer.symbols.front();
+        out << "  "
+            << (a.priced ? QString(QStringLiteral("priced ") + asked)
+                         : QString(QStringLiteral("no price for ") + asked + u": " + a.failure))
+            << '\n';
+        allPriced = allPriced && a.priced && r.status < 400;
+        for (int f = 0; f < quotes::kSourceFieldCount; ++f) {
+            QString shown;
+            if (s->fields[size_t(f)].isEmpty())
+                shown = QStringLiteral("not mapped");
+            else if (a.missingFields.contains(quotes::sourceFieldName(quotes::SourceField(f))))
+                shown = QStringLiteral("missing from the answer");
+            else
+                shown = valueText(a, f);
+            if (shown.isEmpty())
+                shown = QStringLiteral("no value");
+            out << "    " << quotes::sourceFieldName(quotes::SourceField(f)).leftJustified(14) << ' ' << shown << '\n';
+        }
+        out << '\n';
+    }
+    return allPriced ? kExitOk : kExitFailure;
+}
+
+} // namespace
+
+void registerSourcesCommands(Registry& r)
+{
+    r.add({QStringLiteral("sources list"), QStringLiteral("list the modern quote sources and the order in force"),
+           listCommand});
+    r.add({QStringLiteral("sources test"), QStringLiteral("ask quote sources for one symbol, show the fields"),
+           testCommand});
+}
+
+} // namespace kestrova::cli
