@@ -7,7 +7,7 @@ set(desktopDir ${PROJECT_SOURCE_DIR}/data/desktop)
 set(docDir ${CMAKE_INSTALL_DATADIR}/doc/kestrova)
 
 install(FILES ${PROJECT_SOURCE_DIR}/data/servers.dat ${PROJECT_SOURCE_DIR}/data/server.dat
-              ${PROJECT_SOURCE_DIR}/data/demo.pgr
+              ${PROJECT_SOURCE_DIR}/data/sources.json ${PROJECT_SOURCE_DIR}/data/demo.pgr
         DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrova)
 install(FILES ${desktopDir}/${KESTROVA_APP_ID}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${desktopDir}/${KESTROVA_APP_ID}.svg DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)

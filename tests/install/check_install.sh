@@ -12,7 +12,7 @@ fail() { echo "check_install: $*" >&2; exit 1; }
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 p=$work/prefix
 for f in bin/kestrova bin/kestrova-cli \
-         share/kestrova/servers.dat share/kestrova/server.dat share/kestrova/demo.pgr \
+         share/kestrova/servers.dat share/kestrova/server.dat share/kestrova/sources.json share/kestrova/demo.pgr \
          share/applications/$id.desktop share/icons/hicolor/scalable/apps/$id.svg \
          share/metainfo/$id.metainfo.xml share/mime/packages/$id.xml \
          share/doc/kestrova/user-guide.html share/man/man1/kestrova.1 share/man/man1/kestrova-cli.1; do
