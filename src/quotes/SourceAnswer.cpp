@@ -1,5 +1,6 @@
 #include "quotes/SourceAnswer.h"
 
+#include "quotes/JsonPrune.h"
 #include "support/Cp1252.h"
 
 #include <QJsonArray>
@@ -415,17 +416,37 @@ SymbolAnswer readJsonItem(const SourceDefinition& source, const QJsonValue& item
 SourceAnswer parseJson(const SourceDefinition& source, const QByteArray& body, const QStringList& symbols)
 {
     SourceAnswer answer;
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
-    if (error.error != QJsonParseError::NoError) {
-        answer.failure =
-            startsLikeHtml(body) ? QStringLiteral("the answer is HTML, not JSON")
-            : body.trimmed().isEmpty()
-                ? QStringLiteral("the answer is empty")
-                : QStringLiteral("the answer is not JSON (%1 at byte %2)").arg(error.errorString()).arg(error.offset);
-        return answer;
+    // Only what the definition points at is built; a text the quick read cannot take is
+    // handed to the full parser, which either reads it after all or says what is wrong.
+    JsonPaths paths;
+    for (const QString& p : source.limits + source.errors)
+        paths.add(p);
+    for (const QStringList& pointers : source.fields) {
+        for (const QString& p : pointers) {
+            if (source.items.isEmpty())
+                paths.add(p);
+            else
+                paths.addForEach(source.items, p);
+        }
     }
-    const QJsonValue root = doc.isObject() ? QJsonValue(doc.object()) : QJsonValue(doc.array());
+    if (!source.items.isEmpty() && !source.match.isEmpty())
+        paths.addForEach(source.items, source.match);
+    QJsonValue root;
+    if (const std::optional<QJsonValue> pruned = pruneJson(body, paths)) {
+        root = *pruned;
+    } else {
+        QJsonParseError error;
+        const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
+        if (error.error != QJsonParseError::NoError) {
+            answer.failure = startsLikeHtml(body)       ? QStringLiteral("the answer is HTML, not JSON")
+                             : body.trimmed().isEmpty() ? QStringLiteral("the answer is empty")
+                                                        : QStringLiteral("the answer is not JSON (%1 at byte %2)")
+                                                              .arg(error.errorString())
+                                                              .arg(error.offset);
+            return answer;
+        }
+        root = doc.isObject() ? QJsonValue(doc.object()) : QJsonValue(doc.array());
+    }
     const QString limit = messageAt(root, source.limits);
     if (!limit.isEmpty()) {
         answer.rateLimited = true;

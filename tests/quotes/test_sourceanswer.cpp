@@ -185,6 +185,19 @@ void TestSourceAnswer::answers_data()
         << QStringList{"last=382.5 open=382.5 high=382.5 low=382.5 previousClose=380 volume=0 yearHigh=400 yearLow=300 "
                        "name=Vanguard 500 time=" +
                        QDateTime::fromSecsSinceEpoch(1763758800).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))};
+    // Only the places the definition points at are read: a series it never reads, strings
+    // holding brackets and quotes, and an escaped key must not lead the reading astray.
+    const QByteArray series = "\"note\":\"say \\\"]}{\\\\\",\"timestamp\":[" + QByteArray("1,").repeated(5000) +
+                              "[{\"a\":\"]\"}]],\"meta\":{";
+    QByteArray padded = yahoo;
+    padded.replace("\"regularMarketPrice\"", "\"regularMarket\\u0050rice\"").replace("\"meta\":{", series);
+    QTest::newRow("yahoo with series, tricky strings and an escaped key")
+        << "Yahoo" << padded << QStringList{"VFINX"}
+        << QStringList{"last=382.5 open=382.5 high=382.5 low=382.5 previousClose=380 volume=0 yearHigh=400 yearLow=300 "
+                       "name=Vanguard 500 time=" +
+                       QDateTime::fromSecsSinceEpoch(1763758800).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))};
+    QTest::newRow("yahoo with text after the document")
+        << "Yahoo" << yahoo + " x" << QStringList{"VFINX"} << QStringList{"all: the answer is not JSON"};
     QTest::newRow("yahoo error shape")
         << "Yahoo"
         << QByteArray(
