@@ -9,6 +9,12 @@
 #include "support/VbError.h"
 
 #include <QUrl>
+#include <QVarLengthArray>
+
+#include <algorithm>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <optional>
 
@@ -151,8 +157,69 @@ QString Qserver::FindKey(const QString& key, qint16 offset, const QString& page)
     if (offset == -1)
         return kNotOffered;
     // An empty key is found at the first character, as the old search did.
-    const qsizetype p = page.isEmpty() ? 0 : firstOccurrence(page, key) + 1;
+    return valueAfterKey(page.isEmpty() ? 0 : firstOccurrence(page, key) + 1, offset, page);
+}
 
+std::vector<qsizetype> Qserver::keyPositions(const QString& page, const std::vector<QStringView>& keys)
+{
+    std::vector<qsizetype> at(keys.size(), -1);
+    const auto* text = reinterpret_cast<const char16_t*>(page.utf16());
+    const qsizetype n = page.size();
+    // The keys' first characters, each once: a position holding none of them starts no key.
+    QVarLengthArray<char16_t, 32> firsts;
+    size_t left = 0;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        if (keys[i].isEmpty()) {
+            at[i] = 0;
+            continue;
+        }
+        if (keys[i].size() > n)
+            continue;
+        ++left;
+        const char16_t c = keys[i].front().unicode();
+        if (std::find(firsts.begin(), firsts.end(), c) == firsts.end())
+            firsts.append(c);
+    }
+    auto tryAt = [&](qsizetype pos) {
+        for (size_t i = 0; i < keys.size(); ++i) {
+            const QStringView key = keys[i];
+            if (at[i] < 0 && !key.isEmpty() && key.front() == QChar(text[pos]) && pos + key.size() <= n &&
+                QStringView(text + pos, key.size()) == key) {
+                at[i] = pos;
+                --left;
+            }
+        }
+    };
+    qsizetype pos = 0;
+#if defined(__SSE2__)
+    if (firsts.size() <= 24) {
+        __m128i needles[24];
+        for (qsizetype k = 0; k < firsts.size(); ++k)
+            needles[k] = _mm_set1_epi16(short(firsts[k]));
+        for (; left > 0 && pos + 8 <= n; pos += 8) {
+            const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + pos));
+            __m128i hit = _mm_setzero_si128();
+            for (qsizetype k = 0; k < firsts.size(); ++k)
+                hit = _mm_or_si128(hit, _mm_cmpeq_epi16(chunk, needles[k]));
+            // Two bits per character.
+            unsigned mask = unsigned(_mm_movemask_epi8(hit));
+            while (mask != 0 && left > 0) {
+                const int bit = __builtin_ctz(mask);
+                tryAt(pos + bit / 2);
+                mask &= ~(3U << bit);
+            }
+        }
+    }
+#endif
+    for (; left > 0 && pos < n; ++pos) {
+        if (std::find(firsts.begin(), firsts.end(), text[pos]) != firsts.end())
+            tryAt(pos);
+    }
+    return at;
+}
+
+QString Qserver::valueAfterKey(qsizetype p, qint16 offset, const QString& page)
+{
     if (offset == 0) {
         const qsizetype blank = inStr(p, page, u' ');
         if (blank == 0)
@@ -256,21 +323,34 @@ bool Qserver::fillQuote(core::Quote& quote, const QString& body, const ScrapeCon
 void Qserver::fillByKeys(core::Quote& quote, const QString& page, const BuiltInServers& builtIn,
                          const QDate& today) const
 {
-    quote.setName(FindKey(Field::Name, page));
-    quote.setLast(FindKey(Field::Last, page));
-    quote.setBid(FindKey(Field::Bid, page));
-    quote.setAsk(FindKey(Field::Ask, page));
-    quote.setVolume(FindKey(Field::Volume, page));
-    quote.setOpenPrice(FindKey(Field::Open, page));
-    quote.setPreviousClose(FindKey(Field::Previous, page));
+    std::vector<QStringView> keys(static_cast<size_t>(kFieldCount));
+    for (int f = 0; f < kFieldCount; ++f) {
+        if (offset(Field(f)) != -1)
+            keys[size_t(f)] = QStringView(m_keys[size_t(f)]);
+    }
+    const std::vector<qsizetype> at = keyPositions(page, keys);
+    // The same as FindKey(f, page), with every key placed by the one pass above.
+    auto FindKey = [&](Field f) -> QString {
+        const qint16 o = offset(f);
+        if (o == -1)
+            return kNotOffered;
+        return valueAfterKey(page.isEmpty() ? 0 : at[size_t(f)] + 1, o, page);
+    };
+    quote.setName(FindKey(Field::Name));
+    quote.setLast(FindKey(Field::Last));
+    quote.setBid(FindKey(Field::Bid));
+    quote.setAsk(FindKey(Field::Ask));
+    quote.setVolume(FindKey(Field::Volume));
+    quote.setOpenPrice(FindKey(Field::Open));
+    quote.setPreviousClose(FindKey(Field::Previous));
 
-    const QString change = FindKey(Field::Change, page);
+    const QString change = FindKey(Field::Change);
     if (change != kNotOffered)
         quote.setChange(change);
     else
         quote.setChange(support::singleToText(quote.Calc_PriceChg()));
 
-    const QString percent = FindKey(Field::PercentChg, page);
+    const QString percent = FindKey(Field::PercentChg);
     if (percent != kNotOffered)
         quote.setPercentChg(percent);
     else if (quote.previousClose() != kNotOffered)
@@ -289,15 +369,15 @@ void Qserver::fillByKeys(core::Quote& quote, const QString& page, const BuiltInS
             quote.setChange(u'-' + quote.change());
     }
 
-    quote.setDayHigh(FindKey(Field::DayHigh, page));
-    quote.setDayLow(FindKey(Field::DayLow, page));
-    quote.setYearHigh(FindKey(Field::YearHigh, page));
-    quote.setYearLow(FindKey(Field::YearLow, page));
-    quote.setEPS(FindKey(Field::EPS, page));
-    quote.setPE(FindKey(Field::PE, page));
-    quote.setOpenInterest(FindKey(Field::Interest, page));
+    quote.setDayHigh(FindKey(Field::DayHigh));
+    quote.setDayLow(FindKey(Field::DayLow));
+    quote.setYearHigh(FindKey(Field::YearHigh));
+    quote.setYearLow(FindKey(Field::YearLow));
+    quote.setEPS(FindKey(Field::EPS));
+    quote.setPE(FindKey(Field::PE));
+    quote.setOpenInterest(FindKey(Field::Interest));
 
-    const QString stamp = FindKey(Field::Update, page);
+    const QString stamp = FindKey(Field::Update);
     quote.setUpdateDate(stampDate(stamp, today));
     quote.setUpdate(stamp);
 }

@@ -4,9 +4,11 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QStringView>
 #include <QtGlobal>
 
 #include <array>
+#include <vector>
 
 namespace kestrova::core {
 class Quote;
@@ -157,6 +159,10 @@ public:
     // mode that runs out of tabs) - definitions must not let that happen.
     static QString FindKey(const QString& key, qint16 offset, const QString& page);
     QString FindKey(Field f, const QString& page) const { return FindKey(key(f), offset(f), page); }
+    // Where each key first stands in the page (-1 when it does not; 0 for an empty key),
+    // found in a single pass that ends once every key is placed. A fill reads some twenty
+    // fields, and a search per field made it scan a large page twenty times.
+    static std::vector<qsizetype> keyPositions(const QString& page, const std::vector<QStringView>& keys);
 
     // The request URL for the current Ticker; with a log-on it carries "user:password@".
     QString requestUrl(PageFetcher& fetcher) const;
@@ -170,6 +176,9 @@ public:
     // The page as the key/offset rules see it: <sup>/<sub> removed, &nbsp; a blank,
     // markup turned into tabs.
     static QString preparePage(const QString& body, const PageFetcher& fetcher);
+    // FindKey's value once the key's position is known (p: 1-based position of the key, 0
+    // when absent).
+    static QString valueAfterKey(qsizetype p, qint16 offset, const QString& page);
     // The time stamp of a quote ("10/27/2000 @ 4:01PM ET"), the zero date when unreadable.
     static QDateTime stampDate(const QString& text, const QDate& today);
 

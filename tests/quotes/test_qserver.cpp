@@ -71,6 +71,8 @@ private Q_SLOTS:
     void findKey();
     void findKeyInvalidCall_data();
     void findKeyInvalidCall();
+    void keyPositions_data();
+    void keyPositions();
     void stampDate_data();
     void stampDate();
     void preparePage_data();
@@ -128,6 +130,42 @@ void TestQserver::findKey()
     QFETCH(QString, page);
     QFETCH(QString, value);
     QCOMPARE(Qserver::FindKey(key, qint16(offset), page), value);
+}
+
+void TestQserver::keyPositions_data()
+{
+    QTest::addColumn<QString>("page");
+    QTest::addColumn<QStringList>("keys");
+
+    QTest::newRow("past the first block of eight") << "0123456789Last:x Bid:y" << QStringList{"Last:", "Bid:"};
+    QTest::newRow("a key across two blocks") << "abcdefLast:1" << QStringList{"Last:"};
+    QTest::newRow("one first character, three keys") << "Bid Bidder Bids" << QStringList{"Bids", "Bid", "Bidder"};
+    QTest::newRow("part of a key before the key") << "LasLast" << QStringList{"Last"};
+    QTest::newRow("empty, absent, longer than the page")
+        << "short" << QStringList{"", "missing", "a key longer than the page"};
+    QTest::newRow("in the last few characters") << "xxxxxxxxxxK" << QStringList{"K", "xK"};
+    QStringList letters;
+    QString alphabet;
+    for (char c = 'z'; c >= 'a'; --c) {
+        letters << QString(QChar(c));
+        alphabet += QChar(c).toUpper();
+        alphabet += QChar(c);
+    }
+    QTest::newRow("more first characters than one vector pass compares") << alphabet.repeated(3) << letters;
+}
+
+void TestQserver::keyPositions()
+{
+    QFETCH(QString, page);
+    QFETCH(QStringList, keys);
+    std::vector<QStringView> views;
+    QList<qsizetype> expected;
+    for (const QString& k : keys) {
+        views.push_back(k);
+        expected << (k.isEmpty() ? 0 : page.indexOf(k));
+    }
+    const std::vector<qsizetype> got = Qserver::keyPositions(page, views);
+    QCOMPARE(QList<qsizetype>(got.begin(), got.end()), expected);
 }
 
 void TestQserver::findKeyInvalidCall_data()
