@@ -126,6 +126,9 @@ DemoMarket::Reply DemoMarket::sourceReply(const QString& path, const QUrlQuery& 
         if (symbols.contains(QStringLiteral("HTML.US"), Qt::CaseInsensitive)) {
             return reply(200, "<html><body><h1>Service moved</h1></body></html>");
         }
+        if (symbols.contains(QStringLiteral("EMPTY.US"), Qt::CaseInsensitive)) {
+            return reply(200, {}, "text/csv");
+        }
         if (symbols.contains(QStringLiteral("HUGE.US"), Qt::CaseInsensitive)) {
             // 50 MB of rows: far past what any quote answer needs.
             const QByteArray row = "HUGE.US,2026-11-23,16:00:00,1,1,1,1,1,Huge\r\n";

@@ -382,6 +382,12 @@ void TestSourceCycle::badAnswersFailOneSecurity_data()
     QTest::newRow("html instead of csv") << "Stooq"
                                          << "HTML"
                                          << "Stooq: HTML: the answer is HTML, not CSV";
+    QTest::newRow("an N/D row") << "Stooq"
+                                << "NODATA"
+                                << "Stooq: NODATA: no data (N/D)";
+    QTest::newRow("an empty batch answer") << "Stooq"
+                                           << "EMPTY"
+                                           << "Stooq: EMPTY: the answer is empty";
     QTest::newRow("a body of 50 MB") << "Stooq"
                                      << "HUGE"
                                      << "the answer is larger than 8 MB";
