@@ -7,9 +7,10 @@
 # Each target runs for SECONDS (default 1200) or 10 million inputs, whichever comes first;
 # the test command runs every target for a few seconds. What a target learns stays in
 # build-fuzz/corpus/TARGET and is the start of its next run. A crash, a hang (an input
-# running longer than 10 s) or a leak is kept in build-fuzz/findings/TARGET/ and makes the
-# script fail; turn it into a regression test with the input under tests/data/fuzz/TARGET/,
-# where it also becomes a seed.
+# running longer than 30 s of wall time: every input here takes milliseconds, but a run at
+# low priority on a busy machine can stall for seconds) or a leak is kept in
+# build-fuzz/findings/TARGET/ and makes the script fail; turn it into a regression test
+# with the input under tests/data/fuzz/TARGET/, where it also becomes a seed.
 #
 # Environment: KESTROVA_FUZZ_BUILD (build folder), KESTROVA_FUZZ_JOBS (build jobs, 2),
 # KESTROVA_FUZZ_NICE (niceness of the runs, 10).
@@ -78,7 +79,7 @@ for t in "${targets[@]}"; do
     if [ -f "fuzz/$t.dict" ]; then dict=(-dict="$src/fuzz/$t.dict"); fi
     echo "== $t: up to $seconds s or 10000000 runs"
     status=0
-    nice -n "$niceness" "$build/fuzz/$t" -max_total_time="$seconds" -runs=10000000 -timeout=10 -rss_limit_mb=2048 \
+    nice -n "$niceness" "$build/fuzz/$t" -max_total_time="$seconds" -runs=10000000 -timeout=30 -rss_limit_mb=2048 \
         -max_len=4096 -print_final_stats=1 -artifact_prefix="$findings/" "${dict[@]}" "$@" "$corpus" "$seeds" \
         >"$log" 2>&1 || status=$?
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
