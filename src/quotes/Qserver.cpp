@@ -150,6 +150,40 @@ qsizetype firstOccurrence(const QString& page, const QString& key)
     return -1;
 }
 
+// Whether the page holds "<sup>", "</sup>", "<sub>" or "</sub>". A page is full of '<', so
+// the scan looks for the rarer pair "su" eight characters at a time and checks around it.
+bool hasSupOrSub(QStringView page)
+{
+    const auto* text = reinterpret_cast<const char16_t*>(page.utf16());
+    const qsizetype n = page.size();
+    auto tagAt = [&](qsizetype p) { // p: the 's' of "su"
+        if (p + 3 >= n || (text[p + 2] != u'p' && text[p + 2] != u'b') || text[p + 3] != u'>')
+            return false;
+        return (p >= 1 && text[p - 1] == u'<') || (p >= 2 && text[p - 1] == u'/' && text[p - 2] == u'<');
+    };
+    qsizetype pos = 0;
+#if defined(__SSE2__)
+    const __m128i s = _mm_set1_epi16(short(u's'));
+    const __m128i u = _mm_set1_epi16(short(u'u'));
+    for (; pos + 9 <= n; pos += 8) {
+        const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + pos));
+        const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + pos + 1));
+        unsigned mask = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(here, s), _mm_cmpeq_epi16(next, u))));
+        while (mask != 0) {
+            const int bit = __builtin_ctz(mask);
+            if (tagAt(pos + bit / 2))
+                return true;
+            mask &= ~(3U << bit);
+        }
+    }
+#endif
+    for (; pos + 1 < n; ++pos) {
+        if (text[pos] == u's' && text[pos + 1] == u'u' && tagAt(pos))
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 QString Qserver::FindKey(const QString& key, qint16 offset, const QString& page)
@@ -183,8 +217,10 @@ std::vector<qsizetype> Qserver::keyPositions(const QString& page, const std::vec
     auto tryAt = [&](qsizetype pos) {
         for (size_t i = 0; i < keys.size(); ++i) {
             const QStringView key = keys[i];
+            // The second character sorts out most candidates without a call (a page is full
+            // of '<' when the keys are tags).
             if (at[i] < 0 && !key.isEmpty() && key.front() == QChar(text[pos]) && pos + key.size() <= n &&
-                QStringView(text + pos, key.size()) == key) {
+                (key.size() < 2 || key[1] == QChar(text[pos + 1])) && QStringView(text + pos, key.size()) == key) {
                 at[i] = pos;
                 --left;
             }
@@ -284,18 +320,9 @@ QString Qserver::preparePage(const QString& body, const PageFetcher& fetcher)
 {
     static const QLatin1String kDropped[] = {QLatin1String("<sup>"), QLatin1String("</sup>"), QLatin1String("<sub>"),
                                              QLatin1String("</sub>")};
-    // Most pages carry none of these tags; one scan for "<" tells, and only a page that
-    // does pays for the four removals, made one after the other as they always were.
-    bool any = false;
-    const QStringView view(body);
-    for (qsizetype at = view.indexOf(u'<'); at >= 0 && !any; at = view.indexOf(u'<', at + 1)) {
-        // "<su?>" or "</su?>": look closer only at the few tags that start that way.
-        const qsizetype s = at + 1 + (at + 1 < view.size() && view[at + 1] == u'/' ? 1 : 0);
-        if (s + 3 < view.size() && view[s] == u's' && view[s + 1] == u'u') {
-            for (const QLatin1String& tag : kDropped)
-                any = any || view.mid(at).startsWith(tag);
-        }
-    }
+    // Most pages carry none of these tags; one scan tells, and only a page that does pays
+    // for the four removals, made one after the other as they always were.
+    const bool any = hasSupOrSub(body);
     if (!any) {
         // markupToText turns "&nbsp;" into a blank itself, with the same result as
         // replacing it beforehand: a decoded blank is never read again as markup.

@@ -231,6 +231,10 @@ void TestQserver::preparePage_data()
     QTest::newRow("tag with a blank is markup") << "<sup >1" << "\t1";
     QTest::newRow("removal joins a closing tag") << "<<sup>/sup>z" << "z";
     QTest::newRow("nbsp does not open a tag") << "<&nbsp;td>" << "< td>";
+    // The tags are found eight characters at a time: across a block's end and in the tail.
+    QTest::newRow("sup across the first block's end") << "xxxxxx<sup>1</sup>" << "xxxxxx1";
+    QTest::newRow("a closing sub in the last characters") << "0123456789abcdef 2</sub>" << "0123456789abcdef 2";
+    QTest::newRow("su in words is no tag") << "results sum<td>2" << "results sum\t2";
     // clang-format on
 }
 
