@@ -24,6 +24,8 @@ QStringList tokensOf(const QString& pointer)
         return {};
     QStringList tokens = pointer.mid(1).split(u'/');
     for (QString& t : tokens) {
+        if (!t.contains(u'~'))
+            continue;
         t.replace(QLatin1String("~1"), QLatin1String("/"));
         t.replace(QLatin1String("~0"), QLatin1String("~"));
     }

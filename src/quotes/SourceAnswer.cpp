@@ -337,8 +337,10 @@ std::optional<QJsonValue> resolve(const QJsonValue& root, const QString& pointer
     QJsonValue at = root;
     const QStringList tokens = pointer.mid(1).split(u'/');
     for (QString token : tokens) {
-        token.replace(QLatin1String("~1"), QLatin1String("/"));
-        token.replace(QLatin1String("~0"), QLatin1String("~"));
+        if (token.contains(u'~')) {
+            token.replace(QLatin1String("~1"), QLatin1String("/"));
+            token.replace(QLatin1String("~0"), QLatin1String("~"));
+        }
         if (at.isObject()) {
             const QJsonObject o = at.toObject();
             const auto it = o.constFind(token);
