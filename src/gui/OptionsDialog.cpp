@@ -9,6 +9,7 @@
 #include "gui/ModemDialog.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
+#include "support/Text.h"
 
 #include <QAction>
 #include <QButtonGroup>
@@ -103,6 +104,7 @@ OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& ho
     m_tabs->setObjectName(QStringLiteral("tabOptions"));
     m_tabs->addTab(pagerPage(), tr("Pager"));
     m_tabs->addTab(emailPage(), tr("E-mail Paging"));
+    m_tabs->addTab(pushPage(), tr("Push"));
     m_tabs->addTab(mailPage(), tr("Mail Check"));
     m_tabs->addTab(connectionPage(), tr("Connection"));
     m_tabs->addTab(quotesPage(), tr("Quotes and News"));
@@ -338,6 +340,46 @@ QWidget* OptionsDialog::emailPage()
     text(form, "smtp.domain", tr("&Domain Name:"), tr("The name this computer gives the server"));
     number(form, "smtp.max_length", tr("Max Page &Length:"));
     return page({smtp});
+}
+
+QWidget* OptionsDialog::pushPage()
+{
+    QFormLayout* form = nullptr;
+    QGroupBox* push = group(tr("Push notifications"), &form);
+    QCheckBox* on = check(form, "push.enabled", tr("&Mirror every page to a push server"));
+    choice(form, "push.style", tr("St&yle:"), {tr("ntfy-style topic"), tr("JSON webhook")});
+
+    // A log-on in the URL is a password: the field shows it as "***" and keeps the stored
+    // URL for as long as that text is left as it is; a URL typed in replaces it.
+    auto* url = new QLineEdit;
+    url->setPlaceholderText(QStringLiteral("https://ntfy.example.net/my-stocks"));
+    const QString urlLabel = tr("&URL:");
+    form->addRow(urlLabel, url);
+    auto shownUrl = std::make_shared<QString>();
+    bind(
+        "push.url", urlLabel, url,
+        [this, url, shownUrl] {
+            const QString typed = url->text().trimmed();
+            return !typed.isEmpty() && typed == *shownUrl ? m_options.push.url : typed;
+        },
+        [url, shownUrl](const QString& v) {
+            *shownUrl = support::redactUrl(v);
+            url->setText(*shownUrl);
+        });
+    password(form, "push.token", tr("&Token:"));
+    number(form, "push.timeout", tr("T&ime-out (sec):"));
+
+    const auto fields = form->parentWidget()->findChildren<QWidget*>();
+    auto pushOnly = [on, fields] {
+        for (QWidget* w : fields) {
+            if (w != on) {
+                w->setEnabled(on->isChecked());
+            }
+        }
+    };
+    connect(on, &QCheckBox::toggled, this, pushOnly);
+    m_afterLoad.push_back(pushOnly);
+    return page({push});
 }
 
 QWidget* OptionsDialog::mailPage()

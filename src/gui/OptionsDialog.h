@@ -75,6 +75,7 @@ private:
 
     QWidget* pagerPage();
     QWidget* emailPage();
+    QWidget* pushPage();
     QWidget* mailPage();
     QWidget* connectionPage();
     QWidget* quotesPage();

@@ -123,6 +123,8 @@ void sampleSetup(GuiRig& rig)
     o.smtp.password = QStringLiteral("not-shown");
     o.smtp.from = QStringLiteral("kestrova@example.com");
     o.smtp.recipient = QStringLiteral("5551234@pager.example.net");
+    o.push.enabled = true;
+    o.push.url = QStringLiteral("https://ntfy.example.net/my-stocks");
     o.schedule.marketOpen = true;
     o.schedule.marketClose = true;
     o.schedule.interval = true;
@@ -171,9 +173,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("tab");
         QTest::addColumn<QString>("name");
-        const char* const names[] = {"pager",           "email-paging", "mail-check", "connection",
-                                     "quotes-and-news", "serial-port",  "program"};
-        for (int i = 0; i < 7; ++i) {
+        const char* const names[] = {"pager",      "email-paging",    "push",        "mail-check",
+                                     "connection", "quotes-and-news", "serial-port", "program"};
+        for (int i = 0; i < 8; ++i) {
             QTest::newRow(names[i]) << i << QStringLiteral("options-") + QLatin1String(names[i]);
         }
     }
