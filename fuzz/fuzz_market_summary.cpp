@@ -24,6 +24,14 @@ public:
     {
         return QStringList(urls.size(), body);
     }
+    std::vector<quotes::HttpResponse> fetch(const std::vector<quotes::HttpRequest>& requests,
+                                            const ResponseCallback&) override
+    {
+        quotes::HttpResponse answer;
+        answer.status = 200;
+        answer.body = body.toUtf8();
+        return std::vector<quotes::HttpResponse>(requests.size(), answer);
+    }
     QString markupToText(const QString& page) const override { return quotes::markupToTabs(page); }
 };
 
@@ -44,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     g_fetcher->body = QString::fromUtf8(fuzz::bytesOf(data, size));
     quotes::MarketSummary summary;
     summary.lblDow = QStringLiteral("old");
-    const bool got = quotes::GetMarketData(summary, *g_fetcher, QStringLiteral("http://127.0.0.1/index"), g_rig->services);
+    const bool got =
+        quotes::GetMarketData(summary, *g_fetcher, QStringLiteral("http://127.0.0.1/index"), g_rig->services);
     if (g_fetcher->body.isEmpty()) {
         fuzzCheck(!got && summary.lblDow == QLatin1String("old"));
     }
