@@ -126,6 +126,7 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     m_mailWatch =
         std::make_unique<mail::MailWatch>(m_services, m_state.options.mail, *m_mailSettings, m_state.mailBox, *m_pop);
     // A Cancel or a signal drops transfers in flight instead of waiting out their time-out.
+    m_fetcher->setCancelCheck([this] { return m_cancel.isSet() || m_state.stop; });
     m_smtpSender->setCancelCheck([this] { return m_cancel.isSet(); });
     m_fetcher->setErrorCallback([this](const QString& url, const QString& message) {
         m_log.LogMessage(QStringLiteral("GetQuote: ") + quotes::CurlFetcher::redactUrl(url) + QStringLiteral(": ") +

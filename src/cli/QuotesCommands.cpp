@@ -2,6 +2,7 @@
 #include "cli/CliContext.h"
 #include "cli/QuoteJson.h"
 #include "cli/QuoteTable.h"
+#include "cli/SignalWatcher.h"
 #include "news/NewsRetrieval.h"
 #include "news/NewsServer.h"
 #include "news/NewsStories.h"
@@ -112,6 +113,9 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
 
     quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
     fetcher.setHostConnections(ctx.prefs.hostConnections);
+    // Ctrl-C and SIGTERM drop the transfers in flight at once.
+    SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
+    fetcher.setCancelCheck([&ctx] { return ctx.cancel.isSet(); });
     fetcher.setErrorCallback([&ctx](const QString& url, const QString& message) {
         ctx.log.LogMessage(QStringLiteral("GetQuote: ") + url + QStringLiteral(": ") + message);
     });
@@ -154,6 +158,10 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     health.save(healthPath, ctx.clock.today());
     if (ctx.options.news.retrieve)
         news::markFreshNews(stocks, stories);
+    if (ctx.cancel.isSet()) {
+        ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
+        return kExitFailure;
+    }
 
     const int got = stocks.Count() + options.Count();
     QTextStream out(stdout);

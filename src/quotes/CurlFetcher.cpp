@@ -380,6 +380,9 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
         int fds = 0;
         curl_multi_poll(multi, nullptr, 0, pollMs, &fds);
         m_hostFace.yield(0);
+        if (m_cancelled && m_cancelled()) {
+            break;
+        }
     }
 
     // Transfers still in flight when the caller gave up are dropped unread.

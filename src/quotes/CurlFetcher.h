@@ -4,6 +4,7 @@
 #include "quotes/PageFetcher.h"
 
 #include <memory>
+#include <functional>
 
 namespace kestrova::support {
 class Host;
@@ -52,6 +53,9 @@ public:
     void setCaFile(const QString& path) { m_caFile = path.toLocal8Bit(); }
     // New connections made since the fetcher was created (reused ones do not count).
     qint64 connectionsOpened() const { return m_connectionsOpened; }
+    // Asked between polls: when it returns true, every transfer still queued or in flight
+    // is dropped at once (a Cancel, a signal), however long its server keeps silent.
+    void setCancelCheck(std::function<bool()> cancelled) { m_cancelled = std::move(cancelled); }
 
     void setUrl(const QString& url) override;
     QString host() const override { return m_host; }
@@ -91,6 +95,7 @@ private:
     // Kept between fetches so that its connection cache lets the next fetch reuse them.
     std::unique_ptr<void, void (*)(void*)> m_multi;
     bool m_running = false;
+    std::function<bool()> m_cancelled;
     QString m_host;
     QString m_path;
     QString m_lastUrl;

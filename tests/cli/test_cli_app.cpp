@@ -80,12 +80,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("peer");
         QTest::addColumn<int>("exitCode");
         const QStringList update{"update"};
+        QTest::newRow("update, page never answers, SIGTERM") << update << int(SIGTERM) << "http" << 1;
+        QTest::newRow("update, page never answers, SIGINT") << update << int(SIGINT) << "http" << 1;
         QTest::newRow("update, call never connects, SIGTERM") << update << int(SIGTERM) << "modem" << 1;
         QTest::newRow("update, mailbox never answers, SIGINT") << update << int(SIGINT) << "pop" << 1;
+        QTest::newRow("quotes, page never answers, SIGTERM") << QStringList{"quotes"} << int(SIGTERM) << "http" << 1;
         QTest::newRow("check-mail, mailbox never answers, SIGTERM")
             << QStringList{"check-mail"} << int(SIGTERM) << "pop" << 1;
         QTest::newRow("page, mail server never answers, SIGINT")
             << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << 1;
+        // The daemon's first scheduled update comes with the first minute's tick.
+        QTest::newRow("run, page never answers, SIGTERM") << QStringList{"run"} << int(SIGTERM) << "http" << 0;
     }
     void signalCancelsWorkInFlight()
     {
