@@ -37,6 +37,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QUrl>
 
 namespace kestrova::app {
 
@@ -129,8 +130,14 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     m_fetcher->setCancelCheck([this] { return m_cancel.isSet() || m_state.stop; });
     m_smtpSender->setCancelCheck([this] { return m_cancel.isSet(); });
     m_fetcher->setErrorCallback([this](const QString& url, const QString& message) {
-        m_log.LogMessage(QStringLiteral("GetQuote: ") + quotes::CurlFetcher::redactUrl(url) + QStringLiteral(": ") +
-                         message);
+        const QString shown = quotes::CurlFetcher::redactUrl(url);
+        m_log.LogMessage(QStringLiteral("GetQuote: ") + shown + QStringLiteral(": ") + message);
+        // Fifty tickers on one dead host are one failure to the user, not fifty.
+        const QString key = QUrl(shown).host() + u'|' + message;
+        if (!m_cancel.isSet() && !m_failuresShown.contains(key)) {
+            m_failuresShown.insert(key);
+            m_services.Failure(QStringLiteral("Could not fetch ") + shown + QStringLiteral(": ") + message);
+        }
     });
 
     MinuteCycle::Hooks hooks;
@@ -174,6 +181,7 @@ void Application::startup(const QString& commandLineFile)
     m_fetcher->setHostConnections(m_state.prefs.hostConnections);
     m_mailSettings->checkMail = m_state.prefs.checkMail;
     m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
+    m_fetcher->setMaxBodyBytes(qint64(m_state.prefs.maxPageKb) * 1024);
 
     // Schedule defaults and the built-in modem profiles; the portfolio file may override both.
     auto& sched = m_state.options.schedule;
@@ -267,6 +275,7 @@ void Application::applyStoreValues(const QHash<QString, QString>& values)
     m_state.prefs = settings::readPreferences(store, m_dataDir);
     m_mailSettings->checkMail = m_state.prefs.checkMail;
     m_mailSettings->mailSizeKb = m_state.prefs.mailSize;
+    m_fetcher->setMaxBodyBytes(qint64(m_state.prefs.maxPageKb) * 1024);
     setUpSerial();
     UpdateSettings();
 }
@@ -797,6 +806,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     }
     m_updating = true;
     m_cancel.clear();
+    m_failuresShown.clear();
     m_outcome = {};
     if (m_observer.updateStarted) {
         m_observer.updateStarted();

@@ -21,6 +21,7 @@
 #include "support/Services.h"
 
 #include <QHash>
+#include <QSet>
 #include <QString>
 
 #include <functional>
@@ -271,7 +272,8 @@ private:
     std::unique_ptr<MinuteCycle> m_cycle;
     core::FileStamp m_fileStamp;
     std::unique_ptr<core::FileLock> m_scheduleLock;
-    QString m_scheduleHolder; // the other process last reported as running the schedule
+    QString m_scheduleHolder;      // the other process last reported as running the schedule
+    QSet<QString> m_failuresShown; // host and cause of each fetch failure this update reported
     bool m_updating = false;
     bool m_starting = false;
     AppObserver m_observer;

@@ -17,7 +17,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QTextStream>
+#include <QUrl>
 
 namespace kestrova::cli {
 
@@ -116,8 +118,15 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     // Ctrl-C and SIGTERM drop the transfers in flight at once.
     SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
     fetcher.setCancelCheck([&ctx] { return ctx.cancel.isSet(); });
-    fetcher.setErrorCallback([&ctx](const QString& url, const QString& message) {
+    fetcher.setMaxBodyBytes(qint64(ctx.prefs.maxPageKb) * 1024);
+    QSet<QString> shown; // one line per host and cause, however many tickers meet it
+    fetcher.setErrorCallback([&ctx, &shown](const QString& url, const QString& message) {
         ctx.log.LogMessage(QStringLiteral("GetQuote: ") + url + QStringLiteral(": ") + message);
+        const QString key = QUrl(url).host() + u'|' + message;
+        if (!ctx.cancel.isSet() && !shown.contains(key)) {
+            shown.insert(key);
+            ctx.services.Failure(QStringLiteral("Could not fetch ") + url + QStringLiteral(": ") + message);
+        }
     });
 
     quotes::MarketSummary market;

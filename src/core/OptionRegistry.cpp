@@ -517,6 +517,15 @@ std::vector<OptionDef> buildAll()
         d.max = 1024 * 1024;
         v.push_back(d);
     }
+    {
+        OptionDef d = preference(
+            "prefs.max_page_kb", OptionType::Int, "MaxPageKB",
+            [](const Prefs& p) { return QString::number(p.maxPageKb); },
+            "Largest web page read, in kilobytes; a larger answer is cut off and reported as too large");
+        d.min = 16;
+        d.max = 1024 * 1024;
+        v.push_back(d);
+    }
     v.push_back(preference(
         "prefs.show_status", OptionType::Bool, "ShowStatus", [](const Prefs& p) { return boolText(p.showStatus); },
         "Show the status window during long operations"));

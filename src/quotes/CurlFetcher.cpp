@@ -9,6 +9,7 @@
 
 #include <curl/curl.h>
 
+#include <cerrno>
 #include <chrono>
 #include <deque>
 #include <map>
@@ -72,6 +73,18 @@ QByteArray hostKeyOf(const QString& url)
         .toUtf8();
 }
 
+QString sizeText(qint64 bytes)
+{
+    return bytes % (1024 * 1024) == 0 ? QString::number(bytes / (1024 * 1024)) + QStringLiteral(" MB")
+                                      : QString::number(bytes / 1024) + QStringLiteral(" KB");
+}
+
+QString hostOf(const QString& url)
+{
+    QString host = QUrl(url).host();
+    return host.isEmpty() ? url : host;
+}
+
 QString decodeBody(const QByteArray& body, const char* contentType)
 {
     const QByteArray type = QByteArray(contentType ? contentType : "").toLower();
@@ -123,6 +136,44 @@ void CurlFetcher::setUrl(const QString& url)
     if (!rest.startsWith(u'/'))
         rest.prepend(u'/');
     m_path = rest;
+}
+
+QString CurlFetcher::describeFailure(int curlCode, const QString& url, long httpStatus, long osErrno, bool tooLarge,
+                                     const char* detail) const
+{
+    const auto code = static_cast<CURLcode>(curlCode);
+    const QString extra = QString::fromUtf8(detail && *detail ? detail : curl_easy_strerror(code)).trimmed();
+    switch (code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return QStringLiteral("could not resolve ") + hostOf(url);
+    case CURLE_COULDNT_RESOLVE_PROXY:
+        return QStringLiteral("could not resolve the proxy ") +
+               (m_proxy.hostAddress.isEmpty() ? m_proxy.hostName : m_proxy.hostAddress);
+    case CURLE_COULDNT_CONNECT:
+        return osErrno == ECONNREFUSED ? QStringLiteral("refused") : QStringLiteral("could not connect: ") + extra;
+    case CURLE_OPERATION_TIMEDOUT:
+        return QStringLiteral("timed out after ") + QString::number((m_timeoutMs + 999) / 1000) + QStringLiteral(" s");
+    case CURLE_HTTP_RETURNED_ERROR:
+        return QStringLiteral("HTTP ") + QString::number(httpStatus);
+    case CURLE_GOT_NOTHING:
+        return QStringLiteral("empty answer (the server closed the connection without a reply)");
+    case CURLE_WRITE_ERROR:
+        if (tooLarge) {
+            return QStringLiteral("page too large: the answer is larger than ") + sizeText(m_maxBodyBytes);
+        }
+        return extra;
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+        return osErrno == ECONNRESET ? QStringLiteral("reset") : QStringLiteral("connection broken: ") + extra;
+    case CURLE_PARTIAL_FILE:
+        return QStringLiteral("the page was cut off: ") + extra;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+        return QStringLiteral("TLS handshake failed: ") + extra;
+    default:
+        return extra;
+    }
 }
 
 QString CurlFetcher::get(const QString& url)
@@ -353,14 +404,14 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
                 curl_off_t retryAfter = 0;
                 curl_easy_getinfo(job->easy, CURLINFO_RETRY_AFTER, &retryAfter);
                 r.retryAfterSeconds = retryAfter > 0 ? int(qMin<curl_off_t>(retryAfter, 86400)) : -1;
-            } else if (job->tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
-                r.status = int(status);
-                r.body = QByteArray();
-                r.error = QStringLiteral("the answer is larger than %1 MB").arg(double(m_maxBodyBytes) / (1024 * 1024));
             } else {
+                long osErrno = 0;
+                curl_easy_getinfo(job->easy, CURLINFO_OS_ERRNO, &osErrno);
+                const bool tooLarge = job->tooLarge || code == CURLE_FILESIZE_EXCEEDED;
                 r.status = int(status);
                 r.body = QByteArray();
-                r.error = QString::fromUtf8(job->error[0] ? job->error : curl_easy_strerror(code)).trimmed();
+                r.error = describeFailure(tooLarge ? int(CURLE_WRITE_ERROR) : int(code), job->request.url, status,
+                                          osErrno, tooLarge, job->error);
             }
             release(*job);
             job->finished = true;

@@ -3,8 +3,8 @@
 #include "core/Options.h"
 #include "quotes/PageFetcher.h"
 
-#include <memory>
 #include <functional>
+#include <memory>
 
 namespace kestrova::support {
 class Host;
@@ -82,6 +82,11 @@ private:
     struct Job;
     // Runs the jobs to their end (or until onDone returns false), at most maxParallel at once.
     void run(std::vector<Job>& jobs, int maxParallel, const std::function<bool(Job&)>& onDone);
+    // Why a transfer failed, in the words a user reads on the error output: "refused",
+    // "reset", "timed out after 30 s", "HTTP 500", "page too large: ...", "could
+    // not resolve www.example.com".
+    QString describeFailure(int curlCode, const QString& url, long httpStatus, long osErrno, bool tooLarge,
+                            const char* detail) const;
 
     support::Host& m_hostFace;
     core::ProxyOptions m_proxy;

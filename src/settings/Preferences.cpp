@@ -66,6 +66,10 @@ Preferences readPreferences(const SettingsStore& store, const QString& dataDir)
     // Out of range or unreadable falls back to what a browser allows itself.
     const int hosts = store.get(kSettingsSection, QStringLiteral("HostConnections")).trimmed().toInt(&ok);
     p.hostConnections = ok && hosts >= 1 && hosts <= 50 ? hosts : 6;
+    const int pageKb = store.get(kSettingsSection, QStringLiteral("MaxPageKB")).trimmed().toInt(&ok);
+    if (ok && pageKb >= 16) {
+        p.maxPageKb = pageKb;
+    }
     return p;
 }
 
@@ -85,6 +89,7 @@ void savePreferences(SettingsStore& store, const Preferences& p)
     store.save(kSettingsSection, QStringLiteral("HistoryEnabled"), flagText(p.historyEnabled));
     store.save(kSettingsSection, QStringLiteral("HistoryKeepDays"), QString::number(p.historyKeepDays));
     store.save(kSettingsSection, QStringLiteral("HostConnections"), QString::number(p.hostConnections));
+    store.save(kSettingsSection, QStringLiteral("MaxPageKB"), QString::number(p.maxPageKb));
 }
 
 void saveStatusPosition(SettingsStore& store, int left, int top)

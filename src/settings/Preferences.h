@@ -29,6 +29,7 @@ struct Preferences
     bool historyEnabled = true; // only "0" turns it off
     int historyKeepDays = 730;  // days of quote history kept; a value below 1 keeps the default
     int hostConnections = 6;    // connections to one web host at once (1..50)
+    int maxPageKb = 4096;       // the largest web page read, in kilobytes; below 16 keeps the default
 };
 
 // Reads every preference; absent keys take their defaults (DefaultFile: dataDir + "/DEFAULT.PGR").

@@ -7,6 +7,9 @@
 #include "TestUtil.h"
 
 #include "core/Options.h"
+#include "core/PortfolioFile.h"
+#include "news/ServerFiles.h"
+#include "quotes/BuiltInServers.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -34,9 +37,27 @@ private Q_SLOTS:
     void failureIsNamed_data()
     {
         QTest::addColumn<QString>("peer");  // what answers on the loopback port
-        QTest::addColumn<QString>("route"); // pop or smtp: which options point at it
+        QTest::addColumn<QString>("route"); // http, pop or smtp: which options point at it
         QTest::addColumn<QStringList>("command");
-        QTest::addColumn<QString>("line"); // what the one error line says, {port} for the peer's port
+        // What the one error line says: {port} is the peer's port, {url} a page on it.
+        QTest::addColumn<QString>("line");
+        const QStringList quotes{QStringLiteral("quotes")};
+        const QString fetch = QStringLiteral("kestrova-cli: Could not fetch {url}: ");
+        QTest::newRow("HTTP refused") << "nothing"
+                                      << "http" << quotes << fetch + "refused";
+        QTest::newRow("HTTP reset") << "http:reset"
+                                    << "http" << quotes << fetch + "reset";
+        QTest::newRow("HTTP 500") << "http:500"
+                                  << "http" << quotes << fetch + "HTTP 500";
+        QTest::newRow("HTTP empty") << "http:empty"
+                                    << "http" << quotes
+                                    << fetch + "empty answer (the server closed the connection without a reply)";
+        QTest::newRow("HTTP hang") << "http:hang"
+                                   << "http" << quotes << fetch + "timed out after 30 s";
+        QTest::newRow("HTTP one byte a second") << "http:slow"
+                                                << "http" << quotes << fetch + "timed out after 30 s";
+        QTest::newRow("HTTP oversized") << "http:huge"
+                                        << "http" << quotes << fetch + "page too large: the answer is larger than 4 MB";
         const QStringList check{QStringLiteral("check-mail")};
         const QStringList download{QStringLiteral("check-mail"), QStringLiteral("--download")};
         const QStringList page{QStringLiteral("page"), QStringLiteral("Sell IBM")};
@@ -91,6 +112,12 @@ private Q_SLOTS:
                                                          QList<testing::MailMessage>{});
             QVERIFY(dovecot->start());
             port = dovecot->port;
+        } else if (kind == QLatin1String("http")) {
+            QVERIFY2(
+                process.start(testing::systemPython(),
+                              {QStringLiteral(KESTROVA_PEERS_DIR "/http_fault_peer.py"), QString::number(port), mode},
+                              QStringLiteral("READY")),
+                process.log().constData());
         } else if (kind == QLatin1String("pop")) {
             QVERIFY2(process.start(testing::systemPython(),
                                    {QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py"), QString::number(port), mode},
@@ -109,9 +136,21 @@ private Q_SLOTS:
             QVERIFY2(process.start(testing::systemPython(), args, QStringLiteral("READY")), process.log().constData());
         }
 
+        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        QDir().mkpath(dataDir);
+        core::PortfolioTable table;
         core::Options options;
         options.connection.type = 1;
-        if (route == QLatin1String("pop")) {
+        if (route == QLatin1String("http")) {
+            // Two tickers on one failing host: the user hears of the host's failure once.
+            QVERIFY(news::installServerFiles(dataDir, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
+            QVERIFY(news::retargetDemoMarket(dataDir, port));
+            options.quotes.server = quotes::BuiltInServers::kDemoMarket;
+            options.quotes.marketSummary = false;
+            table.count = 2;
+            table.records[0].ticker = QStringLiteral("IBM");
+            table.records[1].ticker = QStringLiteral("CSCO");
+        } else if (route == QLatin1String("pop")) {
             options.mail.server = QStringLiteral("127.0.0.1");
             options.mail.port = static_cast<qint16>(port);
             options.mail.user = kUser;
@@ -126,9 +165,8 @@ private Q_SLOTS:
             options.smtp.user = mode == QLatin1String("tls") ? kUser : QString();
             options.smtp.password = mode == QLatin1String("tls") ? kPassword : QString();
         }
-        const QString portfolio = testing::writeOptionsFile(tmp, options, QStringLiteral("faults.pgr"));
-        QVERIFY(!portfolio.isEmpty());
-        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        const QString portfolio = tmp.filePath(QStringLiteral("faults.pgr"));
+        QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
         // Each of these ends well inside a minute (four SMTP rounds included); -2 is a
         // crash or a hang.
         const testing::CliRun run = testing::runCli(
@@ -137,8 +175,11 @@ private Q_SLOTS:
         QVERIFY2(run.code == 1, qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
         const QStringList errors = run.err.split(u'\n', Qt::SkipEmptyParts);
         QVERIFY2(errors.size() == 1, qPrintable(run.err));
-        const QString expected = QString(line).replace(QStringLiteral("{port}"), QString::number(port));
-        QVERIFY2(errors.first().startsWith(expected), qPrintable(run.err));
+        const QString pattern =
+            QRegularExpression::escape(line)
+                .replace(QStringLiteral("\\{url\\}"), QStringLiteral("http://127\\.0\\.0\\.1:\\{port\\}/\\S*"))
+                .replace(QStringLiteral("\\{port\\}"), QString::number(port));
+        QVERIFY2(QRegularExpression(u'^' + pattern).match(errors.first()).hasMatch(), qPrintable(run.err + pattern));
         // The log has the same line, for the desktop's status list and later reading.
         const QString activity = QString::fromUtf8(testing::readFile(dataDir + QStringLiteral("/activity.txt")));
         QVERIFY2(activity.contains(errors.first().mid(QStringLiteral("kestrova-cli: ").size())), qPrintable(activity));

@@ -308,6 +308,8 @@ private Q_SLOTS:
         QTest::newRow("update check on") << "prefs.check_updates" << "yes" << 0 << "CheckUpdates" << "True" << "true";
         QTest::newRow("mail size") << "prefs.mail_size" << "64" << 0 << "MailSize" << "64" << "64";
         QTest::newRow("startup file") << "prefs.default_file" << "/srv/watch.pgr" << 0 << "DefaultFile" << "/srv/watch.pgr" << "/srv/watch.pgr";
+        QTest::newRow("page cap") << "prefs.max_page_kb" << "8192" << 0 << "MaxPageKB" << "8192" << "8192";
+        QTest::newRow("page cap below a page") << "prefs.max_page_kb" << "8" << 2 << "MaxPageKB" << "" << "4096";
         QTest::newRow("mail size not a number") << "prefs.mail_size" << "big" << 2 << "MailSize" << "" << "20";
         QTest::newRow("flag not a boolean") << "prefs.check_mail" << "maybe" << 2 << "CheckMail" << "" << "true";
         // clang-format on

@@ -164,6 +164,7 @@ private Q_SLOTS:
         p.mailSize = 64;
         p.wwwButtons = false;
         p.checkUpdates = false;
+        p.maxPageKb = 512;
         savePreferences(store, p);
         const Preferences back = readPreferences(store, QStringLiteral("/d"));
         QCOMPARE(back.defaultFile, p.defaultFile);
@@ -173,6 +174,7 @@ private Q_SLOTS:
         QCOMPARE(back.mailSize, 64);
         QCOMPARE(back.wwwButtons, false);
         QCOMPARE(back.checkUpdates, false);
+        QCOMPARE(back.maxPageKb, 512);
     }
 
     void iniMigration_data()
