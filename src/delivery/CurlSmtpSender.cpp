@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include <curl/curl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -28,6 +29,7 @@ struct Transfer
     // Texts that must never reach the echo: the password and every base64 form of the
     // credentials a SASL mechanism could send or a server could reflect.
     QList<QByteArray> secrets;
+    curl_socket_t socket = CURL_SOCKET_BAD; // the connection's socket while it is open
 };
 
 size_t readPayload(char* buffer, size_t size, size_t count, void* userData)
@@ -92,9 +94,18 @@ int debugCallback(CURL*, curl_infotype type, char* data, size_t size, void* user
     return 0;
 }
 
+int noteSocket(void* userData, curl_socket_t socket, curlsocktype)
+{
+    static_cast<Transfer*>(userData)->socket = socket;
+    return CURL_SOCKOPT_OK;
+}
+
 int closeSocket(void* userData, curl_socket_t socket)
 {
     auto* t = static_cast<Transfer*>(userData);
+    if (t->socket == socket) {
+        t->socket = CURL_SOCKET_BAD;
+    }
     const int rc = ::close(socket);
     if (t->events) {
         t->events->smtpSocketClosed(QStringLiteral("Connection closed"));
@@ -245,6 +256,8 @@ int CurlSmtpSender::send(const SmtpMail& mail, SmtpEvents* events)
     curl_easy_setopt(c, CURLOPT_DEBUGDATA, &t);
     curl_easy_setopt(c, CURLOPT_CLOSESOCKETFUNCTION, &closeSocket);
     curl_easy_setopt(c, CURLOPT_CLOSESOCKETDATA, &t);
+    curl_easy_setopt(c, CURLOPT_SOCKOPTFUNCTION, &noteSocket);
+    curl_easy_setopt(c, CURLOPT_SOCKOPTDATA, &t);
     curl_easy_setopt(c, CURLOPT_FORBID_REUSE, 1L);
     curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 30L);
@@ -294,6 +307,14 @@ int CurlSmtpSender::send(const SmtpMail& mail, SmtpEvents* events)
     long osErrno = 0;
     curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &responseCode);
     curl_easy_getinfo(c, CURLINFO_OS_ERRNO, &osErrno);
+    if (result == CURLE_ABORTED_BY_CALLBACK) {
+        // Removing the handle says QUIT and waits for the answer, blocking, up to the
+        // transfer time-out: a server that never answers held a cancelled page for 30 s.
+        // With the socket shut down that wait ends at once.
+        if (t.socket != CURL_SOCKET_BAD) {
+            ::shutdown(t.socket, SHUT_RDWR);
+        }
+    }
     curl_multi_remove_handle(multi.get(), c);
     easy.reset(); // closes the connection, which reports the socket closed
     if (!t.replyBuffer.isEmpty()) {
