@@ -9,6 +9,9 @@
 #include "gui/ModemDialog.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
+#include "quotes/QuoteCycle.h"
+#include "quotes/SourceDefinition.h"
+#include "settings/SettingsStore.h"
 #include "support/Text.h"
 
 #include <QAction>
@@ -21,6 +24,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QScreen>
@@ -108,6 +112,7 @@ OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& ho
     m_tabs->addTab(mailPage(), tr("Mail Check"));
     m_tabs->addTab(connectionPage(), tr("Connection"));
     m_tabs->addTab(quotesPage(), tr("Quotes and News"));
+    m_tabs->addTab(sourcesPage(), tr("Sources"));
     m_tabs->addTab(serialPage(), tr("Serial Port"));
     m_tabs->addTab(programPage(), tr("Program"));
 
@@ -218,6 +223,46 @@ QLineEdit* OptionsDialog::password(QFormLayout* form, const char* option, const 
         [edit, stored, forgotten, showState](const QString& value) {
             edit->clear();
             *stored = !value.isEmpty();
+            *forgotten = false;
+            showState();
+        });
+    return edit;
+}
+
+QLineEdit* OptionsDialog::secretPreference(QFormLayout* form, const QString& option, const QString& label)
+{
+    // Like a password: the field starts empty and only says whether a secret is stored.
+    // Left alone, the stored secret is handed back as it is; "Forget" removes it.
+    auto* edit = new QLineEdit;
+    edit->setEchoMode(QLineEdit::Password);
+    auto* forget = edit->addAction(QIcon::fromTheme(QStringLiteral("edit-clear")), QLineEdit::TrailingPosition);
+    forget->setToolTip(tr("Forget the stored key"));
+    auto forgotten = std::make_shared<bool>(false);
+    auto stored = std::make_shared<bool>(false);
+    auto showState = [edit, forget, stored, forgotten] {
+        const bool has = *stored && !*forgotten;
+        edit->setPlaceholderText(has ? tr("stored - type to replace") : tr("none"));
+        forget->setVisible(has);
+    };
+    connect(forget, &QAction::triggered, edit, [edit, forgotten, showState] {
+        *forgotten = true;
+        edit->clear();
+        showState();
+    });
+    form->addRow(label, edit);
+    const QString storeKey = core::OptionRegistry::find(option)->storeKey;
+    bindPreference(
+        option.toLatin1().constData(), label, edit,
+        [edit, forgotten, storeKey] {
+            const QString typed = edit->text().trimmed();
+            if (!typed.isEmpty()) {
+                return typed;
+            }
+            return *forgotten ? QString() : settings::SettingsStore().getSecret(settings::kSettingsSection, storeKey);
+        },
+        [edit, stored, forgotten, showState](const QString& shown) {
+            edit->clear();
+            *stored = !shown.isEmpty();
             *forgotten = false;
             showState();
         });
@@ -577,6 +622,145 @@ QWidget* OptionsDialog::quotesPage()
     number(newsForm, "news.max_stories", tr("Stories per pa&ge:"));
     number(newsForm, "news.purge_days", tr("&Keep stories (days):"));
     return page({service, logons}, {market, news});
+}
+
+QWidget* OptionsDialog::sourcesPage()
+{
+    // The definitions as the next update will read them, so the list offers what is there.
+    m_app.sources().refresh();
+    const quotes::SourceFile file = m_app.sources().file();
+    QStringList known;
+    for (const quotes::SourceDefinition& s : file.sources) {
+        known << s.name;
+    }
+    known << quotes::kServersDatEntry;
+
+    auto* orderBox = new QGroupBox(tr("Quote sources, asked in turn"));
+    auto* orderLayout = new QVBoxLayout(orderBox);
+    auto* hint = new QLabel(tr("A security that a ticked source cannot price is asked of the next one. "
+                               "servers.dat stands for the quote service chosen on the Quotes and News tab."));
+    hint->setWordWrap(true);
+    orderLayout->addWidget(hint);
+    auto* list = new QListWidget;
+    auto* listLabel = new QLabel(tr("S&ources to ask:"));
+    listLabel->setBuddy(list);
+    orderLayout->addWidget(listLabel);
+    list->setToolTip(tr("Tick the sources to ask and put them in order; none ticked: the order sources.json "
+                        "recommends"));
+    auto* up = new QPushButton(tr("Move &Up"));
+    up->setObjectName(QStringLiteral("cmdSourceUp"));
+    auto* down = new QPushButton(tr("Move Do&wn"));
+    down->setObjectName(QStringLiteral("cmdSourceDown"));
+    for (QPushButton* b : {up, down}) {
+        b->setAutoDefault(false);
+    }
+    auto* buttons = new QVBoxLayout;
+    buttons->addWidget(up);
+    buttons->addWidget(down);
+    buttons->addStretch();
+    auto* row = new QHBoxLayout;
+    row->addWidget(list, 1);
+    row->addLayout(buttons);
+    orderLayout->addLayout(row);
+    auto* healthForm = new QFormLayout;
+    orderLayout->addLayout(healthForm);
+    check(healthForm, "sources.page_health", tr("&Page a warning when a source stops pricing (once a day at most)"));
+
+    // Until the user changes the list, Save keeps the stored text as it was: an empty order
+    // goes on following what sources.json recommends, even when that file changes.
+    auto touched = std::make_shared<bool>(false);
+    auto stored = std::make_shared<QString>();
+    bind(
+        "sources.order", tr("Quote sources"), list,
+        [list, touched, stored] {
+            if (!*touched) {
+                return *stored;
+            }
+            QStringList order;
+            for (int i = 0; i < list->count(); ++i) {
+                if (list->item(i)->checkState() == Qt::Checked) {
+                    order << list->item(i)->text();
+                }
+            }
+            return order.join(u',');
+        },
+        [list, touched, stored, file, known](const QString& v) {
+            const QSignalBlocker blocker(list);
+            *stored = v;
+            *touched = false;
+            list->clear();
+            const QStringList order = quotes::effectiveOrder(v, file);
+            auto add = [list](const QString& name, bool on) {
+                auto* item = new QListWidgetItem(name, list);
+                item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
+                item->setCheckState(on ? Qt::Checked : Qt::Unchecked);
+            };
+            // A name the order holds but no definition has any more stays, ticked, so that
+            // saving the dialog does not drop it unasked.
+            for (const QString& name : order) {
+                add(name, true);
+            }
+            for (const QString& name : known) {
+                if (!order.contains(name, Qt::CaseInsensitive)) {
+                    add(name, false);
+                }
+            }
+            list->setCurrentRow(0);
+        });
+    connect(list, &QListWidget::itemChanged, this, [touched] { *touched = true; });
+    auto move = [list, touched](int by) {
+        const int from = list->currentRow();
+        const int to = from + by;
+        if (from < 0 || to < 0 || to >= list->count()) {
+            return;
+        }
+        const QSignalBlocker blocker(list);
+        list->insertItem(to, list->takeItem(from));
+        list->setCurrentRow(to);
+        *touched = true;
+    };
+    connect(up, &QPushButton::clicked, this, [move] { move(-1); });
+    connect(down, &QPushButton::clicked, this, [move] { move(1); });
+
+    QFormLayout* keysForm = nullptr;
+    QGroupBox* keys = group(tr("API keys"), &keysForm);
+    auto* keysHint =
+        new QLabel(tr("Kept scrambled on this computer, never in the portfolio file or the activity log."));
+    keysHint->setWordWrap(true);
+    keysForm->addRow(keysHint);
+    // The names come from the file, so each label takes the first of its letters that no
+    // other control on this tab underlines.
+    QString taken = QStringLiteral("uwposc");
+    auto withMnemonic = [&taken](const QString& name) -> QString {
+        QString label = QString(name).replace(u'&', QStringLiteral("&&"));
+        for (int i = 0; i < label.size(); ++i) {
+            const QChar c = label[i].toLower();
+            if (c.isLetter() && c.unicode() < 128 && !taken.contains(c)) {
+                taken += c;
+                return label.insert(i, u'&') + u':';
+            }
+        }
+        return label + u':';
+    };
+    bool anyKey = false;
+    for (const quotes::SourceDefinition& s : file.sources) {
+        if (s.needsKey()) {
+            secretPreference(keysForm, core::OptionRegistry::sourceKeyOption(s.name), withMnemonic(s.name));
+            anyKey = true;
+        }
+    }
+    if (!anyKey) {
+        keysForm->addRow(new QLabel(tr("No source in sources.json needs a key.")));
+    }
+    if (!file.problems.isEmpty()) {
+        // The broken definitions are left out of the list; say why, as the update will.
+        auto* problems = new QLabel(file.problems.join(u'\n'));
+        problems->setObjectName(QStringLiteral("lblSourceProblems"));
+        problems->setWordWrap(true);
+        problems->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        orderLayout->addWidget(problems);
+    }
+    return page({orderBox}, {keys});
 }
 
 QWidget* OptionsDialog::serialPage()

@@ -65,6 +65,8 @@ private:
     QLineEdit* text(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
     QLineEdit* number(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
     QLineEdit* password(QFormLayout* form, const char* option, const QString& label);
+    // The same for a secret the settings store keeps on this machine (a service's API key).
+    QLineEdit* secretPreference(QFormLayout* form, const QString& option, const QString& label);
     QCheckBox* check(QFormLayout* form, const char* option, const QString& label, const QString& tip = {});
     QCheckBox* numberCheck(QFormLayout* form, const char* option, const QString& label);
     QComboBox* choice(QFormLayout* form, const char* option, const QString& label, const QStringList& items);
@@ -79,6 +81,7 @@ private:
     QWidget* mailPage();
     QWidget* connectionPage();
     QWidget* quotesPage();
+    QWidget* sourcesPage();
     QWidget* serialPage();
     QWidget* programPage();
 

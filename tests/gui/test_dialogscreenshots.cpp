@@ -173,9 +173,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("tab");
         QTest::addColumn<QString>("name");
-        const char* const names[] = {"pager",      "email-paging",    "push",        "mail-check",
-                                     "connection", "quotes-and-news", "serial-port", "program"};
-        for (int i = 0; i < 8; ++i) {
+        const char* const names[] = {"pager",           "email-paging", "push",        "mail-check", "connection",
+                                     "quotes-and-news", "sources",      "serial-port", "program"};
+        for (int i = 0; i < 9; ++i) {
             QTest::newRow(names[i]) << i << QStringLiteral("options-") + QLatin1String(names[i]);
         }
     }

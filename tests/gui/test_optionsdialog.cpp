@@ -67,6 +67,31 @@ void goodSetup(GuiRig& rig)
     rig.host.shownMessages.clear();
 }
 
+// A sources.json of three definitions (one needing a key) and one broken one.
+void writeSources(GuiRig& rig)
+{
+    QFile f(rig.path(QStringLiteral("sources.json")));
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    // Built line by line: a raw string literal with braces confuses moc in this file.
+    const char* const lines[] = {
+        "{",
+        "  \"order\": [\"Quick\", \"servers.dat\"],",
+        "  \"sources\": [",
+        "    { \"name\": \"Quick\", \"format\": \"csv\", \"url\": \"http://127.0.0.1:9/q?s={symbol}\",",
+        "      \"fields\": { \"last\": \"Close\" } },",
+        "    { \"name\": \"Keyed\", \"format\": \"json\", \"url\": \"http://127.0.0.1:9/q?s={symbol}&token={key}\",",
+        "      \"fields\": { \"last\": \"/c\" } },",
+        "    { \"name\": \"Broken\", \"format\": \"json\", \"url\": \"http://127.0.0.1:9/q?s={symbol}\",",
+        "      \"fields\": { \"last\": \"c\" } }",
+        "  ]",
+        "}",
+    };
+    for (const char* line : lines) {
+        f.write(line);
+        f.write("\n");
+    }
+}
+
 core::Options savedOptions(const QString& file)
 {
     core::PortfolioTable t;
@@ -290,6 +315,121 @@ private Q_SLOTS:
         QCOMPARE(back.push.url, savedUrl);
         QCOMPARE(back.push.token, QStringLiteral("tk-77"));
         QCOMPARE(back.push.timeout, qint16(12));
+    }
+
+    // The failure order and the keys of sources.json: what the list offers, what Save
+    // hands the engine, and keys that never show and survive a Save that leaves them alone.
+    void sourcesTab_data()
+    {
+        QTest::addColumn<QString>("storedOrder");
+        QTest::addColumn<QStringList>("shown"); // "+" ticked, "-" not
+        QTest::addColumn<QStringList>("actions");
+        QTest::addColumn<QString>("savedOrder");
+        QTest::newRow("left alone keeps following the file")
+            << "" << QStringList{"+Quick", "+servers.dat", "-Keyed"} << QStringList{} << "";
+        QTest::newRow("stored order first, the rest unticked")
+            << "Keyed,Quick" << QStringList{"+Keyed", "+Quick", "-servers.dat"} << QStringList{} << "Keyed,Quick";
+        QTest::newRow("tick and move up") << "" << QStringList{"+Quick", "+servers.dat", "-Keyed"}
+                                          << QStringList{"tick 2", "up", "up"} << "Keyed,Quick,servers.dat";
+        QTest::newRow("untick and move down") << "" << QStringList{"+Quick", "+servers.dat", "-Keyed"}
+                                              << QStringList{"tick 0", "down", "down"} << "servers.dat";
+        QTest::newRow("a name no definition has is kept")
+            << "Gone,Quick" << QStringList{"+Gone", "+Quick", "-Keyed", "-servers.dat"} << QStringList{"tick 2"}
+            << "Gone,Quick,Keyed";
+    }
+    void sourcesTab()
+    {
+        QFETCH(QString, storedOrder);
+        QFETCH(QStringList, shown);
+        QFETCH(QStringList, actions);
+        QFETCH(QString, savedOrder);
+        testing::clearSettingsStore();
+        GuiRig rig;
+        rig.start();
+        writeSources(rig);
+        rig.app->state().options.sources.order = storedOrder;
+        goodSetup(rig);
+        {
+            settings::SettingsStore store;
+            store.save(settings::kSettingsSection, QStringLiteral("SourceKey_keyed"),
+                       settings::SettingsStore::scrambledSecret(QStringLiteral("K-old-42")));
+            QVERIFY(store.sync());
+        }
+        gui::OptionsDialog dlg(nullptr, *rig.app, rig.host);
+        dlg.show();
+        auto* list = field<QListWidget>(&dlg, QStringLiteral("sources.order"));
+        QStringList seen;
+        for (int i = 0; i < list->count(); ++i) {
+            seen << (list->item(i)->checkState() == Qt::Checked ? u'+' : u'-') + list->item(i)->text();
+        }
+        QCOMPARE(seen, shown);
+        // The broken definition is not offered, and the tab says why.
+        QVERIFY(field<QLabel>(&dlg, QStringLiteral("lblSourceProblems"))->text().contains(QStringLiteral("Broken")));
+        auto* key = field<QLineEdit>(&dlg, QStringLiteral("sources.key.keyed"));
+        QCOMPARE(key->text(), QString());
+        QCOMPARE(key->echoMode(), QLineEdit::Password);
+        QVERIFY(!key->placeholderText().isEmpty());
+        for (const QString& a : actions) {
+            if (a.startsWith(QLatin1String("tick "))) {
+                QListWidgetItem* item = list->item(a.mid(5).toInt());
+                item->setCheckState(item->checkState() == Qt::Checked ? Qt::Unchecked : Qt::Checked);
+                list->setCurrentItem(item);
+            } else {
+                QTest::mouseClick(field<QPushButton>(&dlg, a == QLatin1String("up") ? QStringLiteral("cmdSourceUp")
+                                                                                    : QStringLiteral("cmdSourceDown")),
+                                  Qt::LeftButton);
+            }
+        }
+        save(&dlg);
+        QCOMPARE(rig.host.shownMessages, QStringList{});
+        QCOMPARE(dlg.result(), int(QDialog::Accepted));
+        QCOMPARE(rig.app->state().options.sources.order, savedOrder);
+        // A key left alone is the stored one, still scrambled at rest.
+        const settings::SettingsStore store;
+        QCOMPARE(store.getSecret(settings::kSettingsSection, QStringLiteral("SourceKey_keyed")),
+                 QStringLiteral("K-old-42"));
+        QVERIFY(!store.get(settings::kSettingsSection, QStringLiteral("SourceKey_keyed"))
+                     .contains(QStringLiteral("K-old")));
+    }
+
+    void sourceKeyTypedOrForgotten_data()
+    {
+        QTest::addColumn<QString>("typed"); // "forget": the field's Forget action
+        QTest::addColumn<QString>("stored");
+        QTest::newRow("typed replaces") << " K-new-7 "
+                                        << "K-new-7";
+        QTest::newRow("forget removes") << "forget"
+                                        << "";
+    }
+    void sourceKeyTypedOrForgotten()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, stored);
+        testing::clearSettingsStore();
+        GuiRig rig;
+        rig.start();
+        writeSources(rig);
+        goodSetup(rig);
+        {
+            settings::SettingsStore store;
+            store.save(settings::kSettingsSection, QStringLiteral("SourceKey_keyed"),
+                       settings::SettingsStore::scrambledSecret(QStringLiteral("K-old-42")));
+            QVERIFY(store.sync());
+        }
+        gui::OptionsDialog dlg(nullptr, *rig.app, rig.host);
+        dlg.show();
+        auto* key = field<QLineEdit>(&dlg, QStringLiteral("sources.key.keyed"));
+        if (typed == QLatin1String("forget")) {
+            QList<QAction*> acts = key->actions();
+            QCOMPARE(acts.size(), 1);
+            acts.first()->trigger();
+        } else {
+            retype(&dlg, QStringLiteral("sources.key.keyed"), typed);
+        }
+        save(&dlg);
+        QCOMPARE(dlg.result(), int(QDialog::Accepted));
+        QCOMPARE(settings::SettingsStore().getSecret(settings::kSettingsSection, QStringLiteral("SourceKey_keyed")),
+                 stored);
     }
 
     void preferencesReachTheStore()
