@@ -82,10 +82,18 @@ private:
             skipValue();
             return m_bad ? QJsonValue() : whole(start, m_p);
         }
-        if (*m_p == '{')
-            return object(*node);
-        if (*m_p == '[')
-            return list(*node);
+        if (*m_p == '{' || *m_p == '[') {
+            // Along the paths the reading recurses; a definition's pointer as deep as a
+            // hostile answer must not take it past the nesting a full parser allows.
+            if (m_pathDepth >= kMaxDepth) {
+                fail();
+                return {};
+            }
+            ++m_pathDepth;
+            QJsonValue v = *m_p == '{' ? object(*node) : list(*node);
+            --m_pathDepth;
+            return v;
+        }
         // A scalar where the paths go on: resolving below it finds nothing, as it should.
         skipValue();
         return m_bad ? QJsonValue() : whole(start, m_p);
@@ -319,6 +327,7 @@ private:
     const char* m_p;
     const char* m_end;
     bool m_bad = false;
+    int m_pathDepth = 0;
     JsonPaths::Node m_whole{true, nullptr, {}};
 };
 
@@ -332,13 +341,23 @@ JsonPaths::Node& JsonPaths::nodeAt(Node& from, const QString& pointer)
     return *n;
 }
 
+// A pointer deeper than the nesting any accepted document has leads nowhere; leaving it
+// out also keeps the tree (and its recursive destruction) shallow.
+static bool reachable(const QString& pointer, qsizetype moreLevels = 0)
+{
+    return pointer.count(u'/') + moreLevels <= kMaxDepth;
+}
+
 void JsonPaths::add(const QString& pointer)
 {
-    nodeAt(m_root, pointer).whole = true;
+    if (reachable(pointer))
+        nodeAt(m_root, pointer).whole = true;
 }
 
 void JsonPaths::addForEach(const QString& listPointer, const QString& pointer)
 {
+    if (!reachable(listPointer, pointer.count(u'/') + 1))
+        return;
     Node& list = nodeAt(m_root, listPointer);
     if (!list.everyElement)
         list.everyElement = std::make_unique<Node>();

@@ -52,6 +52,7 @@ private Q_SLOTS:
     void definitionProblems();
     void answers_data();
     void answers();
+    void pointerAsDeepAsTheAnswer();
     void symbolsAndUrls_data();
     void symbolsAndUrls();
 };
@@ -276,6 +277,22 @@ void TestSourceAnswer::answers()
         QVERIFY2(got == expected[i] || (expected[i].startsWith(QLatin1String("missing=")) && got.endsWith(expected[i])),
                  qPrintable(got));
     }
+}
+
+// The reading recurses along a definition's pointers: one 100,000 levels deep, met by an
+// answer as deep, must end in a clear failure, not in a stack overflow.
+void TestSourceAnswer::pointerAsDeepAsTheAnswer()
+{
+    constexpr int kDepth = 100000;
+    const QByteArray definition = R"({"sources":[{"name":"Deep","format":"json","url":"https://a/{symbol}",)"
+                                  R"("fields":{"last":")" +
+                                  QByteArray("/0").repeated(kDepth) + R"("}}]})";
+    const quotes::SourceFile file = quotes::parseSourcesJson(definition);
+    QVERIFY2(file.problems.isEmpty(), qPrintable(file.problems.join(u'\n')));
+    QCOMPARE(int(file.sources.size()), 1);
+    const QByteArray body = QByteArray(kDepth, '[') + '1' + QByteArray(kDepth, ']');
+    const quotes::SourceAnswer a = quotes::parseSourceAnswer(file.sources[0], body, {QStringLiteral("X")});
+    QVERIFY2(a.failure.startsWith(QLatin1String("the answer is not JSON")), qPrintable(a.failure));
 }
 
 void TestSourceAnswer::symbolsAndUrls_data()
