@@ -45,7 +45,8 @@ const QString kUpdateUsage =
     QStringLiteral("Usage: kestrova-cli [global options] update [--market-moment]\n"
                    "Runs one update, as the toolbar's update button: connection, mail check, market\n"
                    "summary, quotes, and the page when paging is on. --market-moment runs it as an\n"
-                   "open/midday/close update, which always pages in alarm-only mode.\n");
+                   "open/midday/close update, which always pages in alarm-only mode.\n"
+                   "Exit code 1 when a step failed; the error output names each failure.\n");
 
 const QString kRunUsage =
     QStringLiteral("Usage: kestrova-cli [global options] run [--save-on-exit yes|no]\n"
@@ -100,7 +101,8 @@ int updateCommand(const GlobalOptions& g, const QStringList& args)
         }
         return kExitFailure;
     }
-    return kExitOk;
+    // A run from cron or a script must be able to tell that no quote came.
+    return host.failuresReported == 0 ? kExitOk : kExitFailure;
 }
 
 int runCommand(const GlobalOptions& g, const QStringList& args)

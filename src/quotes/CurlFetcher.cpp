@@ -5,6 +5,7 @@
 #include "support/Host.h"
 #include "support/Text.h"
 
+#include <QRegularExpression>
 #include <QUrl>
 
 #include <curl/curl.h>
@@ -81,8 +82,16 @@ QString sizeText(qint64 bytes)
 
 QString hostOf(const QString& url)
 {
-    QString host = QUrl(url).host();
-    return host.isEmpty() ? url : host;
+    const QString host = QUrl(url).host();
+    if (!host.isEmpty()) {
+        return host;
+    }
+    // QUrl gives no host for one it finds malformed (a label past 63 characters), which is
+    // the very host the user must see named: take it as the URL writes it.
+    static const QRegularExpression authority(
+        QStringLiteral(R"(^[A-Za-z][A-Za-z0-9+.-]*://(?:[^/?#@]*@)?(\[[^\]/]*\]|[^/?#:]+))"));
+    const QRegularExpressionMatch m = authority.match(url);
+    return m.hasMatch() ? m.captured(1) : url;
 }
 
 QString decodeBody(const QByteArray& body, const char* contentType)

@@ -122,6 +122,8 @@ private Q_SLOTS:
         o.connection.type = 1;
         o.quotes.server = quotes::BuiltInServers::kDemoMarket;
         o.quotes.marketSummary = false;
+        // Loopback only: the shipped failure order would go on to sources on the Internet.
+        o.sources.order = QStringLiteral("servers.dat");
         o.paging.enabled = peer == QLatin1String("modem");
         o.paging.phone = QStringLiteral("5551234");
         o.paging.pagerId = QStringLiteral("1234567");

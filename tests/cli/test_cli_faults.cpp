@@ -22,6 +22,9 @@ namespace {
 const QString kUser = QStringLiteral("watcher");
 // Made up for this test; it must never show up in the output or the log.
 const QString kPassword = QStringLiteral("Fault-Pass-8086");
+// A label longer than 63 characters fails in the resolver itself: the look-up fails without
+// a query leaving the machine.
+const QString kNowhere = QString(64, u'x') + QStringLiteral(".example.test");
 } // namespace
 
 class TestCliFaults : public QObject
@@ -39,14 +42,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("peer");  // what answers on the loopback port
         QTest::addColumn<QString>("route"); // http, pop or smtp: which options point at it
         QTest::addColumn<QStringList>("command");
-        // What the one error line says: {port} is the peer's port, {url} a page on it.
+        // What the one error line says: {port} is the peer's port, {url} a page on it, {host}
+        // the page's host.
         QTest::addColumn<QString>("line");
         const QStringList quotes{QStringLiteral("quotes")};
+        const QStringList update{QStringLiteral("update")};
         const QString fetch = QStringLiteral("kestrova-cli: Could not fetch {url}: ");
         QTest::newRow("HTTP refused") << "nothing"
                                       << "http" << quotes << fetch + "refused";
         QTest::newRow("HTTP reset") << "http:reset"
                                     << "http" << quotes << fetch + "reset";
+        QTest::newRow("HTTP reset, update") << "http:reset"
+                                            << "http" << update << fetch + "reset";
+        QTest::newRow("host does not resolve, update") << "unresolvable"
+                                                       << "http" << update << fetch + "could not resolve {host}";
         QTest::newRow("HTTP 500") << "http:500"
                                   << "http" << quotes << fetch + "HTTP 500";
         QTest::newRow("HTTP empty") << "http:empty"
@@ -58,6 +67,8 @@ private Q_SLOTS:
                                                 << "http" << quotes << fetch + "timed out after 30 s";
         QTest::newRow("HTTP oversized") << "http:huge"
                                         << "http" << quotes << fetch + "page too large: the answer is larger than 4 MB";
+        QTest::newRow("HTTP 500, update") << "http:500"
+                                          << "http" << update << fetch + "HTTP 500";
         const QStringList check{QStringLiteral("check-mail")};
         const QStringList download{QStringLiteral("check-mail"), QStringLiteral("--download")};
         const QStringList page{QStringLiteral("page"), QStringLiteral("Sell IBM")};
@@ -145,8 +156,20 @@ private Q_SLOTS:
             // Two tickers on one failing host: the user hears of the host's failure once.
             QVERIFY(news::installServerFiles(dataDir, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
             QVERIFY(news::retargetDemoMarket(dataDir, port));
+            if (kind == QLatin1String("unresolvable")) {
+                for (const QString& name : QDir(dataDir).entryList(QDir::Files)) {
+                    QFile file(QDir(dataDir).filePath(name));
+                    QVERIFY(file.open(QIODevice::ReadWrite));
+                    const QByteArray from = QByteArray("127.0.0.1:") + QByteArray::number(port);
+                    const QByteArray to = kNowhere.toLatin1() + from.mid(9);
+                    const QByteArray text = file.readAll().replace(from, to);
+                    QVERIFY(file.resize(0) && file.write(text) == text.size());
+                }
+            }
             options.quotes.server = quotes::BuiltInServers::kDemoMarket;
             options.quotes.marketSummary = false;
+            // The peer alone: the shipped failure order would go on to sources on the Internet.
+            options.sources.order = QStringLiteral("servers.dat");
             table.count = 2;
             table.records[0].ticker = QStringLiteral("IBM");
             table.records[1].ticker = QStringLiteral("CSCO");
@@ -175,9 +198,11 @@ private Q_SLOTS:
         QVERIFY2(run.code == 1, qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
         const QStringList errors = run.err.split(u'\n', Qt::SkipEmptyParts);
         QVERIFY2(errors.size() == 1, qPrintable(run.err));
+        const QString host = kind == QLatin1String("unresolvable") ? kNowhere : QStringLiteral("127.0.0.1");
         const QString pattern =
             QRegularExpression::escape(line)
-                .replace(QStringLiteral("\\{url\\}"), QStringLiteral("http://127\\.0\\.0\\.1:\\{port\\}/\\S*"))
+                .replace(QStringLiteral("\\{url\\}"), QStringLiteral("http://\\{host\\}:\\{port\\}/\\S*"))
+                .replace(QStringLiteral("\\{host\\}"), QRegularExpression::escape(host))
                 .replace(QStringLiteral("\\{port\\}"), QString::number(port));
         QVERIFY2(QRegularExpression(u'^' + pattern).match(errors.first()).hasMatch(), qPrintable(run.err + pattern));
         // The log has the same line, for the desktop's status list and later reading.

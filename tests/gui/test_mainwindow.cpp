@@ -4,6 +4,7 @@
 #include "gui/DemoSession.h"
 #include "gui/PriceChart.h"
 #include "gui/QuoteTableModel.h"
+#include "news/ServerFiles.h"
 #include "sim/ModemSimulator.h"
 
 #include <QAction>
@@ -44,6 +45,7 @@ private Q_SLOTS:
     void openInBrowser();
     void updateFillsQuoteTable();
     void closeDuringUpdate();
+    void failedFetchInStatusList();
     void priceChartFromQuoteTable();
 };
 
@@ -443,6 +445,31 @@ void TestMainWindow::closeDuringUpdate()
     QTRY_COMPARE(exited.size(), 1);
     QVERIFY(rig.host.shownMessages.contains(QStringLiteral("Save File Before Exiting?")));
     QVERIFY(!rig.window->isVisible());
+}
+
+// The desktop names a failed fetch in the status list with the line the command line prints.
+void TestMainWindow::failedFetchInStatusList()
+{
+    testing::resetSettings({});
+    support::SystemClock clock;
+    gui::DemoSession demo(clock);
+    QString why;
+    QVERIFY2(demo.start(&why), qPrintable(why));
+    // Nothing listens there: every quote page is refused.
+    const quint16 closed = testing::freePort();
+    QVERIFY(news::retargetDemoMarket(demo.dataDir(), closed));
+    DesktopRig rig({}, demo.dataDir(), true);
+    rig.window->startup(demo.portfolioFile());
+    demo.configure(*rig.app);
+    rig.app->state().options.quotes.marketSummary = false;
+    rig.app->state().options.sources.order = QStringLiteral("servers.dat");
+
+    rig.window->runUpdate();
+
+    const QRegularExpression line(
+        QStringLiteral(R"(^Could not fetch http://127\.0\.0\.1:%1/\S+: refused$)").arg(closed));
+    const QStringList shown = rig.statusMessages().filter(line);
+    QVERIFY2(shown.size() == 1, qPrintable(rig.statusMessages().join(u'\n')));
 }
 
 void TestMainWindow::priceChartFromQuoteTable()
