@@ -82,6 +82,9 @@ void DemoSession::configure(app::Application& app) const
     o.quotes.server = quotes::BuiltInServers::kDemoMarket;
     o.quotes.optionServer = quotes::BuiltInServers::kDemoMarket;
     o.quotes.fastest = false;
+    // The demo is offline: the shipped failure order starts with sources on the Internet.
+    // The demo market answers in their shapes, and its pages give what they leave (options).
+    o.sources.order = QStringLiteral("Demo CSV,Demo JSON,servers.dat");
     o.quotes.marketSummary = true;
     o.quotes.marketUrl = m_market->baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco");
     o.paging.enabled = true;

@@ -409,6 +409,10 @@ void TestMainWindow::updateFillsQuoteTable()
         }
     }
     QVERIFY(alarmMarked);
+    // The offline demo asks the demo market, never a source on the Internet first.
+    QVERIFY2(rig.statusMessages().filter(QRegularExpression(QStringLiteral("^Quotes from Demo CSV: .*IBM"))).size() ==
+                 1,
+             qPrintable(rig.statusMessages().join(u'\n')));
     QVERIFY(rig.child<QLabel>("lblDow")->text() != QLatin1String("-"));
     QVERIFY(!demo.modem().pages.isEmpty());
 }
