@@ -16,6 +16,15 @@
 
 namespace kestrova::support {
 
+namespace {
+// The system's text for the failure and the file it met: "Permission denied" alone does
+// not tell the user which file in which folder to fix.
+QString systemError(int error, const QString& file)
+{
+    return QString::fromLocal8Bit(std::strerror(error)) + QStringLiteral(" (") + file + u')';
+}
+} // namespace
+
 CLogFile::CLogFile(const Clock& clock, Host& host) : m_clock(clock), m_host(host) {}
 
 void CLogFile::setPath(const QString& path)
@@ -62,12 +71,11 @@ void CLogFile::StartNewLog()
     const QString old = oldFullPath();
     if (QFileInfo::exists(log)) {
         if (QFileInfo::exists(old) && ::unlink(QFile::encodeName(old).constData()) != 0) {
-            m_host.messageBox(QString::fromLocal8Bit(std::strerror(errno)), MsgButtons::Ok, MsgIcon::Exclamation);
+            m_host.messageBox(systemError(errno, old), MsgButtons::Ok, MsgIcon::Exclamation);
             return;
         }
-        QFile f(log);
-        if (!f.rename(old)) {
-            m_host.messageBox(f.errorString(), MsgButtons::Ok, MsgIcon::Exclamation);
+        if (::rename(QFile::encodeName(log).constData(), QFile::encodeName(old).constData()) != 0) {
+            m_host.messageBox(systemError(errno, log), MsgButtons::Ok, MsgIcon::Exclamation);
             return;
         }
     }
@@ -81,7 +89,7 @@ bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
     const QByteArray path = QFile::encodeName(fullPath());
     const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (fd < 0) {
-        m_host.messageBox(QString::fromLocal8Bit(std::strerror(errno)), MsgButtons::Ok, MsgIcon::Exclamation);
+        m_host.messageBox(systemError(errno, fullPath()), MsgButtons::Ok, MsgIcon::Exclamation);
         return false;
     }
     bool ok = true;
@@ -90,7 +98,7 @@ bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
         if (n == bytes.size()) {
             break;
         }
-        const QString err = QString::fromLocal8Bit(std::strerror(n < 0 ? errno : ENOSPC));
+        const QString err = systemError(n < 0 ? errno : ENOSPC, fullPath());
         if (!askOnFailure || m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
             ok = false;
             break;

@@ -89,19 +89,36 @@ private Q_SLOTS:
         QVERIFY(host.messages.isEmpty());
     }
 
-    void rotationFailureShowsTheSystemsText()
+    // A log that cannot be written shows the system's text and names the file, once per
+    // line it loses; what was logged before stays.
+    void failureNamesTheFile_data()
     {
+        QTest::addColumn<bool>("rotate");
+        QTest::addColumn<QString>("folder"); // the name taken by a folder
+        QTest::newRow("old log cannot be removed") << true << "activity.old";
+        QTest::newRow("log cannot be opened") << false << "activity.txt";
+    }
+    void failureNamesTheFile()
+    {
+        QFETCH(bool, rotate);
+        QFETCH(QString, folder);
         QTemporaryDir dir;
         MockClock clock;
         TestHost host(&clock);
         CLogFile log(clock, host);
         log.setLogFileName(QStringLiteral("activity.txt"));
         log.setPath(dir.path());
-        writeFile(log.fullPath(), "last run\r\n");
-        QVERIFY(QDir().mkdir(log.oldFullPath())); // an old log that is a folder cannot be removed
-        log.setLogEnable(true);
-        QCOMPARE(host.messages, QStringList{QString::fromLocal8Bit(std::strerror(EISDIR))});
-        QCOMPARE(readFile(log.fullPath()), QByteArray("last run\r\n"));
+        if (rotate) {
+            writeFile(log.fullPath(), "last run\r\n");
+        }
+        QVERIFY(QDir().mkdir(dir.filePath(folder)));
+        log.setLogEnable(true, rotate ? CLogFile::Start::NewLog : CLogFile::Start::Append);
+        log.LogMessage(QStringLiteral("next"));
+        QCOMPARE(host.messages,
+                 QStringList{QString::fromLocal8Bit(std::strerror(EISDIR)) + " (" + dir.filePath(folder) + u')'});
+        if (rotate) {
+            QVERIFY(readFile(log.fullPath()).startsWith("last run\r\nnext "));
+        }
     }
 
     void disabledLogTouchesNothing()
