@@ -207,7 +207,7 @@ void Application::startup(const QString& commandLineFile)
         news::loadServerDefinitions(m_dataDir, *m_newsServers, m_servers, m_builtIn, m_host);
     });
     runStep("LoadSources", [&] {
-        m_sources.setPath(QDir(m_dataDir).filePath(QStringLiteral("sources.json")));
+        m_sources.setPath(news::serverFilePath(m_dataDir, QStringLiteral("sources.json")));
         m_sources.refresh();
         for (const QString& problem : m_sources.file().problems) {
             m_services.StatusMessage(problem);

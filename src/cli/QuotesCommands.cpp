@@ -147,7 +147,7 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         stories.ReadNews();
     // sources.json was installed with the other definition files.
     const quotes::SourceFile sourceFile =
-        quotes::loadSourcesJson(QDir(g.dataDir).filePath(QStringLiteral("sources.json")));
+        quotes::loadSourcesJson(news::serverFilePath(g.dataDir, QStringLiteral("sources.json")));
     for (const QString& problem : sourceFile.problems)
         ctx.services.StatusMessage(problem);
     quotes::SourceHealth health;

@@ -32,7 +32,7 @@ int usageError(const QString& usage, const QString& why)
 quotes::SourceFile loadSources(const GlobalOptions& g, QTextStream& out)
 {
     news::installServerFiles(g.dataDir, support::installedDataDir());
-    quotes::SourceFile file = quotes::loadSourcesJson(QDir(g.dataDir).filePath(QStringLiteral("sources.json")));
+    quotes::SourceFile file = quotes::loadSourcesJson(news::serverFilePath(g.dataDir, QStringLiteral("sources.json")));
     for (const QString& problem : file.problems)
         out << problem << '\n';
     return file;

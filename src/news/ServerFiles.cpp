@@ -51,6 +51,16 @@ bool installServerFiles(const QString& dataDir, const QString& installedDir)
     return news && quote && sources;
 }
 
+QString serverFilePath(const QString& dataDir, const QString& name)
+{
+    const QString own = QDir(dataDir).filePath(name);
+    if (QFile::exists(own)) {
+        return own;
+    }
+    const QString installed = QDir(support::installedDataDir()).filePath(name);
+    return QFile::exists(installed) ? installed : own;
+}
+
 bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quotes::ServerDefinitions& quoteServers,
                            const quotes::BuiltInServers& builtIn, support::Host& host)
 {
@@ -58,9 +68,8 @@ bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quo
     newsServers.Clear();
     quoteServers.stock.Clear();
     quoteServers.option.Clear();
-    const QDir dir(dataDir);
-    const bool news = loadServerDat(dir.filePath(kNewsFile), newsServers, host);
-    const bool quote = quotes::loadServersDat(dir.filePath(kQuoteFile), quoteServers, builtIn, host);
+    const bool news = loadServerDat(serverFilePath(dataDir, kNewsFile), newsServers, host);
+    const bool quote = quotes::loadServersDat(serverFilePath(dataDir, kQuoteFile), quoteServers, builtIn, host);
     return news && quote;
 }
 

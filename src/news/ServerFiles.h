@@ -24,11 +24,16 @@ inline constexpr quint16 kDemoMarketPort = 8099;
 // data directory when they are missing there (first run). Returns false when a copy failed.
 bool installServerFiles(const QString& dataDir, const QString& installedDir);
 
+// The data directory's copy of a definition file (servers.dat, server.dat, sources.json),
+// or the installed one when the data directory has none: a read-only data folder never
+// got its copies, and the shipped definitions still work from where they are installed.
+QString serverFilePath(const QString& dataDir, const QString& name);
+
 // Loads both definition files from the data directory: all three collections are emptied
 // first, then server.dat (news servers) is read, then servers.dat (quote servers). A
 // damaged or missing file shows its message and keeps what was read before the error.
 // True when both files were read to the end. Missing files are first copied from the
-// installed data folder.
+// installed data folder, and read there when the copy could not be made.
 bool loadServerDefinitions(const QString& dataDir, NewsServers& newsServers, quotes::ServerDefinitions& quoteServers,
                            const quotes::BuiltInServers& builtIn, support::Host& host);
 

@@ -274,6 +274,17 @@ void TestServerDat::loaderCopiesOnFirstRunAndReadsNewsFirst()
     QVERIFY(host.messages[0].contains(QStringLiteral("servers.dat file is corrupted")));
     QVERIFY(host.messages[1].contains(QStringLiteral("server.dat file is corrupted")));
     QVERIFY(!host.messages[1].contains(QStringLiteral("servers.dat")));
+
+    // A data folder that cannot take the copies (here it does not exist) reads the
+    // installed files where they are, instead of reporting them missing.
+    const QString unwritable = data.filePath("gone/data");
+    TestHost second;
+    QVERIFY(kestrova::news::loadServerDefinitions(unwritable, news, quotes, builtIn, second));
+    QVERIFY(!QFile::exists(unwritable));
+    QCOMPARE(news.Count(), 3);
+    QCOMPARE(quotes.stock.Count(), 13);
+    QVERIFY(second.messages.isEmpty());
+    QCOMPARE(kestrova::news::serverFilePath(unwritable, "servers.dat"), installed.filePath("servers.dat"));
     qunsetenv("KESTROVA_DATA");
 }
 
