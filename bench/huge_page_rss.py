@@ -50,6 +50,8 @@ peer = subprocess.Popen([sys.executable, os.path.join(root, "tests/peers/http_fa
 try:
     peer.stdout.readline()  # READY
     cli_run("options", "set", "quotes.market_summary", "false")
+    # The peer alone: the shipped failure order would ask sources on the Internet first.
+    cli_run("options", "set", "sources.order", "servers.dat")
     listed = cli_run("portfolio", "show").stdout.decode().split("\n")
     tickers = [l[5:18].strip() for l in listed[1:] if l.strip()]  # the Ticker column
     for t in tickers[1:]:
