@@ -144,6 +144,8 @@ SoakResult runSoak(const SoakConfig& config, const std::function<void(const Soak
     o.quotes.server = quotes::BuiltInServers::kDemoMarket;
     o.quotes.marketSummary = true;
     o.quotes.marketUrl = market.baseUrl() + QStringLiteral("/index");
+    // The demo market alone: the shipped failure order asks sources on the Internet first.
+    o.sources.order = QStringLiteral("servers.dat");
     o.news.retrieve = config.news;
     o.news.purgeDays = 3;
     o.paging.enabled = true;
