@@ -26,11 +26,6 @@ namespace kestrova::cli {
 
 namespace {
 
-bool wantsHelp(const QStringList& args)
-{
-    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
-}
-
 int usage(const QString& text, const QString& why = {})
 {
     QTextStream err(stderr);

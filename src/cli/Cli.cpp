@@ -7,6 +7,17 @@
 
 namespace kestrova::cli {
 
+bool wantsHelp(const QStringList& args)
+{
+    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
+}
+
+int usageError(const QString& usage, const QString& why)
+{
+    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
+    return kExitUsage;
+}
+
 namespace {
 
 void printUsage(QTextStream& out, const Registry& reg)

@@ -14,6 +14,11 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 
+// True when the arguments ask for a command's help.
+bool wantsHelp(const QStringList& args);
+// Writes "kestrova-cli: WHY" and the command's usage to the error output; returns kExitUsage.
+int usageError(const QString& usage, const QString& why);
+
 struct GlobalOptions
 {
     QString dataDir;       // resolved data directory

@@ -38,12 +38,6 @@ const QString kAlarmsUsage =
                    "Lists the alarms that fired, oldest first: when, the security, which limit, the\n"
                    "limit, the value that crossed it and whether a page went out. DATE as for history.\n");
 
-int usageError(const QString& usage, const QString& why)
-{
-    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
-    return kExitUsage;
-}
-
 // A bound of a date range; a plain date stands for the start of the day, or with
 // endOfDay for its last millisecond.
 std::optional<QDateTime> parseBound(const QString& text, bool endOfDay)
@@ -243,7 +237,7 @@ int importCommand(const GlobalOptions& g, RangeArgs& a)
 
 int historyCommand(const GlobalOptions& g, const QStringList& args)
 {
-    if (args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"))) {
+    if (wantsHelp(args)) {
         QTextStream(stdout) << kHistoryUsage;
         return kExitOk;
     }
@@ -328,7 +322,7 @@ int historyCommand(const GlobalOptions& g, const QStringList& args)
 
 int alarmsCommand(const GlobalOptions& g, const QStringList& args)
 {
-    if (args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"))) {
+    if (wantsHelp(args)) {
         QTextStream(stdout) << kAlarmsUsage;
         return kExitOk;
     }

@@ -18,17 +18,6 @@ using core::OptionDef;
 using core::OptionRegistry;
 using core::OptionType;
 
-bool wantsHelp(const QStringList& args)
-{
-    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
-}
-
-int usageError(const QString& usage, const QString& why)
-{
-    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
-    return kExitUsage;
-}
-
 // The options of a watch setup live in the portfolio file; a missing file is fine for
 // reading (the defaults show) and is created by the first change.
 bool loadIfPresent(CliContext& ctx)

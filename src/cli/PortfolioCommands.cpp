@@ -19,18 +19,6 @@ namespace {
 
 const QString kTooMany = QStringLiteral("Too Many Tickers (50 Max)");
 
-bool wantsHelp(const QStringList& args)
-{
-    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
-}
-
-int usageError(const QString& usage, const QString& why)
-{
-    QTextStream err(stderr);
-    err << "kestrova-cli: " << why << '\n' << usage;
-    return kExitUsage;
-}
-
 QString priceText(float value, qint16 digits)
 {
     return support::formatNumber(value, support::pricePattern(std::clamp<int>(digits, 0, 9)));

@@ -25,17 +25,6 @@ namespace kestrova::cli {
 
 namespace {
 
-bool wantsHelp(const QStringList& args)
-{
-    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
-}
-
-int usageError(const QString& usage, const QString& why)
-{
-    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
-    return kExitUsage;
-}
-
 const QString kServersUsage = QStringLiteral("Usage: kestrova-cli [global options] servers\n"
                                              "Loads server.dat and servers.dat from the data directory and lists\n"
                                              "the stock and option quote servers they define.\n");

@@ -18,17 +18,6 @@ namespace kestrova::cli {
 
 namespace {
 
-bool wantsHelp(const QStringList& args)
-{
-    return args.contains(QLatin1String("--help")) || args.contains(QLatin1String("-h"));
-}
-
-int usageError(const QString& usage, const QString& why)
-{
-    QTextStream(stderr) << "kestrova-cli: " << why << '\n' << usage;
-    return kExitUsage;
-}
-
 quotes::SourceFile loadSources(const GlobalOptions& g, QTextStream& out)
 {
     news::installServerFiles(g.dataDir, support::installedDataDir());
