@@ -10,7 +10,7 @@
 # running longer than 30 s of wall time: every input here takes milliseconds, but a run at
 # low priority on a busy machine can stall for seconds) or a leak is kept in
 # build-fuzz/findings/TARGET/ and makes the script fail; turn it into a regression test
-# with the input under tests/data/fuzz/TARGET/, where it also becomes a seed.
+# with the input under tests/data/fuzz/TARGET/, from which later runs also start.
 #
 # Environment: KESTROVA_FUZZ_BUILD (build folder), KESTROVA_FUZZ_JOBS (build jobs, 2),
 # KESTROVA_FUZZ_NICE (niceness of the runs, 10).

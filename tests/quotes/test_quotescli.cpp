@@ -149,7 +149,7 @@ QJsonObject TestQuotesCli::fieldQuote(bool option)
 }
 
 // Every cell of the demo market's page comes out as its text and its number. The pages
-// are replayed: the market's walk depends only on its seed and how often a ticker was
+// are replayed: the market's walk depends only on its starting value and how often a ticker was
 // asked for, and FLD is asked for once.
 void TestQuotesCli::jsonFields_data()
 {
