@@ -438,7 +438,7 @@ bool Application::save()
     const core::PortfolioFileResult r = core::PortfolioFile::write(file, m_state.portfolio, m_state.options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
-        m_log.LogMessage(r.message);
+        m_log.LogMessage(core::portfolioSaveFailure(r.message, file));
         return false;
     }
     m_fileStamp = core::FileStamp::of(file);
@@ -462,7 +462,7 @@ bool Application::saveAs(const QString& path)
     const core::PortfolioFileResult r = core::PortfolioFile::write(name, m_state.portfolio, m_state.options);
     if (!r.ok()) {
         m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
-        m_log.LogMessage(r.message);
+        m_log.LogMessage(core::portfolioSaveFailure(r.message, name));
         return false;
     }
     lock.release();

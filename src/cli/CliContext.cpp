@@ -86,7 +86,7 @@ bool CliContext::savePortfolio()
         m_stamp = core::FileStamp::of(portfolioPath);
         return true;
     }
-    return fail(r.message);
+    return fail(core::portfolioSaveFailure(r.message, portfolioPath));
 }
 
 } // namespace kestrova::cli

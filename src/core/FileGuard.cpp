@@ -83,4 +83,10 @@ QString portfolioChangedRefusal(const QString& portfolioPath)
            QStringLiteral(" was changed by another program since it was read; nothing was saved.");
 }
 
+QString portfolioSaveFailure(const QString& errorText, const QString& portfolioPath)
+{
+    return errorText + QStringLiteral(" The portfolio file ") + portfolioPath +
+           QStringLiteral(" was not saved; the copy on disk is as it was.");
+}
+
 } // namespace kestrova::core

@@ -55,5 +55,8 @@ QString portfolioLockMessage(const QString& portfolioPath, const FileLock& lock)
 // The overwrite question, and the refusal where nobody can be asked.
 QString portfolioChangedQuestion(const QString& portfolioPath);
 QString portfolioChangedRefusal(const QString& portfolioPath);
+// A failed save's error text followed by the file it was meant for, for error output and the
+// log: "ERROR 57 occurred." alone does not tell which file was left as it was.
+QString portfolioSaveFailure(const QString& errorText, const QString& portfolioPath);
 
 } // namespace kestrova::core

@@ -15,6 +15,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace kestrova;
 using kestrova::testing::PeerProcess;
 
@@ -211,6 +214,46 @@ private Q_SLOTS:
         for (const QString& text : {run.out, run.err, activity}) {
             QVERIFY(!text.contains(kPassword));
         }
+    }
+
+    // A full disk during a save: the command fails naming the file, and the file keeps what
+    // it held. The tests run as root, for whom no folder is read-only, so the full disk is a
+    // file-size limit on the child (writes past it fail with EFBIG).
+    void failedSaveNamesTheFile_data()
+    {
+        QTest::addColumn<QStringList>("command");
+        QTest::newRow("portfolio add") << QStringList{"portfolio", "add", "CSCO", "--high", "99"};
+        QTest::newRow("portfolio remove") << QStringList{"portfolio", "remove", "IBM"};
+        QTest::newRow("options set") << QStringList{"options", "set", "pager.id", "4711"};
+    }
+    void failedSaveNamesTheFile()
+    {
+        QFETCH(QStringList, command);
+        QTemporaryDir tmp;
+        core::PortfolioTable table;
+        table.count = 1;
+        table.records[0].ticker = QStringLiteral("IBM");
+        const QString portfolio = tmp.filePath(QStringLiteral("full disk.pgr"));
+        QVERIFY(core::PortfolioFile::write(portfolio, table, core::Options()).ok());
+        const QByteArray before = testing::readFile(portfolio);
+        const rlim_t limit = static_cast<rlim_t>(before.size() / 2);
+        const testing::CliRun run =
+            testing::runCli(tmp,
+                            QStringList{QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
+                                        QStringLiteral("--portfolio"), portfolio} +
+                                command,
+                            30000, {}, [limit] {
+                                std::signal(SIGXFSZ, SIG_IGN);
+                                const rlimit rl{limit, limit};
+                                setrlimit(RLIMIT_FSIZE, &rl);
+                            });
+        QVERIFY2(run.code == 1, qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
+        QVERIFY2(run.err.contains(QStringLiteral("ERROR 57 occurred. The portfolio file ") + portfolio +
+                                  QStringLiteral(" was not saved")),
+                 qPrintable(run.err));
+        QVERIFY2(!run.out.contains(QStringLiteral("Added")) && !run.out.contains(QStringLiteral("Removed")),
+                 qPrintable(run.out));
+        QCOMPARE(testing::readFile(portfolio), before);
     }
 };
 

@@ -7,6 +7,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <functional>
+
 namespace kestrova::testing {
 
 // The built kestrova-cli (named by KESTROVA_CLI) keeps its settings under dir/config, so
@@ -26,12 +28,16 @@ struct CliRun
     QString err;
 };
 
-// Runs kestrova-cli to its end with input on its standard input.
+// Runs kestrova-cli to its end with input on its standard input; childSetup runs in the
+// child before it starts the program (limits, signal dispositions).
 inline CliRun runCli(const QTemporaryDir& dir, const QStringList& args, int timeoutMs = 60000,
-                     const QByteArray& input = {})
+                     const QByteArray& input = {}, const std::function<void()>& childSetup = {})
 {
     QProcess p;
     p.setProcessEnvironment(cliEnvironment(dir));
+    if (childSetup) {
+        p.setChildProcessModifier(childSetup);
+    }
     p.start(qEnvironmentVariable("KESTROVA_CLI"), args);
     CliRun r;
     if (!p.waitForStarted(10000)) {
