@@ -87,140 +87,87 @@ private Q_SLOTS:
         QVERIFY(!app::IntervalDue(QTime(10, 5, 0), QTime(10, 5)));
     }
 
-    void saturdayNeverUpdates()
+    // Minute ticks from `from` (the first at that moment), then one more at `then` if given.
+    void runs_data()
     {
-        Recorder r;
-        ScheduleState state;
-        support::MockClock clock(at(28, 9, 0));
-        for (int i = 0; i < 8 * 60; ++i) { // 9:00 to 17:00, one tick a minute
-            clock.advanceSecs(60);
-            app::CheckSchedule(everything(), state, clock, r.hooks());
-        }
-        QVERIFY(r.updates.isEmpty());
-        QVERIFY(r.status.isEmpty());
+        QTest::addColumn<QString>("setup"); // what differs from everything(), see runs()
+        QTest::addColumn<QDateTime>("from");
+        QTest::addColumn<int>("ticks");
+        QTest::addColumn<QDateTime>("then");
+        QTest::addColumn<int>("moments");    // market-moment updates
+        QTest::addColumn<int>("intervals");  // interval updates
+        QTest::addColumn<QString>("done");   // moments marked done today (o, m, c); "-" not checked
+        QTest::addColumn<QString>("status"); // one of the status lines; "-" none at all
+        const QDateTime none;
+        const QString next = QStringLiteral("Next scheduled update at ");
+        // clang-format off
+        QTest::newRow("saturday never updates") << "" << at(28, 9, 1) << 8 * 60 << none << 0 << 0 << "-" << "-";
+        // Intervals at 9:00:30 (the first tick after start), 10:00:30 ... 15:00:30; each moment once.
+        QTest::newRow("full weekday") << "interval=60" << at(23, 9, 0, 30) << 8 * 60 << none << 3 << 7 << "omc" << next + "10:00:00 AM";
+        QTest::newRow("late start misses the open") << "interval=0" << at(23, 9, 40) << 1 << none << 0 << 0 << "" << "";
+        QTest::newRow("first tick after start updates") << "moments=0" << at(23, 9, 0, 20) << 2 << none << 0 << 1 << "-" << next + "9:15:00 AM";
+        QTest::newRow("start equal to stop: no intervals") << "moments=0,start=10:00 am,stop=10:00 am" << at(23, 9, 1) << 120 << none << 0 << 0 << "-" << "";
+        // 23:00:30 ... 23:45:30; the 00:00 that follows belongs to tomorrow, which starts again.
+        QTest::newRow("no wrap past midnight") << "moments=0,start=11:00 pm,stop=11:59:59 pm" << at(23, 23, 0, 30) << 60 << at(24, 23, 0, 30) << 0 << 5 << "-" << next + "12:00:00 AM";
+        QTest::newRow("weekday change rearms") << "interval=0" << at(23, 9, 31) << 3 << at(24, 9, 31) << 2 << 0 << "o" << "";
+        QTest::newRow("unticked weekday skips") << "days=10111" << at(24, 9, 31) << 1 << none << 0 << 0 << "-" << "";
+        QTest::newRow("modem service advances only") << "online=0" << at(23, 9, 31) << 1 << none << 0 << 0 << "o" << next + "9:46:00 AM";
+        // clang-format on
     }
-
-    void fullWeekday()
+    void runs()
     {
+        QFETCH(QString, setup);
+        QFETCH(QDateTime, from);
+        QFETCH(int, ticks);
+        QFETCH(QDateTime, then);
+        QFETCH(int, moments);
+        QFETCH(int, intervals);
+        QFETCH(QString, done);
+        QFETCH(QString, status);
         Recorder r;
         ScheduleState state;
-        auto o = everything();
-        o.intervalMinutes = 60;
-        support::MockClock clock(at(23, 8, 59, 30));
-        for (int i = 0; i < 8 * 60; ++i) {
+        core::ScheduleOptions o = everything();
+        for (const QString& change : setup.split(u',', Qt::SkipEmptyParts)) {
+            const QString key = change.section(u'=', 0, 0);
+            const QString value = change.section(u'=', 1);
+            if (key == QLatin1String("interval")) {
+                o.interval = value != QLatin1String("0");
+                o.intervalMinutes = qint16(value.toInt());
+            } else if (key == QLatin1String("moments")) {
+                o.marketOpen = o.midday = o.marketClose = false;
+            } else if (key == QLatin1String("start")) {
+                o.startTime = value;
+            } else if (key == QLatin1String("stop")) {
+                o.stopTime = value;
+            } else if (key == QLatin1String("days")) {
+                for (int d = 0; d < 5; ++d) {
+                    o.days[d] = value[d] == u'1';
+                }
+            } else if (key == QLatin1String("online")) {
+                r.internet = false;
+            }
+        }
+        support::MockClock clock(from);
+        for (int i = 0; i < ticks; ++i) {
+            app::CheckSchedule(o, state, clock, r.hooks());
             clock.advanceSecs(60);
+        }
+        if (then.isValid()) {
+            clock.set(then);
             app::CheckSchedule(o, state, clock, r.hooks());
         }
-        // Interval updates at 9:00:30 (first tick after start), 10:00:30, ... 15:00:30 and the
-        // three market moments, each once.
-        QCOMPARE(r.updates.count(true), 3);
-        QCOMPARE(r.updates.count(false), 7);
-        QVERIFY(state.openDone && state.middayDone && state.closeDone);
-        QCOMPARE(r.status.first(), QStringLiteral("Next scheduled update at 10:00:00 AM"));
-    }
-
-    void lateStartMissesTheOpen()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.interval = false;
-        support::MockClock clock(at(23, 9, 40));
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QVERIFY(r.updates.isEmpty());
-        QVERIFY(!state.openDone);
-    }
-
-    void firstTickAfterStartUpdatesAtOnce()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.marketOpen = o.midday = o.marketClose = false;
-        support::MockClock clock(at(23, 9, 0, 20));
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QCOMPARE(r.updates, QList<bool>{false});
-        QCOMPARE(state.nextUpdate, QStringLiteral("9:15:00 AM"));
-        clock.advanceSecs(60);
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QCOMPARE(r.updates.size(), 1);
-    }
-
-    void startEqualStopGivesNoIntervals()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.marketOpen = o.midday = o.marketClose = false;
-        o.startTime = o.stopTime = QStringLiteral("10:00 am");
-        QVERIFY(app::validateSchedule(app::ScheduleEntry::from(o)).ok());
-        support::MockClock clock(at(23, 9, 0));
-        for (int i = 0; i < 120; ++i) {
-            clock.advanceSecs(60);
-            app::CheckSchedule(o, state, clock, r.hooks());
+        QCOMPARE(r.updates.count(true), moments);
+        QCOMPARE(r.updates.count(false), intervals);
+        if (done != QLatin1String("-")) {
+            const QString got =
+                QString(state.openDone ? "o" : "") + (state.middayDone ? "m" : "") + (state.closeDone ? "c" : "");
+            QCOMPARE(got, done);
         }
-        QVERIFY(r.updates.isEmpty());
-    }
-
-    void intervalDoesNotWrapPastMidnight()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.marketOpen = o.midday = o.marketClose = false;
-        o.startTime = QStringLiteral("11:00 pm");
-        o.stopTime = QStringLiteral("11:59:59 pm");
-        support::MockClock clock(at(23, 22, 59, 30));
-        for (int i = 0; i < 60; ++i) { // 23:00:30 to 23:59:30
-            clock.advanceSecs(60);
-            app::CheckSchedule(o, state, clock, r.hooks());
+        if (status == QLatin1String("-")) {
+            QCOMPARE(r.status, QStringList());
+        } else if (!status.isEmpty()) {
+            QVERIFY2(r.status.contains(status), qPrintable(r.status.join(u'\n')));
         }
-        // 23:00:30, 23:15:30, 23:30:30 and 23:45:30; the 00:00 that follows belongs to tomorrow.
-        QCOMPARE(r.updates.size(), 4);
-        QCOMPARE(r.status.last(), QStringLiteral("Next scheduled update at 12:00:00 AM"));
-        clock.set(at(24, 23, 0, 30)); // Tuesday starts again from its start time
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QCOMPARE(r.updates.size(), 5);
-    }
-
-    void weekdayChangeRearms()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.interval = false;
-        support::MockClock clock(at(23, 9, 31));
-        app::CheckSchedule(o, state, clock, r.hooks());
-        clock.set(at(23, 9, 33));
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QCOMPARE(r.updates.size(), 1);
-        clock.set(at(24, 9, 31)); // Tuesday
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QCOMPARE(r.updates.size(), 2);
-        QCOMPARE(state.lastWeekday, 3);
-    }
-
-    void untickedWeekdaySkips()
-    {
-        Recorder r;
-        ScheduleState state;
-        auto o = everything();
-        o.days = {true, false, true, true, true}; // no Tuesday
-        support::MockClock clock(at(24, 9, 31));
-        app::CheckSchedule(o, state, clock, r.hooks());
-        QVERIFY(r.updates.isEmpty());
-    }
-
-    void modemServiceAdvancesWithoutUpdating()
-    {
-        Recorder r;
-        r.internet = false;
-        ScheduleState state;
-        support::MockClock clock(at(23, 9, 31));
-        app::CheckSchedule(everything(), state, clock, r.hooks());
-        QVERIFY(r.updates.isEmpty());
-        QVERIFY(state.openDone);
-        QCOMPARE(r.status, QStringList{QStringLiteral("Next scheduled update at 9:46:00 AM")});
     }
 
     void dialogRules_data()
