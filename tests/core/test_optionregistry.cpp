@@ -250,8 +250,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("entered"); // name=value pairs over a good form
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("option"); // the field to correct
-        QTest::newRow("good form") << QStringList{} << ""
-                                   << "";
+        // clang-format off
+        QTest::newRow("good form") << QStringList{} << "" << "";
         QTest::newRow("everything wrong: the pager ID first")
             << QStringList{"pager.id=12-34", "pager.max_length=0", "smtp.recipient=", "proxy.host="}
             << "Please enter Pager ID without dashes"
@@ -268,8 +268,7 @@ private Q_SLOTS:
         QTest::newRow("then the proxy") << QStringList{"proxy.host="}
                                         << "You must enter either a host name or host address for the proxy server."
                                         << "proxy.host";
-        QTest::newRow("proxy address alone is enough") << QStringList{"proxy.host=", "proxy.address=10.1.1.1"} << ""
-                                                       << "";
+        QTest::newRow("proxy address alone is enough") << QStringList{"proxy.host=", "proxy.address=10.1.1.1"} << "" << "";
         QTest::newRow("then the SMTP server")
             << QStringList{"smtp.host=", "smtp.address="}
             << "You must enter either a host name or host address for the SMTP server."
@@ -277,8 +276,8 @@ private Q_SLOTS:
         QTest::newRow("e-mail fields unchecked with e-mail paging off")
             << QStringList{"smtp.enabled=false", "smtp.max_length=0", "smtp.recipient=", "smtp.host="} << ""
             << "";
-        QTest::newRow("proxy unchecked when not used") << QStringList{"proxy.enabled=false", "proxy.host="} << ""
-                                                       << "";
+        QTest::newRow("proxy unchecked when not used") << QStringList{"proxy.enabled=false", "proxy.host="} << "" << "";
+        // clang-format on
     }
     void formChecksInOrder()
     {

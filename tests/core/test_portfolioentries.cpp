@@ -58,41 +58,23 @@ private Q_SLOTS:
         QTest::addColumn<QString>("field");
         QTest::addColumn<QString>("value");
         QTest::addColumn<QString>("message");
-        QTest::newRow("no ticker") << "ticker"
-                                   << "   "
-                                   << "Ticker: a ticker is needed";
+        // clang-format off
+        QTest::newRow("no ticker") << "ticker" << "   " << "Ticker: a ticker is needed";
         QTest::newRow("ticker too long") << "ticker" << QString(22, u'X') << "Ticker: holds at most 21 characters";
-        QTest::newRow("ticker with a quote") << "ticker"
-                                             << "A\"B"
-                                             << "Ticker: may not hold double quotes or line breaks";
+        QTest::newRow("ticker with a quote") << "ticker" << "A\"B" << "Ticker: may not hold double quotes or line breaks";
         QTest::newRow("ticker outside the code page")
             << "ticker" << QStringLiteral("漢字")
             << QStringLiteral(
                    "Ticker: \"漢\" cannot be stored in the portfolio file, which holds Windows-1252 text only");
-        QTest::newRow("price is text") << "high"
-                                       << "12a"
-                                       << "High Limit: \"12a\" is not a number.";
-        QTest::newRow("negative price") << "low"
-                                        << "-5"
-                                        << "Low Limit: must be 0 (no limit) or a price above it";
-        QTest::newRow("low above high") << "low"
-                                        << "151"
-                                        << "Low Limit: must be below the high limit.";
-        QTest::newRow("bad grouping") << "shares"
-                                      << "12,34"
-                                      << "Shares: \"12,34\" is not a number.";
-        QTest::newRow("cost is a sign alone") << "cost"
-                                              << "-"
-                                              << "Cost Basis: \"-\" is not a number.";
-        QTest::newRow("low change above high") << "lowchg"
-                                               << "6"
-                                               << "Low % Change: must be below the high % change.";
-        QTest::newRow("volume with decimals") << "volume"
-                                              << "10.5"
-                                              << "Volume Limit: enter a whole number of shares.";
-        QTest::newRow("volume beyond 32 bits") << "volume"
-                                               << "3000000000"
-                                               << "Volume Limit: may not be above 2147483647.";
+        QTest::newRow("price is text") << "high" << "12a" << "High Limit: \"12a\" is not a number.";
+        QTest::newRow("negative price") << "low" << "-5" << "Low Limit: must be 0 (no limit) or a price above it";
+        QTest::newRow("low above high") << "low" << "151" << "Low Limit: must be below the high limit.";
+        QTest::newRow("bad grouping") << "shares" << "12,34" << "Shares: \"12,34\" is not a number.";
+        QTest::newRow("cost is a sign alone") << "cost" << "-" << "Cost Basis: \"-\" is not a number.";
+        QTest::newRow("low change above high") << "lowchg" << "6" << "Low % Change: must be below the high % change.";
+        QTest::newRow("volume with decimals") << "volume" << "10.5" << "Volume Limit: enter a whole number of shares.";
+        QTest::newRow("volume beyond 32 bits") << "volume" << "3000000000" << "Volume Limit: may not be above 2147483647.";
+        // clang-format on
     }
     void badField()
     {
@@ -168,22 +150,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("costValue");
         QTest::addColumn<QString>("gain");
         QTest::addColumn<QString>("percent");
-        QTest::newRow("gain") << 10.0f << "5" << 6.0f << true << "60"
-                              << "50"
-                              << "10"
-                              << "20";
-        QTest::newRow("loss") << 100.0f << "20.5" << 18.25f << true << "1825"
-                              << "2050"
-                              << "-225"
-                              << "-10.9756";
-        QTest::newRow("no cost") << 10.0f << "0" << 6.0f << true << "60"
-                                 << "0"
-                                 << "60"
-                                 << "0";
-        QTest::newRow("no price yet") << 10.0f << "5" << -1.0f << false << "0"
-                                      << "50"
-                                      << "0"
-                                      << "0";
+        // clang-format off
+        QTest::newRow("gain") << 10.0f << "5" << 6.0f << true << "60" << "50" << "10" << "20";
+        QTest::newRow("loss") << 100.0f << "20.5" << 18.25f << true << "1825" << "2050" << "-225" << "-10.9756";
+        QTest::newRow("no cost") << 10.0f << "0" << 6.0f << true << "60" << "0" << "60" << "0";
+        QTest::newRow("no price yet") << 10.0f << "5" << -1.0f << false << "0" << "50" << "0" << "0";
+        // clang-format on
     }
     void holdingFigures()
     {

@@ -294,18 +294,17 @@ private Q_SLOTS:
     {
         QTest::addColumn<float>("value");
         QTest::addColumn<QByteArray>("text");
+        // clang-format off
         QTest::newRow("0.1") << 0.1f << QByteArray("0.1");
         QTest::newRow("eight digits") << 12345678.0f << QByteArray("12345678");
         QTest::newRow("1e9") << 1e9f << QByteArray("1000000000");
         QTest::newRow("one millionth below zero") << -0.000001f << QByteArray("-0.000001");
         QTest::newRow("eighths") << 45.375f << QByteArray("45.375");
         QTest::newRow("2^24 + 1 is 2^24") << 16777217.0f << QByteArray("16777216");
-        QTest::newRow("largest") << std::numeric_limits<float>::max()
-                                 << QByteArray("340282346638528859811704183484516925440");
-        QTest::newRow("smallest normal") << std::numeric_limits<float>::min()
-                                         << "0." + QByteArray(37, '0') + "11754944";
-        QTest::newRow("smallest non-zero")
-            << std::numeric_limits<float>::denorm_min() << "0." + QByteArray(44, '0') + "1";
+        QTest::newRow("largest") << std::numeric_limits<float>::max() << QByteArray("340282346638528859811704183484516925440");
+        QTest::newRow("smallest normal") << std::numeric_limits<float>::min() << "0." + QByteArray(37, '0') + "11754944";
+        QTest::newRow("smallest non-zero") << std::numeric_limits<float>::denorm_min() << "0." + QByteArray(44, '0') + "1";
+        // clang-format on
     }
     void singlesAreExact()
     {
@@ -522,14 +521,14 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("from");
         QTest::addColumn<QByteArray>("to");
         QTest::addColumn<int>("error");
-        QTest::newRow("text for a number")
-            << QByteArray("\r\n80,3,30,10\r\n") << QByteArray("\r\nabc,3,30,10\r\n") << 13;
-        QTest::newRow("number beyond 16 bits")
-            << QByteArray("\r\n80,3,30,10\r\n") << QByteArray("\r\n40000,3,30,10\r\n") << 6;
+        // clang-format off
+        QTest::newRow("text for a number") << QByteArray("\r\n80,3,30,10\r\n") << QByteArray("\r\nabc,3,30,10\r\n") << 13;
+        QTest::newRow("number beyond 16 bits") << QByteArray("\r\n80,3,30,10\r\n") << QByteArray("\r\n40000,3,30,10\r\n") << 6;
         QTest::newRow("more than fifty entries") << QByteArray("\",0\r\n") << QByteArray("\",51\r\n") << 9;
         QTest::newRow("negative count") << QByteArray("\",0\r\n") << QByteArray("\",-1\r\n") << 9;
         QTest::newRow("count far beyond the table") << QByteArray("\",0\r\n") << QByteArray("\",3000\r\n") << 9;
         QTest::newRow("modem table overrun") << QByteArray("\r\n2,2\r\n") << QByteArray("\r\n21,2\r\n") << 9;
+        // clang-format on
     }
     void badItems()
     {

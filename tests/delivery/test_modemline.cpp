@@ -115,15 +115,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("added");
         QTest::addColumn<QString>("after");
         const QString bs(QChar(8));
+        // clang-format off
         QTest::newRow("plain") << "abc" << QStringLiteral("def") << "abcdef";
         QTest::newRow("line feeds removed") << "" << QStringLiteral("OK\r\nOK\r\n") << "OK\rOK\r";
-        QTest::newRow("backspace inside") << "x"
-                                          << "ab" + bs + "c"
-                                          << "xac";
-        QTest::newRow("leading backspace eats shown text") << "xyz" << bs + "a"
-                                                           << "xya";
-        QTest::newRow("backspace on empty") << "" << bs + "a"
-                                            << "a";
+        QTest::newRow("backspace inside") << "x" << "ab" + bs + "c" << "xac";
+        QTest::newRow("leading backspace eats shown text") << "xyz" << bs + "a" << "xya";
+        QTest::newRow("backspace on empty") << "" << bs + "a" << "a";
+        // clang-format on
     }
     void terminalEcho()
     {

@@ -18,10 +18,116 @@ class TestPageCli : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void pageArrivesWhole_data();
-    void pageArrivesWhole();
-    void interruptCancelsAndHangsUp();
+
+    void initTestCase()
+    {
+        m_cli = qEnvironmentVariable("KESTROVA_CLI");
+        QVERIFY2(!m_cli.isEmpty() && QFile::exists(m_cli), "KESTROVA_CLI must name the built kestrova-cli");
+    }
+
+    void pageArrivesWhole_data()
+    {
+        QTest::addColumn<bool>("numeric");
+        QTest::addColumn<QString>("scriptText");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("result");
+        QTest::addColumn<QStringList>("simLines");
+
+        QTest::newRow("two TAP pages") << false << "" << QStringLiteral("Buy IBM below 100.50 today") << 0
+                                       << "Pager: Message Sent (2 Pages)"
+                                       << QStringList{"CALL 5552000", "PAGE 7654321 Buy IBM below 100.50",
+                                                      "PAGE 7654321 today"};
+        QTest::newRow("numeric page with its commas")
+            << true << "numeric 5552000" << QStringLiteral("4321*9") << 0 << "Digital Pager: Message 1 Sent"
+            << QStringList{"NUMERIC 5552000,,4321*9 DIGITS ,,4321*9"};
+        QTest::newRow("busy service") << false << "busy 5552000" << QStringLiteral("never arrives") << 1
+                                      << "Pager: Busy" << QStringList{};
+    }
+    void pageArrivesWhole()
+    {
+        QFETCH(bool, numeric);
+        QFETCH(QString, scriptText);
+        QFETCH(QString, text);
+        QFETCH(int, exitCode);
+        QFETCH(QString, result);
+        QFETCH(QStringList, simLines);
+
+        QTemporaryDir tmp;
+        QVERIFY(tmp.isValid());
+        const QString link = tmp.filePath(QStringLiteral("modem"));
+        QProcess sim;
+        sim.setProcessChannelMode(QProcess::SeparateChannels);
+        QVERIFY(startSimulator(sim, tmp, scriptText.toUtf8()));
+        QVERIFY(QFileInfo(link).isSymLink());
+
+        core::Options options;
+        options.paging.maxLength = 20;
+        options.paging.retries = 1;
+        options.paging.numeric = numeric;
+        options.paging.numericWait = 4;
+        const QString portfolio = writePortfolio(tmp, options);
+        QVERIFY(!portfolio.isEmpty());
+
+        const QString configHome = tmp.filePath(QStringLiteral("config"));
+        {
+            settings::SettingsStore store(configHome + QStringLiteral("/Kestrova/Kestrova.ini"));
+            store.save(QStringLiteral("Settings"), QStringLiteral("ModemDevice"), link);
+            QVERIFY(store.sync());
+        }
+
+        const testing::CliRun run =
+            testing::runCli(tmp,
+                            {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
+                             QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"), text},
+                            90000);
+        QVERIFY2(run.code == exitCode, qPrintable(run.out + run.err));
+        QCOMPARE(run.out.trimmed(), result);
+
+        sim.terminate();
+        QVERIFY(sim.waitForFinished(10000));
+        QCOMPARE(sim.exitCode(), 0);
+        QStringList lines = QString::fromUtf8(sim.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+        QVERIFY(!lines.isEmpty());
+        QVERIFY(lines.takeLast().startsWith(QStringLiteral("modem-sim: ")));
+        QCOMPARE(lines, simLines);
+        QVERIFY(!QFileInfo::exists(link));
+    }
+
+    void interruptCancelsAndHangsUp()
+    {
+        QTemporaryDir tmp;
+        QVERIFY(tmp.isValid());
+        const QString link = tmp.filePath(QStringLiteral("modem"));
+        QProcess sim;
+        // A terminal that never prompts keeps the sender in its logon waits.
+        QVERIFY(startSimulator(sim, tmp, "fault never-id"));
+        core::Options options;
+        options.paging.retries = 3;
+        const QString portfolio = writePortfolio(tmp, options);
+        QVERIFY(!portfolio.isEmpty());
+
+        QProcess page;
+        page.setProcessEnvironment(testing::cliEnvironment(tmp));
+        page.start(m_cli,
+                   {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"),
+                    portfolio, QStringLiteral("page"), QStringLiteral("--device"), link, QStringLiteral("stop me")});
+        QVERIFY(page.waitForStarted());
+        // Interrupt once the call is up.
+        QVERIFY(sim.waitForReadyRead(30000));
+        QCOMPARE(sim.readLine().trimmed(), QByteArray("CALL 5552000"));
+        QTest::qWait(300);
+        ::kill(static_cast<pid_t>(page.processId()), SIGINT);
+        QVERIFY(page.waitForFinished(30000));
+        QCOMPARE(page.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(page.exitCode(), 1);
+        QCOMPARE(QString::fromUtf8(page.readAllStandardOutput()).trimmed(), QStringLiteral("Pager: User Cancelled"));
+
+        sim.terminate();
+        QVERIFY(sim.waitForFinished(10000));
+        // No retry after a cancel: the simulator saw one call only.
+        QVERIFY(QString::fromUtf8(sim.readAllStandardOutput()).contains(QStringLiteral("0 pages, 1 calls")));
+    }
 
 private:
     // Starts kestrova-cli modem-sim on a pty linked at dir/modem, with the given script lines.
@@ -50,117 +156,6 @@ private:
 
     QString m_cli;
 };
-
-void TestPageCli::initTestCase()
-{
-    m_cli = qEnvironmentVariable("KESTROVA_CLI");
-    QVERIFY2(!m_cli.isEmpty() && QFile::exists(m_cli), "KESTROVA_CLI must name the built kestrova-cli");
-}
-
-void TestPageCli::pageArrivesWhole_data()
-{
-    QTest::addColumn<bool>("numeric");
-    QTest::addColumn<QString>("scriptText");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("result");
-    QTest::addColumn<QStringList>("simLines");
-
-    QTest::newRow("two TAP pages") << false << "" << QStringLiteral("Buy IBM below 100.50 today") << 0
-                                   << "Pager: Message Sent (2 Pages)"
-                                   << QStringList{"CALL 5552000", "PAGE 7654321 Buy IBM below 100.50",
-                                                  "PAGE 7654321 today"};
-    QTest::newRow("numeric page with its commas")
-        << true << "numeric 5552000" << QStringLiteral("4321*9") << 0 << "Digital Pager: Message 1 Sent"
-        << QStringList{"NUMERIC 5552000,,4321*9 DIGITS ,,4321*9"};
-    QTest::newRow("busy service") << false << "busy 5552000" << QStringLiteral("never arrives") << 1 << "Pager: Busy"
-                                  << QStringList{};
-}
-
-void TestPageCli::pageArrivesWhole()
-{
-    QFETCH(bool, numeric);
-    QFETCH(QString, scriptText);
-    QFETCH(QString, text);
-    QFETCH(int, exitCode);
-    QFETCH(QString, result);
-    QFETCH(QStringList, simLines);
-
-    QTemporaryDir tmp;
-    QVERIFY(tmp.isValid());
-    const QString link = tmp.filePath(QStringLiteral("modem"));
-    QProcess sim;
-    sim.setProcessChannelMode(QProcess::SeparateChannels);
-    QVERIFY(startSimulator(sim, tmp, scriptText.toUtf8()));
-    QVERIFY(QFileInfo(link).isSymLink());
-
-    core::Options options;
-    options.paging.maxLength = 20;
-    options.paging.retries = 1;
-    options.paging.numeric = numeric;
-    options.paging.numericWait = 4;
-    const QString portfolio = writePortfolio(tmp, options);
-    QVERIFY(!portfolio.isEmpty());
-
-    const QString configHome = tmp.filePath(QStringLiteral("config"));
-    {
-        settings::SettingsStore store(configHome + QStringLiteral("/Kestrova/Kestrova.ini"));
-        store.save(QStringLiteral("Settings"), QStringLiteral("ModemDevice"), link);
-        QVERIFY(store.sync());
-    }
-
-    const testing::CliRun run =
-        testing::runCli(tmp,
-                        {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
-                         QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"), text},
-                        90000);
-    QVERIFY2(run.code == exitCode, qPrintable(run.out + run.err));
-    QCOMPARE(run.out.trimmed(), result);
-
-    sim.terminate();
-    QVERIFY(sim.waitForFinished(10000));
-    QCOMPARE(sim.exitCode(), 0);
-    QStringList lines = QString::fromUtf8(sim.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
-    QVERIFY(!lines.isEmpty());
-    QVERIFY(lines.takeLast().startsWith(QStringLiteral("modem-sim: ")));
-    QCOMPARE(lines, simLines);
-    QVERIFY(!QFileInfo::exists(link));
-}
-
-void TestPageCli::interruptCancelsAndHangsUp()
-{
-    QTemporaryDir tmp;
-    QVERIFY(tmp.isValid());
-    const QString link = tmp.filePath(QStringLiteral("modem"));
-    QProcess sim;
-    // A terminal that never prompts keeps the sender in its logon waits.
-    QVERIFY(startSimulator(sim, tmp, "fault never-id"));
-    core::Options options;
-    options.paging.retries = 3;
-    const QString portfolio = writePortfolio(tmp, options);
-    QVERIFY(!portfolio.isEmpty());
-
-    QProcess page;
-    page.setProcessEnvironment(testing::cliEnvironment(tmp));
-    page.start(m_cli,
-               {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")), QStringLiteral("--portfolio"),
-                portfolio, QStringLiteral("page"), QStringLiteral("--device"), link, QStringLiteral("stop me")});
-    QVERIFY(page.waitForStarted());
-    // Interrupt once the call is up.
-    QVERIFY(sim.waitForReadyRead(30000));
-    QCOMPARE(sim.readLine().trimmed(), QByteArray("CALL 5552000"));
-    QTest::qWait(300);
-    ::kill(static_cast<pid_t>(page.processId()), SIGINT);
-    QVERIFY(page.waitForFinished(30000));
-    QCOMPARE(page.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(page.exitCode(), 1);
-    QCOMPARE(QString::fromUtf8(page.readAllStandardOutput()).trimmed(), QStringLiteral("Pager: User Cancelled"));
-
-    sim.terminate();
-    QVERIFY(sim.waitForFinished(10000));
-    // No retry after a cancel: the simulator saw one call only.
-    QVERIFY(QString::fromUtf8(sim.readAllStandardOutput()).contains(QStringLiteral("0 pages, 1 calls")));
-}
 
 QTEST_GUILESS_MAIN(TestPageCli)
 #include "test_pagecli.moc"

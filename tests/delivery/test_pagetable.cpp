@@ -20,6 +20,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("pages");
 
         const QString bs(QChar(8));
+        // clang-format off
         QTest::newRow("exactly one page") << "abcde" << 5 << true << QStringList{"abcde"};
         QTest::newRow("one over") << "abcdef" << 5 << true << QStringList{"abcde", "f"};
         QTest::newRow("short message kept untrimmed") << " ab " << 5 << true << QStringList{" ab "};
@@ -27,14 +28,14 @@ private Q_SLOTS:
         QTest::newRow("remainder trimmed") << "abcde  xy" << 5 << true << QStringList{"abcde", "xy"};
         QTest::newRow("blank remainder dropped") << "abcdefghij   " << 5 << true << QStringList{"abcde", "fghij"};
         QTest::newRow("cut at exact multiples") << "aaabbbcccd" << 3 << true << QStringList{"aaa", "bbb", "ccc", "d"};
-        QTest::newRow("CR becomes blank, next char backspace")
-            << "AB\rCD" << 80 << true << QStringList{"AB " + bs + "D"};
+        QTest::newRow("CR becomes blank, next char backspace") << "AB\rCD" << 80 << true << QStringList{"AB " + bs + "D"};
         QTest::newRow("CR LF keeps the length") << "AB\r\nCD" << 80 << true << QStringList{"AB " + bs + "CD"};
         QTest::newRow("CR at the end") << "AB\r" << 80 << true << QStringList{"AB "};
         QTest::newRow("CR across a boundary") << "ABC\rDEF" << 3 << true << QStringList{"ABC", " " + bs + "E", "F"};
         QTest::newRow("CR just before a boundary") << "AB\rDEF" << 3 << true << QStringList{"AB ", bs + "EF"};
         QTest::newRow("CR left alone without handling") << "AB\rCD" << 80 << false << QStringList{"AB\rCD"};
         QTest::newRow("zero length keeps one page") << "abc" << 0 << true << QStringList{"abc"};
+        // clang-format on
     }
     void split()
     {
@@ -86,27 +87,17 @@ private Q_SLOTS:
         const QChar etx(3);
         const QChar cr(13);
         // 2 + "123" (150) + 13 + "ABC" (198) + 13 + 3 = 379 = 0x17B.
+        // clang-format off
         QTest::newRow("classic block") << (stx + QStringLiteral("123") + cr + "ABC" + cr + etx) << QByteArray("17;");
-        QTest::newRow("sum below 16") << (QString(stx) + etx)
-                                      << QByteArray("\0\0"
-                                                    "5",
-                                                    3);
-        QTest::newRow("sum exactly 16") << QString(4, QChar(4))
-                                        << QByteArray("\0"
-                                                      "10",
-                                                      3);
-        QTest::newRow("sum below 256") << QStringLiteral("A")
-                                       << QByteArray("\0"
-                                                     "41",
-                                                     3);
+        QTest::newRow("sum below 16") << (QString(stx) + etx) << QByteArray("\0\0" "5", 3);
+        QTest::newRow("sum exactly 16") << QString(4, QChar(4)) << QByteArray("\0" "10", 3);
+        QTest::newRow("sum below 256") << QStringLiteral("A") << QByteArray("\0" "41", 3);
         QTest::newRow("sum 256") << QStringLiteral("\u20AC\u20AC") << QByteArray("100");
         // 20 x 255 = 5100 = 0x13EC: only the low twelve bits count.
         QTest::newRow("sum above 4095") << QString(20, QChar(0xFF)) << QByteArray("3><");
         // The euro sign goes out as byte 0x80, so that is what is summed.
-        QTest::newRow("code page byte, not the code point") << QStringLiteral("\u20AC")
-                                                            << QByteArray("\0"
-                                                                          "80",
-                                                                          3);
+        QTest::newRow("code page byte, not the code point") << QStringLiteral("\u20AC") << QByteArray("\0" "80", 3);
+        // clang-format on
     }
     void checksum()
     {

@@ -115,11 +115,11 @@ private Q_SLOTS:
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("text");
+        // clang-format off
         QTest::newRow("base") << 10000 << "WSABASEERR" << QStringLiteral("No Error");
         QTest::newRow("first real") << 10004 << "WSAEINTR" << QStringLiteral("Interrupted system call");
         QTest::newRow("refused") << 10061 << "WSAECONNREFUSED" << QStringLiteral("Connection refused");
-        QTest::newRow("not initialised") << 10093 << "WSANOTINITIALISED"
-                                         << QStringLiteral("Successful WSASTARTUP not yet performed");
+        QTest::newRow("not initialised") << 10093 << "WSANOTINITIALISED" << QStringLiteral("Successful WSASTARTUP not yet performed");
         QTest::newRow("no data")
             << 11004 << "WSANO_DATA"
             << QStringLiteral("Valid name, no data record of requested type *OR* No address, look for MX record");
@@ -127,6 +127,7 @@ private Q_SLOTS:
         QTest::newRow("gap before sys") << 10072 << "" << QStringLiteral("Unknown Error");
         QTest::newRow("past the end") << 11005 << "" << QStringLiteral("Unknown Error");
         QTest::newRow("negative") << -10061 << "" << QStringLiteral("Unknown Error");
+        // clang-format on
     }
     void winsockTable()
     {
@@ -167,15 +168,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<int>("maxLength");
         QTest::addColumn<QStringList>("pieces");
-        QTest::newRow("exactly one page")
-            << QStringLiteral("ABCDEFGHIJKLMNOPQRST") << 20 << QStringList{QStringLiteral("ABCDEFGHIJKLMNOPQRST")};
+        // clang-format off
+        QTest::newRow("exactly one page") << QStringLiteral("ABCDEFGHIJKLMNOPQRST") << 20 << QStringList{QStringLiteral("ABCDEFGHIJKLMNOPQRST")};
         QTest::newRow("two and a bit") << QStringLiteral("IBM 101.25 +1.50 MSFT 55.10 -0.20 T 9") << 15
                                        << QStringList{QStringLiteral("IBM 101.25 +1.5"),
                                                       QStringLiteral("0 MSFT 55.10 -0"), QStringLiteral(".20 T 9")};
-        QTest::newRow("blank remainder dropped")
-            << QStringLiteral("0123456789     ") << 10 << QStringList{QStringLiteral("0123456789")};
-        QTest::newRow("line starting with a dot")
-            << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")};
+        QTest::newRow("blank remainder dropped") << QStringLiteral("0123456789     ") << 10 << QStringList{QStringLiteral("0123456789")};
+        QTest::newRow("line starting with a dot") << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")};
+        // clang-format on
     }
     void sendsPiecesByteForByte()
     {

@@ -17,16 +17,15 @@ core::MailBox twoMessages()
     core::MailBox box;
     box.messageCount = 2;
     box.mailWaiting = true;
-    box.records[1] = {QStringLiteral(" Mon, 23 Nov 2026 09:00 "),
-                      {},
-                      {},
-                      QStringLiteral("alice smith"),
-                      QStringLiteral("lunch"),
-                      {},
-                      true,
-                      100};
-    box.records[2] = {
-        QStringLiteral("Mon, 23 Nov 2026 09:30"), {}, {}, QStringLiteral("bob"), QStringLiteral("old"), {}, false, 100};
+    box.records[1].date = QStringLiteral(" Mon, 23 Nov 2026 09:00 ");
+    box.records[1].sender = QStringLiteral("alice smith");
+    box.records[1].subject = QStringLiteral("lunch");
+    box.records[1].isNew = true;
+    box.records[2].date = QStringLiteral("Mon, 23 Nov 2026 09:30");
+    box.records[2].sender = QStringLiteral("bob");
+    box.records[2].subject = QStringLiteral("old");
+    for (int i : {1, 2})
+        box.records[i].size = 100;
     return box;
 }
 } // namespace
@@ -43,15 +42,13 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("expectedPages");
         QTest::addColumn<QString>("result");
 
-        QTest::newRow("one page") << "IBM 101.25 +1.50" << 80 << QStringList{"IBM 101.25 +1.50"}
-                                  << "Pager: Message Sent";
+        // clang-format off
+        QTest::newRow("one page") << "IBM 101.25 +1.50" << 80 << QStringList{"IBM 101.25 +1.50"} << "Pager: Message Sent";
         const QString three = QString(20, u'a') + QString(20, u'b') + QStringLiteral("ccc");
-        QTest::newRow("three pages") << three << 20 << QStringList{QString(20, u'a'), QString(20, u'b'), "ccc"}
-                                     << "Pager: Message Sent (3 Pages)";
-        QTest::newRow("line break kept in place")
-            << "AB\r\nCD" << 80 << QStringList{QStringLiteral("AB ") + kBs + "CD"} << "Pager: Message Sent";
-        QTest::newRow("blank tail is no page")
-            << QString(10, u'x') + "   " << 10 << QStringList{QString(10, u'x')} << "Pager: Message Sent";
+        QTest::newRow("three pages") << three << 20 << QStringList{QString(20, u'a'), QString(20, u'b'), "ccc"} << "Pager: Message Sent (3 Pages)";
+        QTest::newRow("line break kept in place") << "AB\r\nCD" << 80 << QStringList{QStringLiteral("AB ") + kBs + "CD"} << "Pager: Message Sent";
+        QTest::newRow("blank tail is no page") << QString(10, u'x') + "   " << 10 << QStringList{QString(10, u'x')} << "Pager: Message Sent";
+        // clang-format on
     }
     void sendsPagesWhole()
     {
@@ -95,28 +92,23 @@ private Q_SLOTS:
         QTest::addColumn<int>("calls");
         QTest::addColumn<int>("logonCrs"); // per attempt, -1: not checked
 
+        // clang-format off
         QTest::newRow("busy") << "busy 5551000" << QStringLiteral("Pager: Busy") << 0 << -1;
         QTest::newRow("no dial tone") << "no-dialtone 5551000" << QStringLiteral("Pager: No Dialtone") << 0 << -1;
-        QTest::newRow("no answer") << "silent 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0
-                                   << -1;
+        QTest::newRow("no answer") << "silent 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0 << -1;
         // The dial waits for CONNECT alone, so a NO CARRIER runs out the minute; 5000
         // characters of noise end the dial as if connected, and the logon finds no ID.
-        QTest::newRow("NO CARRIER on dial")
-            << "no-carrier 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0 << -1;
+        QTest::newRow("NO CARRIER on dial") << "no-carrier 5551000" << QStringLiteral("Pager: Could not connect w/ Service") << 0 << -1;
         QTest::newRow("noise on dial") << "noise 5551000" << QStringLiteral("Pager: Unable to logon.") << 0 << -1;
         QTest::newRow("ID never sent") << "fault never-id" << QStringLiteral("Pager: Unable to logon.") << 2 << 6;
-        QTest::newRow("NO CARRIER at logon")
-            << "fault no-carrier-at-logon" << QStringLiteral("Pager: Could not connect w/ Service") << 2 << 1;
-        QTest::newRow("logon refused") << "fault refuse-logon" << QStringLiteral("Pager: Logon was not accepted.") << 2
-                                       << -1;
+        QTest::newRow("NO CARRIER at logon") << "fault no-carrier-at-logon" << QStringLiteral("Pager: Could not connect w/ Service") << 2 << 1;
+        QTest::newRow("logon refused") << "fault refuse-logon" << QStringLiteral("Pager: Logon was not accepted.") << 2 << -1;
         QTest::newRow("NAK on every block") << "fault nak" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
         QTest::newRow("RS on every block") << "fault rs" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
-        QTest::newRow("ESC EOT on every block")
-            << "fault esc-eot" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
-        QTest::newRow("block never answered")
-            << "fault silence" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
-        QTest::newRow("modem never says OK")
-            << "fault mute" << QStringLiteral("Pager: Could Not Initialize Modem") << 0 << -1;
+        QTest::newRow("ESC EOT on every block") << "fault esc-eot" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
+        QTest::newRow("block never answered") << "fault silence" << QStringLiteral("Pager: Message was not sent.") << 2 << -1;
+        QTest::newRow("modem never says OK") << "fault mute" << QStringLiteral("Pager: Could Not Initialize Modem") << 0 << -1;
+        // clang-format on
     }
     void failedAttemptsAreRetried()
     {
@@ -194,20 +186,6 @@ private Q_SLOTS:
         QVERIFY(!rig.line->isOpen());
     }
 
-    void unavailablePortIsNotRetried()
-    {
-        ModemRig rig;
-        rig.line->setDevice(QStringLiteral("/nonexistent/kestrova-modem"));
-        rig.options.paging.retries = 3;
-        delivery::TapPager pager(rig.modem, rig.options);
-        QCOMPARE(pager.SendPage(QStringLiteral("x")), QStringLiteral("Comm Port Unavailable"));
-        QCOMPARE(pager.result(), qint16(delivery::ResultPortUnavailable));
-        QCOMPARE(rig.statusMessages(), QStringList{QStringLiteral("Comm Port Unavailable")});
-        QCOMPARE(rig.countStatus(QStringLiteral("Retrying")), 0);
-        QCOMPARE(rig.countStatus(QStringLiteral("Hanging Up")), 0);
-        QVERIFY(rig.sim.commands.isEmpty());
-    }
-
     void vanishingModemEndsTheAttempt()
     {
         ModemRig rig;
@@ -229,38 +207,48 @@ private Q_SLOTS:
         QVERIFY(!rig.line->isOpen());
     }
 
-    void openPortIsLeftAlone()
-    {
-        ModemRig rig;
-        QVERIFY(rig.line->open());
-        delivery::TapPager pager(rig.modem, rig.options);
-        QCOMPARE(pager.SendPage(QStringLiteral("x")), QString());
-        QVERIFY(rig.line->isOpen());
-        rig.host.yield(5);
-        QVERIFY(rig.sim.commands.isEmpty());
-        QVERIFY(rig.host.statusLines.isEmpty());
-    }
-
-    void missingSettingsAskFirst_data()
+    // Nothing is dialled when a setting is missing or the port cannot be had: the user is
+    // asked, or told once, and no attempt is retried or hung up.
+    void nothingDialled_data()
     {
         QTest::addColumn<QString>("pagerId");
         QTest::addColumn<QString>("phone");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("no pager id") << "" << QStringLiteral("5551000") << "You must define your pager ID #.";
-        QTest::newRow("no phone") << "1234567" << QString() << "You must define your paging service phone #.";
-        QTest::newRow("neither") << "" << QString() << "You must define your pager ID #.";
+        QTest::addColumn<QString>("port"); // "missing", "open" (by someone else), or "" for the simulator
+        QTest::addColumn<QString>("result");
+        QTest::addColumn<QString>("asked");
+        // clang-format off
+        QTest::newRow("no pager id") << "" << "5551000" << "" << "" << "You must define your pager ID #.";
+        QTest::newRow("no phone") << "1234567" << "" << "" << "" << "You must define your paging service phone #.";
+        QTest::newRow("neither") << "" << "" << "" << "" << "You must define your pager ID #.";
+        QTest::newRow("port missing") << "1234567" << "5551000" << "missing" << "Comm Port Unavailable" << "";
+        QTest::newRow("port already open") << "1234567" << "5551000" << "open" << "" << "";
+        // clang-format on
     }
-    void missingSettingsAskFirst()
+    void nothingDialled()
     {
         QFETCH(QString, pagerId);
         QFETCH(QString, phone);
-        QFETCH(QString, message);
+        QFETCH(QString, port);
+        QFETCH(QString, result);
+        QFETCH(QString, asked);
         ModemRig rig;
         rig.options.paging.pagerId = pagerId;
         rig.options.paging.phone = phone;
+        rig.options.paging.retries = 3;
+        if (port == QLatin1String("missing"))
+            rig.line->setDevice(QStringLiteral("/nonexistent/kestrova-modem"));
+        if (port == QLatin1String("open"))
+            QVERIFY(rig.line->open());
         delivery::TapPager pager(rig.modem, rig.options);
-        QCOMPARE(pager.SendPage(QStringLiteral("x")), QString());
-        QCOMPARE(rig.host.messages, QStringList{message});
+        QCOMPARE(pager.SendPage(QStringLiteral("x")), result);
+        if (!result.isEmpty())
+            QCOMPARE(pager.result(), qint16(delivery::ResultPortUnavailable));
+        QCOMPARE(rig.host.messages, asked.isEmpty() ? QStringList() : QStringList{asked});
+        QCOMPARE(rig.statusMessages(), result.isEmpty() ? QStringList() : QStringList{result});
+        QCOMPARE(rig.countStatus(QStringLiteral("Retrying")), 0);
+        QCOMPARE(rig.countStatus(QStringLiteral("Hanging Up")), 0);
+        QCOMPARE(rig.line->isOpen(), port == QLatin1String("open"));
+        rig.host.yield(5);
         QVERIFY(rig.sim.commands.isEmpty());
     }
 

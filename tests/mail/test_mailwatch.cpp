@@ -99,18 +99,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("value");
         const QString r = QStringLiteral("+OK\r\nFrom: Alice Smith\r\nSubject: Re: Lunch\r\nDate: Mon, 23 Nov 2026\r\n"
                                          "Message-ID: <A1@X>\r\n\r\n.\r\n");
+        // clang-format off
         QTest::newRow("from lower-cased, blank skipped") << r << "from:" << QStringLiteral("alice smith");
         QTest::newRow("subject") << r << "subject: " << QStringLiteral("re: lunch");
         QTest::newRow("date") << r << "date: " << QStringLiteral("mon, 23 nov 2026");
         QTest::newRow("message-id skips one char") << r << "message-id:" << QStringLiteral("<a1@x>");
-        QTest::newRow("no blank after colon loses a char")
-            << QStringLiteral("From:Bob\r\n") << "from:" << QStringLiteral("ob");
+        QTest::newRow("no blank after colon loses a char") << QStringLiteral("From:Bob\r\n") << "from:" << QStringLiteral("ob");
         QTest::newRow("key missing") << QStringLiteral("+OK\r\nTo: x\r\n") << "from:" << QString();
         QTest::newRow("no CR after key") << QStringLiteral("+OK\r\nFrom: Bob") << "from:" << QString();
-        QTest::newRow("first occurrence wins")
-            << QStringLiteral("Subject: one\r\nSubject: two\r\n") << "subject: " << QStringLiteral("one");
-        QTest::newRow("key inside another header")
-            << QStringLiteral("Reply-From: x\r\nFrom: y\r\n") << "from:" << QStringLiteral("x");
+        QTest::newRow("first occurrence wins") << QStringLiteral("Subject: one\r\nSubject: two\r\n") << "subject: " << QStringLiteral("one");
+        QTest::newRow("key inside another header") << QStringLiteral("Reply-From: x\r\nFrom: y\r\n") << "from:" << QStringLiteral("x");
+        // clang-format on
     }
     void headerFields()
     {

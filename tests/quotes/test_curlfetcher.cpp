@@ -39,161 +39,154 @@ class TestCurlFetcher : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void hostLimitAndReuse_data();
-    void hostLimitAndReuse();
-    void http2SharesOneConnection();
-    void fetchKeepsWhatTheServerSaid_data();
-    void fetchKeepsWhatTheServerSaid();
-    void requestLimitAndSpacing();
+
+    void hostLimitAndReuse_data()
+    {
+        QTest::addColumn<int>("limit");
+        QTest::newRow("one at a time") << 1;
+        QTest::newRow("three") << 3;
+        QTest::newRow("the default six") << quotes::CurlFetcher::kDefaultHostConnections;
+    }
+    void hostLimitAndReuse()
+    {
+        QFETCH(int, limit);
+        sim::DemoMarketThread market(m_clock, 1, 30);
+        QVERIFY(market.start());
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        fetcher.setHostConnections(limit);
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 12))), 12);
+        QCOMPARE(market.market()->maxPending(), limit);
+        QCOMPARE(market.market()->connectionCount(), limit);
+        QCOMPARE(fetcher.connectionsOpened(), qint64(limit));
+        // The next round (the next update) finds the connections still open.
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 4, QStringLiteral("U")))), 4);
+        QCOMPARE(market.market()->connectionCount(), limit);
+        QCOMPARE(market.market()->requestCount(), 16);
+    }
+
+    void http2SharesOneConnection()
+    {
+        QTemporaryDir dir;
+        const QString cert = dir.filePath(QStringLiteral("cert.pem"));
+        const QString key = dir.filePath(QStringLiteral("key.pem"));
+        QVERIFY(testing::makeLoopbackCertificate(cert, key));
+        const quint16 port = testing::freePort();
+        testing::PeerProcess peer;
+        peer.terminateOnStop = true;
+        QVERIFY2(peer.start(testing::systemPython(),
+                            {QStringLiteral(KESTROVA_PEERS_DIR "/h2_peer.py"), QStringLiteral("--port"),
+                             QString::number(port), QStringLiteral("--cert"), cert, QStringLiteral("--key"), key,
+                             QStringLiteral("--latency-ms"), QStringLiteral("50")},
+                            QStringLiteral("ready")),
+                 peer.log().constData());
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        fetcher.setCaFile(cert);
+        const QString base = QStringLiteral("https://127.0.0.1:%1").arg(port);
+        // More pages than the per-host limit, and all of them at once over HTTP/2.
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(base, 20))), 20);
+        QCOMPARE(fetcher.connectionsOpened(), qint64(1));
+        const QJsonObject stats =
+            QJsonDocument::fromJson(fetcher.get(base + QStringLiteral("/stats")).toUtf8()).object();
+        QCOMPARE(stats.value(QLatin1String("connections")).toInt(), 1);
+        QCOMPARE(stats.value(QLatin1String("requests")).toInt(), 20);
+        QCOMPARE(stats.value(QLatin1String("versions")).toVariant().toStringList(), QStringList{QStringLiteral("2")});
+    }
+
+    void fetchKeepsWhatTheServerSaid_data()
+    {
+        QTest::addColumn<QByteArray>("response");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("retryAfter");
+        QTest::addColumn<QString>("error");
+
+        const QByteArray notFound = R"({"chart":{"result":null,"error":{"code":"Not Found"}}})";
+        QTest::newRow("error status keeps its body")
+            << testing::httpResponse(404, notFound, "application/json") << 404 << notFound << -1 << QString();
+        QTest::newRow("429 with Retry-After seconds")
+            << testing::httpResponse(429, "slow down", "text/plain", "Retry-After: 120\r\n") << 429
+            << QByteArray("slow down") << 120 << QString();
+        QTest::newRow("429 without Retry-After")
+            << testing::httpResponse(429, "", "text/plain") << 429 << QByteArray() << -1 << QString();
+        QTest::newRow("body over the size limit") << testing::httpResponse(200, QByteArray(5000, 'x')) << 200
+                                                  << QByteArray() << -1 << QStringLiteral("larger than");
+        QTest::newRow("body over the limit without a length")
+            << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + QByteArray(5000, 'y')) << 200 << QByteArray()
+            << -1 << QStringLiteral("larger than");
+        QTest::newRow("connection dropped mid-body") << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf")
+                                                     << 200 << QByteArray() << -1 << QStringLiteral("transfer closed");
+    }
+    void fetchKeepsWhatTheServerSaid()
+    {
+        QFETCH(QByteArray, response);
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(int, retryAfter);
+        QFETCH(QString, error);
+        testing::HttpPeer peer(response);
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        fetcher.setMaxBodyBytes(4096);
+        quotes::HttpRequest request;
+        request.url = peer.url(QStringLiteral("/q?s=ibm"));
+        request.headers = {{"User-Agent", "Test/1.0"}, {"Accept", "application/json"}};
+        const std::vector<quotes::HttpResponse> r = fetcher.fetch({request});
+        QCOMPARE(r.size(), size_t(1));
+        QCOMPARE(r[0].status, status);
+        QCOMPARE(r[0].body, body);
+        QCOMPARE(r[0].retryAfterSeconds, retryAfter);
+        QVERIFY2(error.isEmpty() ? r[0].error.isEmpty() : r[0].error.contains(error), qPrintable(r[0].error));
+        QCOMPARE(peer.heads.size(), 1);
+        QVERIFY(peer.heads[0].contains("\r\nUser-Agent: Test/1.0\r\n"));
+        QVERIFY(peer.heads[0].contains("\r\nAccept: application/json\r\n"));
+    }
+
+    void requestLimitAndSpacing()
+    {
+        sim::DemoMarketThread market(m_clock, 1, 40);
+        QVERIFY(market.start());
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        // A source that allows two requests at once, however many connections the host may have.
+        std::vector<quotes::HttpRequest> requests;
+        for (const QString& u : stockUrls(market.baseUrl(), 6)) {
+            quotes::HttpRequest r;
+            r.url = u;
+            r.hostLimit = 2;
+            requests.push_back(r);
+        }
+        int answered = 0;
+        for (const quotes::HttpResponse& r : fetcher.fetch(requests))
+            answered += r.status == 200 && r.body.contains("Last Trade:") ? 1 : 0;
+        QCOMPARE(answered, 6);
+        QCOMPARE(market.market()->maxPending(), 2);
+
+        // Spacing: five starts 60 ms apart take at least four gaps, and a callback that says
+        // stop leaves the rest unasked.
+        for (quotes::HttpRequest& r : requests) {
+            r.hostLimit = 0;
+            r.spacingMs = 60;
+        }
+        requests.pop_back();
+        QElapsedTimer elapsed;
+        elapsed.start();
+        const auto spaced = fetcher.fetch(requests);
+        QVERIFY2(elapsed.elapsed() >= 4 * 60, qPrintable(QString::number(elapsed.elapsed())));
+        QCOMPARE(spaced.back().status, 200);
+        const int before = market.market()->requestCount();
+        int calls = 0;
+        const auto stopped = fetcher.fetch(requests, [&](int, const quotes::HttpResponse&) { return ++calls < 2; });
+        QCOMPARE(calls, 2);
+        QCOMPARE(market.market()->requestCount() - before, 2);
+        QCOMPARE(stopped.back().status, 0);
+        QVERIFY(stopped.back().error.isEmpty());
+    }
 
 private:
     support::MockClock m_clock;
 };
-
-void TestCurlFetcher::hostLimitAndReuse_data()
-{
-    QTest::addColumn<int>("limit");
-    QTest::newRow("one at a time") << 1;
-    QTest::newRow("three") << 3;
-    QTest::newRow("the default six") << quotes::CurlFetcher::kDefaultHostConnections;
-}
-
-void TestCurlFetcher::hostLimitAndReuse()
-{
-    QFETCH(int, limit);
-    sim::DemoMarketThread market(m_clock, 1, 30);
-    QVERIFY(market.start());
-    testing::TestHost host(&m_clock);
-    quotes::CurlFetcher fetcher(host);
-    fetcher.setHostConnections(limit);
-    QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 12))), 12);
-    QCOMPARE(market.market()->maxPending(), limit);
-    QCOMPARE(market.market()->connectionCount(), limit);
-    QCOMPARE(fetcher.connectionsOpened(), qint64(limit));
-    // The next round (the next update) finds the connections still open.
-    QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 4, QStringLiteral("U")))), 4);
-    QCOMPARE(market.market()->connectionCount(), limit);
-    QCOMPARE(market.market()->requestCount(), 16);
-}
-
-void TestCurlFetcher::http2SharesOneConnection()
-{
-    QTemporaryDir dir;
-    const QString cert = dir.filePath(QStringLiteral("cert.pem"));
-    const QString key = dir.filePath(QStringLiteral("key.pem"));
-    QVERIFY(testing::makeLoopbackCertificate(cert, key));
-    const quint16 port = testing::freePort();
-    testing::PeerProcess peer;
-    peer.terminateOnStop = true;
-    QVERIFY2(peer.start(testing::systemPython(),
-                        {QStringLiteral(KESTROVA_PEERS_DIR "/h2_peer.py"), QStringLiteral("--port"),
-                         QString::number(port), QStringLiteral("--cert"), cert, QStringLiteral("--key"), key,
-                         QStringLiteral("--latency-ms"), QStringLiteral("50")},
-                        QStringLiteral("ready")),
-             peer.log().constData());
-    testing::TestHost host(&m_clock);
-    quotes::CurlFetcher fetcher(host);
-    fetcher.setCaFile(cert);
-    const QString base = QStringLiteral("https://127.0.0.1:%1").arg(port);
-    // More pages than the per-host limit, and all of them at once over HTTP/2.
-    QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(base, 20))), 20);
-    QCOMPARE(fetcher.connectionsOpened(), qint64(1));
-    const QJsonObject stats = QJsonDocument::fromJson(fetcher.get(base + QStringLiteral("/stats")).toUtf8()).object();
-    QCOMPARE(stats.value(QLatin1String("connections")).toInt(), 1);
-    QCOMPARE(stats.value(QLatin1String("requests")).toInt(), 20);
-    QCOMPARE(stats.value(QLatin1String("versions")).toVariant().toStringList(), QStringList{QStringLiteral("2")});
-}
-
-void TestCurlFetcher::fetchKeepsWhatTheServerSaid_data()
-{
-    QTest::addColumn<QByteArray>("response");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("retryAfter");
-    QTest::addColumn<QString>("error");
-
-    const QByteArray notFound = R"({"chart":{"result":null,"error":{"code":"Not Found"}}})";
-    QTest::newRow("error status keeps its body")
-        << testing::httpResponse(404, notFound, "application/json") << 404 << notFound << -1 << QString();
-    QTest::newRow("429 with Retry-After seconds")
-        << testing::httpResponse(429, "slow down", "text/plain", "Retry-After: 120\r\n") << 429
-        << QByteArray("slow down") << 120 << QString();
-    QTest::newRow("429 without Retry-After")
-        << testing::httpResponse(429, "", "text/plain") << 429 << QByteArray() << -1 << QString();
-    QTest::newRow("body over the size limit") << testing::httpResponse(200, QByteArray(5000, 'x')) << 200
-                                              << QByteArray() << -1 << QStringLiteral("larger than");
-    QTest::newRow("body over the limit without a length")
-        << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + QByteArray(5000, 'y')) << 200 << QByteArray()
-        << -1 << QStringLiteral("larger than");
-    QTest::newRow("connection dropped mid-body") << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf")
-                                                 << 200 << QByteArray() << -1 << QStringLiteral("transfer closed");
-}
-
-void TestCurlFetcher::fetchKeepsWhatTheServerSaid()
-{
-    QFETCH(QByteArray, response);
-    QFETCH(int, status);
-    QFETCH(QByteArray, body);
-    QFETCH(int, retryAfter);
-    QFETCH(QString, error);
-    testing::HttpPeer peer(response);
-    testing::TestHost host(&m_clock);
-    quotes::CurlFetcher fetcher(host);
-    fetcher.setMaxBodyBytes(4096);
-    quotes::HttpRequest request;
-    request.url = peer.url(QStringLiteral("/q?s=ibm"));
-    request.headers = {{"User-Agent", "Test/1.0"}, {"Accept", "application/json"}};
-    const std::vector<quotes::HttpResponse> r = fetcher.fetch({request});
-    QCOMPARE(r.size(), size_t(1));
-    QCOMPARE(r[0].status, status);
-    QCOMPARE(r[0].body, body);
-    QCOMPARE(r[0].retryAfterSeconds, retryAfter);
-    QVERIFY2(error.isEmpty() ? r[0].error.isEmpty() : r[0].error.contains(error), qPrintable(r[0].error));
-    QCOMPARE(peer.heads.size(), 1);
-    QVERIFY(peer.heads[0].contains("\r\nUser-Agent: Test/1.0\r\n"));
-    QVERIFY(peer.heads[0].contains("\r\nAccept: application/json\r\n"));
-}
-
-void TestCurlFetcher::requestLimitAndSpacing()
-{
-    sim::DemoMarketThread market(m_clock, 1, 40);
-    QVERIFY(market.start());
-    testing::TestHost host(&m_clock);
-    quotes::CurlFetcher fetcher(host);
-    // A source that allows two requests at once, however many connections the host may have.
-    std::vector<quotes::HttpRequest> requests;
-    for (const QString& u : stockUrls(market.baseUrl(), 6)) {
-        quotes::HttpRequest r;
-        r.url = u;
-        r.hostLimit = 2;
-        requests.push_back(r);
-    }
-    int answered = 0;
-    for (const quotes::HttpResponse& r : fetcher.fetch(requests))
-        answered += r.status == 200 && r.body.contains("Last Trade:") ? 1 : 0;
-    QCOMPARE(answered, 6);
-    QCOMPARE(market.market()->maxPending(), 2);
-
-    // Spacing: five starts 60 ms apart take at least four gaps, and a callback that says
-    // stop leaves the rest unasked.
-    for (quotes::HttpRequest& r : requests) {
-        r.hostLimit = 0;
-        r.spacingMs = 60;
-    }
-    requests.pop_back();
-    QElapsedTimer elapsed;
-    elapsed.start();
-    const auto spaced = fetcher.fetch(requests);
-    QVERIFY2(elapsed.elapsed() >= 4 * 60, qPrintable(QString::number(elapsed.elapsed())));
-    QCOMPARE(spaced.back().status, 200);
-    const int before = market.market()->requestCount();
-    int calls = 0;
-    const auto stopped = fetcher.fetch(requests, [&](int, const quotes::HttpResponse&) { return ++calls < 2; });
-    QCOMPARE(calls, 2);
-    QCOMPARE(market.market()->requestCount() - before, 2);
-    QCOMPARE(stopped.back().status, 0);
-    QVERIFY(stopped.back().error.isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestCurlFetcher)
 #include "test_curlfetcher.moc"

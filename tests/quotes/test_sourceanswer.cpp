@@ -78,6 +78,7 @@ void TestSourceAnswer::definitionProblems_data()
     // A good source to sit beside the broken one, which must still load.
     const QByteArray good = R"({"name":"Good","format":"json","url":"https://a/{symbol}","fields":{"last":"/p"}})";
     auto file = [&](const QByteArray& bad) -> QByteArray { return "{\"sources\": [\n" + good + ",\n" + bad + "\n]}"; };
+    // clang-format off
     QTest::newRow("unknown field") << file(R"({"name":"Bad","format":"json","url":"https://b/{symbol}",
 "fields":{"last":"/p",
 "lst":"/q"}})") << QStringList{"Good"}
@@ -107,11 +108,11 @@ void TestSourceAnswer::definitionProblems_data()
         << file(R"js({"name":"Bad","format":"html","url":"https://b/{symbols}","fields":{"last":"(x)"}})js")
         << QStringList{"Good"} << "an html source answers one {symbol} at a time";
     QTest::newRow("defined twice") << file(good) << QStringList{"Good"} << "source Good is defined twice";
-    QTest::newRow("broken document") << QByteArray("{\"sources\": [\n{\"name\": \"A\",,}\n]}") << QStringList{}
-                                     << "sources.json line 2: ";
+    QTest::newRow("broken document") << QByteArray("{\"sources\": [\n{\"name\": \"A\",,}\n]}") << QStringList{} << "sources.json line 2: ";
     QTest::newRow("html source with a capture")
         << file(R"js({"name":"Page","format":"html","url":"https://b/{symbol}","fields":{"last":"Last: ([0-9.]+)"}})js")
         << QStringList{"Good", "Page"} << QString();
+    // clang-format on
 }
 
 void TestSourceAnswer::definitionProblems()
@@ -139,6 +140,7 @@ void TestSourceAnswer::answers_data()
     QTest::addColumn<QStringList>("symbols");
     QTest::addColumn<QStringList>("expected"); // describe() per symbol, or "all: failure"
 
+    // clang-format off
     QTest::newRow("stooq batch with an N/D row")
         << "Stooq"
         << kStooqHead + "IBM.US,2026-11-20,22:00:09,147.2,148.9,146.5,148.1,3284434,IBM\r\n"
@@ -163,10 +165,8 @@ void TestSourceAnswer::answers_data()
     QTest::newRow("stooq html instead of csv")
         << "Stooq" << QByteArray("\r\n  <html><body>Moved</body></html>") << QStringList{"a.us", "b.us"}
         << QStringList{"all: the answer is HTML, not CSV"};
-    QTest::newRow("stooq empty answer") << "Stooq" << QByteArray() << QStringList{"a.us"}
-                                        << QStringList{"all: the answer is empty"};
-    QTest::newRow("stooq header only") << "Stooq" << kStooqHead << QStringList{"a.us"}
-                                       << QStringList{"fail: not in the answer"};
+    QTest::newRow("stooq empty answer") << "Stooq" << QByteArray() << QStringList{"a.us"} << QStringList{"all: the answer is empty"};
+    QTest::newRow("stooq header only") << "Stooq" << kStooqHead << QStringList{"a.us"} << QStringList{"fail: not in the answer"};
     QTest::newRow("stooq cut in a row") << "Stooq" << kStooqHead + "A.US,2026-11-20,10:00:00,1,2" << QStringList{"a.us"}
                                         << QStringList{"fail: no price in the answer"};
     QTest::newRow("stooq changed its columns")
@@ -210,8 +210,7 @@ void TestSourceAnswer::answers_data()
                                       << QStringList{"VFINX"} << QStringList{"fail: no price"};
     QTest::newRow("yahoo without the volume") << "Yahoo" << QByteArray(yahoo).replace("\"regularMarketVolume\":0,", "")
                                               << QStringList{"VFINX"} << QStringList{"missing=volume"};
-    QTest::newRow("yahoo truncated") << "Yahoo" << yahoo.left(yahoo.size() / 2) << QStringList{"VFINX"}
-                                     << QStringList{"all: the answer is not JSON"};
+    QTest::newRow("yahoo truncated") << "Yahoo" << yahoo.left(yahoo.size() / 2) << QStringList{"VFINX"} << QStringList{"all: the answer is not JSON"};
     QTest::newRow("yahoo nested 10000 deep") << "Yahoo" << QByteArray(10000, '[') + QByteArray(10000, ']')
                                              << QStringList{"VFINX"} << QStringList{"all: the answer is not JSON"};
     QTest::newRow("yahoo html") << "Yahoo" << QByteArray("<!DOCTYPE html><html></html>") << QStringList{"VFINX"}
@@ -251,6 +250,7 @@ void TestSourceAnswer::answers_data()
                                    << QStringList{"all: the service says: Invalid API key"};
     QTest::newRow("a body over the limit") << "Finnhub" << QByteArray(quotes::kMaxSourceAnswerBytes + 1, ' ')
                                            << QStringList{"AAPL"} << QStringList{"all: the answer is larger than 8 MB"};
+    // clang-format on
 }
 
 void TestSourceAnswer::answers()
