@@ -80,17 +80,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("peer");
         QTest::addColumn<int>("exitCode");
         const QStringList update{"update"};
+        // clang-format off
         QTest::newRow("update, page never answers, SIGTERM") << update << int(SIGTERM) << "http" << 1;
         QTest::newRow("update, page never answers, SIGINT") << update << int(SIGINT) << "http" << 1;
         QTest::newRow("update, call never connects, SIGTERM") << update << int(SIGTERM) << "modem" << 1;
         QTest::newRow("update, mailbox never answers, SIGINT") << update << int(SIGINT) << "pop" << 1;
         QTest::newRow("quotes, page never answers, SIGTERM") << QStringList{"quotes"} << int(SIGTERM) << "http" << 1;
-        QTest::newRow("check-mail, mailbox never answers, SIGTERM")
-            << QStringList{"check-mail"} << int(SIGTERM) << "pop" << 1;
-        QTest::newRow("page, mail server never answers, SIGINT")
-            << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << 1;
+        QTest::newRow("check-mail, mailbox never answers, SIGTERM") << QStringList{"check-mail"} << int(SIGTERM) << "pop" << 1;
+        QTest::newRow("page, mail server never answers, SIGINT") << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << 1;
         // The daemon's first scheduled update comes with the first minute's tick.
         QTest::newRow("run, page never answers, SIGTERM") << QStringList{"run"} << int(SIGTERM) << "http" << 0;
+        // clang-format on
     }
     void signalCancelsWorkInFlight()
     {
@@ -180,27 +180,6 @@ private Q_SLOTS:
             QVERIFY(modem.commands.filter(QStringLiteral("ATH0")).size() > 0);
             QVERIFY2(log.contains("Pager: User Cancelled"), log.constData());
         }
-    }
-
-    void runRefusesBadSaveAnswer()
-    {
-        QTemporaryDir dir;
-        const testing::CliRun run = testing::runCli(dir,
-                                                    {QStringLiteral("--data-dir"), dir.path(), QStringLiteral("run"),
-                                                     QStringLiteral("--save-on-exit"), QStringLiteral("maybe")},
-                                                    10000);
-        QCOMPARE(run.code, 2);
-    }
-
-    void runWithoutPortfolioEnds()
-    {
-        QTemporaryDir dir;
-        const QString data = dir.filePath(QStringLiteral("data"));
-        const testing::CliRun run =
-            testing::runCli(dir, {QStringLiteral("--data-dir"), data, QStringLiteral("run")}, 20000);
-        QCOMPARE(run.code, 1);
-        QVERIFY2(run.err.contains(QStringLiteral("File ") + data + QStringLiteral("/DEFAULT.PGR does not exist.")),
-                 qPrintable(run.err));
     }
 
     // The README's "Your own portfolio" commands, run as written in a fresh data folder.

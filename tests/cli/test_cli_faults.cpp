@@ -50,61 +50,33 @@ private Q_SLOTS:
         QTest::addColumn<QString>("line");
         const QStringList quotes{QStringLiteral("quotes")};
         const QStringList update{QStringLiteral("update")};
-        const QString fetch = QStringLiteral("kestrova-cli: Could not fetch {url}: ");
-        QTest::newRow("HTTP refused") << "nothing"
-                                      << "http" << quotes << fetch + "refused";
-        QTest::newRow("HTTP reset") << "http:reset"
-                                    << "http" << quotes << fetch + "reset";
-        QTest::newRow("HTTP reset, update") << "http:reset"
-                                            << "http" << update << fetch + "reset";
-        QTest::newRow("host does not resolve, update") << "unresolvable"
-                                                       << "http" << update << fetch + "could not resolve {host}";
-        QTest::newRow("HTTP 500") << "http:500"
-                                  << "http" << quotes << fetch + "HTTP 500";
-        QTest::newRow("HTTP empty") << "http:empty"
-                                    << "http" << quotes
-                                    << fetch + "empty answer (the server closed the connection without a reply)";
-        QTest::newRow("HTTP hang") << "http:hang"
-                                   << "http" << quotes << fetch + "timed out after 30 s";
-        QTest::newRow("HTTP one byte a second") << "http:slow"
-                                                << "http" << quotes << fetch + "timed out after 30 s";
-        QTest::newRow("HTTP oversized") << "http:huge"
-                                        << "http" << quotes << fetch + "page too large: the answer is larger than 4 MB";
-        QTest::newRow("HTTP 500, update") << "http:500"
-                                          << "http" << update << fetch + "HTTP 500";
         const QStringList check{QStringLiteral("check-mail")};
         const QStringList download{QStringLiteral("check-mail"), QStringLiteral("--download")};
         const QStringList page{QStringLiteral("page"), QStringLiteral("Sell IBM")};
-        QTest::newRow("POP3 refused") << "nothing"
-                                      << "pop" << check
-                                      << "kestrova-cli: POP3 server 127.0.0.1:{port}: connection refused";
-        QTest::newRow("POP3 bad password") << "dovecot"
-                                           << "pop" << check << "kestrova-cli: POP3 server rejected the password: -ERR";
-        QTest::newRow("POP3 dropped mid-TOP")
-            << "pop:hangup"
-            << "pop" << download
-            << "kestrova-cli: POP3 server 127.0.0.1:{port}: the connection was closed or reset during TOP 1";
-        QTest::newRow("SMTP refused") << "nothing"
-                                      << "smtp" << page
-                                      << "kestrova-cli: could not connect to SMTP server 127.0.0.1:{port}: "
-                                         "connection refused";
-        QTest::newRow("SMTP 5xx") << "smtp:refuse"
-                                  << "smtp" << page
-                                  << "kestrova-cli: SMTP server 127.0.0.1:{port} refused the mail: 550 Mailbox "
-                                     "unavailable";
+        const QString fetch = QStringLiteral("kestrova-cli: Could not fetch {url}: ");
+        const QString pop = QStringLiteral("kestrova-cli: POP3 server ");
+        const QString smtp = QStringLiteral("kestrova-cli: SMTP server 127.0.0.1:{port} ");
+        // clang-format off
+        QTest::newRow("HTTP refused") << "nothing" << "http" << quotes << fetch + "refused";
+        QTest::newRow("HTTP reset") << "http:reset" << "http" << quotes << fetch + "reset";
+        QTest::newRow("HTTP reset, update") << "http:reset" << "http" << update << fetch + "reset";
+        QTest::newRow("host does not resolve, update") << "unresolvable" << "http" << update << fetch + "could not resolve {host}";
+        QTest::newRow("HTTP 500") << "http:500" << "http" << quotes << fetch + "HTTP 500";
+        QTest::newRow("HTTP empty") << "http:empty" << "http" << quotes << fetch + "empty answer (the server closed the connection without a reply)";
+        QTest::newRow("HTTP hang") << "http:hang" << "http" << quotes << fetch + "timed out after 30 s";
+        QTest::newRow("HTTP one byte a second") << "http:slow" << "http" << quotes << fetch + "timed out after 30 s";
+        QTest::newRow("HTTP oversized") << "http:huge" << "http" << quotes << fetch + "page too large: the answer is larger than 4 MB";
+        QTest::newRow("HTTP 500, update") << "http:500" << "http" << update << fetch + "HTTP 500";
+        QTest::newRow("POP3 refused") << "nothing" << "pop" << check << pop + "127.0.0.1:{port}: connection refused";
+        QTest::newRow("POP3 bad password") << "dovecot" << "pop" << check << pop + "rejected the password: -ERR";
+        QTest::newRow("POP3 dropped mid-TOP") << "pop:hangup" << "pop" << download << pop + "127.0.0.1:{port}: the connection was closed or reset during TOP 1";
+        QTest::newRow("SMTP refused") << "nothing" << "smtp" << page << "kestrova-cli: could not connect to SMTP server 127.0.0.1:{port}: connection refused";
+        QTest::newRow("SMTP 5xx") << "smtp:refuse" << "smtp" << page << smtp + "refused the mail: 550 Mailbox unavailable";
         // Taken the next round, but one failed try makes the whole page count as failed.
-        QTest::newRow("SMTP 4xx then success")
-            << "smtp:defer-first"
-            << "smtp" << page
-            << "kestrova-cli: SMTP server 127.0.0.1:{port} refused the mail: 451 Greylisted, try again later";
-        QTest::newRow("SMTP TLS handshake failure")
-            << "smtp:tls"
-            << "smtp" << page
-            << "kestrova-cli: TLS handshake with SMTP server 127.0.0.1:{port} failed: SSL certificate problem";
-        QTest::newRow("SMTP dropped mid-DATA")
-            << "smtp:drop-data"
-            << "smtp" << page
-            << "kestrova-cli: SMTP server 127.0.0.1:{port} closed or reset the connection while the mail was sent";
+        QTest::newRow("SMTP 4xx then success") << "smtp:defer-first" << "smtp" << page << smtp + "refused the mail: 451 Greylisted, try again later";
+        QTest::newRow("SMTP TLS handshake failure") << "smtp:tls" << "smtp" << page << "kestrova-cli: TLS handshake with SMTP server 127.0.0.1:{port} failed: SSL certificate problem";
+        QTest::newRow("SMTP dropped mid-DATA") << "smtp:drop-data" << "smtp" << page << smtp + "closed or reset the connection while the mail was sent";
+        // clang-format on
     }
     void failureIsNamed()
     {
@@ -126,17 +98,13 @@ private Q_SLOTS:
                                                          QList<testing::MailMessage>{});
             QVERIFY(dovecot->start());
             port = dovecot->port;
-        } else if (kind == QLatin1String("http")) {
+        } else if (kind == QLatin1String("http") || kind == QLatin1String("pop")) {
+            const QString script = kind == QLatin1String("http")
+                                       ? QStringLiteral(KESTROVA_PEERS_DIR "/http_fault_peer.py")
+                                       : QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py");
             QVERIFY2(
-                process.start(testing::systemPython(),
-                              {QStringLiteral(KESTROVA_PEERS_DIR "/http_fault_peer.py"), QString::number(port), mode},
-                              QStringLiteral("READY")),
+                process.start(testing::systemPython(), {script, QString::number(port), mode}, QStringLiteral("READY")),
                 process.log().constData());
-        } else if (kind == QLatin1String("pop")) {
-            QVERIFY2(process.start(testing::systemPython(),
-                                   {QStringLiteral(KESTROVA_PEERS_DIR "/pop_peer.py"), QString::number(port), mode},
-                                   QStringLiteral("READY")),
-                     process.log().constData());
         } else if (kind == QLatin1String("smtp")) {
             QStringList args{QStringLiteral(KESTROVA_PEERS_DIR "/smtp_peer.py"), QString::number(port),
                              tmp.filePath(QString()), mode == QLatin1String("tls") ? QStringLiteral("accept") : mode};

@@ -40,10 +40,7 @@ class TestCliSharing : public QObject
 
     CliRun cli(const QStringList& args, int timeoutMs = 30000)
     {
-        return testing::runCli(
-            *m_home,
-            QStringList{QStringLiteral("--data-dir"), dataDir(), QStringLiteral("--portfolio"), portfolio()} + args,
-            timeoutMs);
+        return testing::runCli(*m_home, globals() + args, timeoutMs);
     }
 
 private Q_SLOTS:
