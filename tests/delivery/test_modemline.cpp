@@ -1,5 +1,4 @@
 #include "ModemRig.h"
-#include "support/StatusLine.h"
 
 #include <QtTest>
 
@@ -107,30 +106,6 @@ private Q_SLOTS:
     {
         QCOMPARE(delivery::deviceForPort(1), QStringLiteral("/dev/ttyS0"));
         QCOMPARE(delivery::deviceForPort(8), QStringLiteral("/dev/ttyS7"));
-    }
-
-    void terminalEcho_data()
-    {
-        QTest::addColumn<QString>("before");
-        QTest::addColumn<QString>("added");
-        QTest::addColumn<QString>("after");
-        const QString bs(QChar(8));
-        // clang-format off
-        QTest::newRow("plain") << "abc" << QStringLiteral("def") << "abcdef";
-        QTest::newRow("line feeds removed") << "" << QStringLiteral("OK\r\nOK\r\n") << "OK\rOK\r";
-        QTest::newRow("backspace inside") << "x" << "ab" + bs + "c" << "xac";
-        QTest::newRow("leading backspace eats shown text") << "xyz" << bs + "a" << "xya";
-        QTest::newRow("backspace on empty") << "" << bs + "a" << "a";
-        // clang-format on
-    }
-    void terminalEcho()
-    {
-        QFETCH(QString, before);
-        QFETCH(QString, added);
-        QFETCH(QString, after);
-        QString text = before;
-        support::terminalAppend(text, added);
-        QCOMPARE(text, after);
     }
 
     void initializeResults_data()
@@ -246,27 +221,6 @@ private Q_SLOTS:
         QVERIFY(!rig.modem.waitForText(QStringLiteral("CONNECT"), 2, received));
         QVERIFY(received.size() > 5000);
         QCOMPARE(rig.host.messages, QStringList{QStringLiteral("COMM input exceeded 5000 char")});
-    }
-
-    void pauseTakesWholeSeconds_data()
-    {
-        QTest::addColumn<double>("seconds");
-        QTest::addColumn<int>("expectedMs");
-        QTest::newRow("half second is none") << 0.5 << 0;
-        QTest::newRow("zero") << 0.0 << 0;
-        QTest::newRow("one and a half is two") << 1.5 << 2000;
-        QTest::newRow("two and a half is two") << 2.5 << 2000;
-        QTest::newRow("three") << 3.0 << 3000;
-    }
-    void pauseTakesWholeSeconds()
-    {
-        QFETCH(double, seconds);
-        QFETCH(int, expectedMs);
-        ModemRig rig;
-        const QDateTime start = rig.clock.now();
-        rig.modem.pause(seconds);
-        const qint64 waited = start.msecsTo(rig.clock.now());
-        QVERIFY2(waited >= expectedMs && waited < expectedMs + 200, qPrintable(QString::number(waited)));
     }
 
     void hangUpEndsTheCall()

@@ -20,6 +20,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <array>
 #include <cerrno>
 
 using namespace kestrova;
@@ -58,6 +59,16 @@ struct Rig : kestrova::testing::ServicesRig
         return peer.start(kestrova::testing::systemPython(),
                           QStringList{kPeerScript, QString::number(port), mailDir, mode} + extra,
                           QStringLiteral("READY"));
+    }
+
+    // Sends text through the real SMTP client as the pager would.
+    bool send(const QString& text, const QString& caFile = {})
+    {
+        delivery::CurlSmtpSender sender(host);
+        if (!caFile.isEmpty()) {
+            sender.setCaFile(caFile);
+        }
+        return delivery::SmtpPager(services, options, sender).sendSmtpMessage(text);
     }
 
     QStringList received() const
@@ -187,9 +198,7 @@ private Q_SLOTS:
         PeerProcess peer;
         QVERIFY2(rig.startPeer(peer, QStringLiteral("accept")), peer.log().constData());
 
-        delivery::CurlSmtpSender sender(rig.host);
-        delivery::SmtpPager pager(rig.services, rig.options, sender);
-        QVERIFY(pager.sendSmtpMessage(text));
+        QVERIFY(rig.send(text));
 
         const QStringList mails = rig.received();
         QCOMPARE(mails.size(), pieces.size());
@@ -237,9 +246,7 @@ private Q_SLOTS:
         PeerProcess peer;
         QVERIFY2(rig.startPeer(peer, mode), peer.log().constData());
 
-        delivery::CurlSmtpSender sender(rig.host);
-        delivery::SmtpPager pager(rig.services, rig.options, sender);
-        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("0123456789abcdef")));
+        QVERIFY(!rig.send(QStringLiteral("0123456789abcdef")));
 
         QCOMPARE(rig.received().size(), savedMails);
         const QString log = rig.activity();
@@ -286,20 +293,15 @@ private Q_SLOTS:
         core::MailBox box;
         box.messageCount = 3;
         box.mailWaiting = true;
-        box.records[1] = {QStringLiteral(" mon, 23 nov "), QStringLiteral("<1@x>"),   {},   QStringLiteral("alice"),
-                          QStringLiteral("lunch"),         QStringLiteral("See you"), true, 10};
-        box.records[2] = {QStringLiteral("sun, 22 nov"), QStringLiteral("<2@x>"), {},    QStringLiteral("bob"),
-                          QStringLiteral("old"),         QStringLiteral("Seen"),  false, 10};
-        box.records[3] = {QStringLiteral("tue, 24 nov"), QStringLiteral("<3@x>"), {},   QStringLiteral("carol"),
-                          QStringLiteral("q3"),          QStringLiteral("Fine"),  true, 10};
-        box.records[4] = {QStringLiteral("beyond the count"),
-                          QStringLiteral("<4@x>"),
-                          {},
-                          QStringLiteral("dan"),
-                          QStringLiteral("stale"),
-                          QStringLiteral("x"),
-                          true,
-                          10};
+        // Date, sender, subject, text, new; the fourth lies beyond the count.
+        const std::array<std::array<const char*, 4>, 4> records{{{" mon, 23 nov ", "alice", "lunch", "See you"},
+                                                                 {"sun, 22 nov", "bob", "old", "Seen"},
+                                                                 {"tue, 24 nov", "carol", "q3", "Fine"},
+                                                                 {"beyond the count", "dan", "stale", "x"}}};
+        for (int i = 1; i <= 4; ++i) {
+            const auto& r = records[size_t(i - 1)];
+            box.records[i] = {r[0], QStringLiteral("<%1@x>").arg(i), {}, r[1], r[2], r[3], i != 2, 10};
+        }
 
         delivery::CurlSmtpSender sender(rig.host);
         delivery::SmtpPager pager(rig.services, rig.options, sender);
@@ -318,14 +320,12 @@ private Q_SLOTS:
         rig.options.smtp.maxLength = 5;
         PeerProcess peer;
         QVERIFY2(rig.startPeer(peer, QStringLiteral("accept")), peer.log().constData());
-        delivery::CurlSmtpSender sender(rig.host);
-        delivery::SmtpPager pager(rig.services, rig.options, sender);
         rig.host.onYield = [&rig] {
             if (rig.activity().contains(QStringLiteral("SMTP Message #1 sent successfully"))) {
                 rig.cancel.set();
             }
         };
-        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("AAAAABBBBBCCCCC")));
+        QVERIFY(!rig.send(QStringLiteral("AAAAABBBBBCCCCC")));
         QCOMPARE(rig.received().size(), 1);
         QCOMPARE(bodyOf(rig.received().constFirst()), QStringLiteral("AAAAA"));
         QVERIFY(!rig.activity().contains(QStringLiteral("Sending Message #2")));
@@ -353,9 +353,7 @@ private Q_SLOTS:
     {
         Rig rig;
         rig.options.smtp.port = static_cast<qint16>(kestrova::testing::freePort()); // nobody listens
-        delivery::CurlSmtpSender sender(rig.host);
-        delivery::SmtpPager pager(rig.services, rig.options, sender);
-        QVERIFY(!pager.sendSmtpMessage(QStringLiteral("hello")));
+        QVERIFY(!rig.send(QStringLiteral("hello")));
         const QString log = rig.activity();
         QCOMPARE(log.count(QStringLiteral("Winsock Error using SMTP: Connection refused ")), 4);
         QCOMPARE(log.count(QStringLiteral("Unable to send message: Error1 ")), 1);
@@ -390,10 +388,7 @@ private Q_SLOTS:
                  peer.log().constData());
         QVERIFY(!peer.process().arguments().join(u' ').contains(kPassword));
 
-        delivery::CurlSmtpSender sender(rig.host);
-        sender.setCaFile(cert);
-        delivery::SmtpPager pager(rig.services, rig.options, sender);
-        QCOMPARE(pager.sendSmtpMessage(QStringLiteral("secure page")), accepted);
+        QCOMPARE(rig.send(QStringLiteral("secure page"), cert), accepted);
         QCOMPARE(rig.received().size(), accepted ? 1 : 0);
         if (accepted) {
             QCOMPARE(bodyOf(rig.received().constFirst()), QStringLiteral("secure page"));

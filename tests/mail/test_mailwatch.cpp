@@ -48,10 +48,15 @@ struct Rig : kestrova::testing::ServicesRig
         options.password = kPassword;
         settings.mailSizeKb = 20;
     }
-    void check(bool download)
+    int displays = 0; // times the watch asked for the mail display to be redrawn
+
+    void check(bool download, const QString& caFile = {})
     {
         mail::PopClient client(services);
+        if (!caFile.isEmpty())
+            client.setCaFile(caFile);
         mail::MailWatch watch(services, options, settings, box, client);
+        watch.mailDisplayChanged = [this] { ++displays; };
         watch.checkMail(download);
     }
     void verifyNoPassword() const
@@ -278,12 +283,8 @@ private Q_SLOTS:
         Dovecot server(kUser, kPassword, kThree);
         QVERIFY(server.start());
         Rig rig(server.port);
-        mail::PopClient client(rig.services);
-        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
-        int displays = 0;
-        watch.mailDisplayChanged = [&displays] { ++displays; };
-        watch.checkMail(false);
-        QCOMPARE(displays, 1);
+        rig.check(false);
+        QCOMPARE(rig.displays, 1);
         QCOMPARE(rig.box.messageCount, qint16(3));
         QVERIFY(rig.activity().contains(QStringLiteral("Internet: Mail Waiting ")));
         QVERIFY(rig.box.records[1].messageId.isEmpty());
@@ -335,10 +336,7 @@ private Q_SLOTS:
         QVERIFY2(server.start(), qPrintable(server.log()));
         Rig rig(security == 2 ? server.tlsPort : server.port);
         rig.options.security = static_cast<qint16>(security);
-        mail::PopClient client(rig.services);
-        client.setCaFile(cert);
-        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
-        watch.checkMail(true);
+        rig.check(true, cert);
         QCOMPARE(rig.box.messageCount, qint16(3));
         QCOMPARE(rig.box.records[3].subject, QStringLiteral("re: quarterly"));
         QVERIFY(!rig.box.records[3].text.isEmpty());
@@ -411,17 +409,13 @@ private Q_SLOTS:
         const quint16 port = startPopPeer(peer, QStringLiteral("silent"));
         QVERIFY2(port != 0, peer.log().constData());
         Rig rig(port);
-        int displays = 0;
-        mail::PopClient client(rig.services);
-        mail::MailWatch watch(rig.services, rig.options, rig.settings, rig.box, client);
-        watch.mailDisplayChanged = [&displays] { ++displays; };
         const QDateTime start = rig.clock.now();
-        watch.checkMail(true);
+        rig.check(true);
         const qint64 waited = start.secsTo(rig.clock.now());
         // One 60-second wait for the USER reply and a short one for QUIT, not more.
         QVERIFY2(waited >= 60 && waited <= 70, qPrintable(QString::number(waited)));
         QVERIFY(!rig.box.countKnown);
-        QCOMPARE(displays, 0);
+        QCOMPARE(rig.displays, 0);
         const QString log = rig.activity();
         QVERIFY(log.contains(QStringLiteral("Checking Mail... ")));
         QVERIFY(!log.contains(QStringLiteral("Waiting ")));

@@ -174,11 +174,7 @@ private Q_SLOTS:
         NewsStories stories(clock, path);
         QVERIFY(stories.ReadNews());
         QCOMPARE(stories.Count(), 1);
-        const auto s = stories.Item(1);
-        const QStringList got{
-            s->ticker(), s->newsLine(), s->newsSource(), QString::number(s->bNew()), QString::number(s->paged()),
-            s->sDate(),  s->time()};
-        QCOMPARE(got.join(u'|'), expected);
+        QCOMPARE(fields(*stories.Item(1)), expected);
     }
 
     void readAppendsAndKeepsOnMissingFile()

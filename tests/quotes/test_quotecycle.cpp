@@ -76,7 +76,10 @@ struct Rig : testing::BasicServicesRig<CancellingHost>
         r.server = server;
         r.digits = 2;
     }
-    quotes::CycleResult run(core::Quotes& stocks, core::Quotes& opts, int parallel = 8, std::function<void()> news = {})
+    core::Quotes stocks;
+    core::Quotes opts;
+
+    quotes::CycleResult run(int parallel = 8, std::function<void()> news = {})
     {
         quotes::CycleContext ctx{services, fetcher, builtIn, defs, options, portfolio, std::move(news)};
         ctx.maxParallel = parallel;
@@ -116,20 +119,18 @@ private Q_SLOTS:
             rig.add(QString::fromLatin1(t));
         rig.add(QStringLiteral("XYZ AB"), 1, kDemo);
         rig.add(QStringLiteral("CUT"), 1, kDemo);
-        core::Quotes stocks;
-        core::Quotes opts;
-        const auto r = rig.run(stocks, opts);
+        const auto r = rig.run();
         QVERIFY(r.completed);
-        QCOMPARE(keys(stocks), (QStringList{"AAA", "BBB", "CCC", "DDD", "EEE"}));
-        QCOMPARE(keys(opts), QStringList{"XYZAB"});
-        for (const auto& q : stocks) {
+        QCOMPARE(keys(rig.stocks), (QStringList{"AAA", "BBB", "CCC", "DDD", "EEE"}));
+        QCOMPARE(keys(rig.opts), QStringList{"XYZAB"});
+        for (const auto& q : rig.stocks) {
             QVERIFY2(q->last().toDouble() > 0, qPrintable(q->ticker() + u' ' + q->last()));
             QVERIFY(q->name().startsWith(QStringLiteral("Demo ")));
             QVERIFY(q->volume().toLongLong() > 0);
             QVERIFY(q->updateDate().date() == m_marketClock.today());
         }
-        QVERIFY(opts.Item(1)->openInterest().toLongLong() > 0);
-        QCOMPARE(opts.Item(1)->securityType(), qint16(1));
+        QVERIFY(rig.opts.Item(1)->openInterest().toLongLong() > 0);
+        QCOMPARE(rig.opts.Item(1)->securityType(), qint16(1));
         // 500, time-out and the cut body are transport failures; an empty 200 is not.
         QCOMPARE(rig.errors.size(), 4);
         QVERIFY(rig.errors.filter(QStringLiteral("ERR500")).size() == 1);
@@ -158,11 +159,9 @@ private Q_SLOTS:
             rig.add(QStringLiteral("ERR500"));
             rig.add(QStringLiteral("OPT1"), 1, kDemo);
             rig.add(QStringLiteral("OPT2"), 1, kDemo);
-            core::Quotes stocks;
-            core::Quotes opts;
-            rig.run(stocks, opts, parallel);
+            rig.run(parallel);
             Outcome o;
-            for (const auto* set : {&stocks, &opts}) {
+            for (const auto* set : {&rig.stocks, &rig.opts}) {
                 for (const auto& q : *set)
                     o.quotes << q->ticker() + u'|' + q->last() + u'|' + q->change() + u'|' + q->percentChg() + u'|' +
                                     q->bid() + u'|' + q->volume() + u'|' + q->update();
@@ -194,12 +193,10 @@ private Q_SLOTS:
             rig.add(QString::fromLatin1(t));
         rig.add(QStringLiteral("OPT"), 1, kDemo);
         rig.host.cancelAt = QStringLiteral("Getting Stocks - BBB");
-        core::Quotes stocks;
-        core::Quotes opts;
-        const auto r = rig.run(stocks, opts);
+        const auto r = rig.run();
         QVERIFY(!r.completed);
-        QCOMPARE(keys(stocks), (QStringList{"AAA", "BBB"}));
-        QCOMPARE(opts.Count(), 0);
+        QCOMPARE(keys(rig.stocks), (QStringList{"AAA", "BBB"}));
+        QCOMPARE(rig.opts.Count(), 0);
         QCOMPARE(rig.host.progress.size(), 2);
         QVERIFY(!rig.activity().contains(QStringLiteral("Internet: Quotes Retrieved")));
         QVERIFY(!rig.activity().contains(QStringLiteral("Getting Option Quotes")));
@@ -215,15 +212,13 @@ private Q_SLOTS:
         rig.add(QStringLiteral("ZZZ"), 0, 3); // "DBC Online": no definition loaded
         rig.add(QStringLiteral("BBB"));
         bool newsRan = false;
-        core::Quotes stocks;
-        core::Quotes opts;
-        const auto r = rig.run(stocks, opts, 8, [&] {
+        const auto r = rig.run(8, [&] {
             newsRan = true;
             throw support::VbError(53, QStringLiteral("news file gone"));
         });
         QVERIFY(newsRan);
         QVERIFY(r.completed);
-        QCOMPARE(keys(stocks), (QStringList{"AAA", "BBB"}));
+        QCOMPARE(keys(rig.stocks), (QStringList{"AAA", "BBB"}));
         const QString log = rig.activity();
         QVERIFY(log.contains(QStringLiteral("RetrieveNews: Error 53: news file gone")));
         QVERIFY(log.indexOf(QStringLiteral("RetrieveNews")) < log.indexOf(QStringLiteral("Getting Stock Quotes")));
@@ -233,7 +228,7 @@ private Q_SLOTS:
         // Switched off, the hook is not called at all.
         newsRan = false;
         rig.options.news.retrieve = false;
-        rig.run(stocks, opts, 8, [&] { newsRan = true; });
+        rig.run(8, [&] { newsRan = true; });
         QVERIFY(!newsRan);
     }
 

@@ -64,7 +64,10 @@ struct Rig : testing::ServicesRig
         r.server = type == 1 ? kDemo : 0;
         r.digits = 2;
     }
-    void run(core::Quotes& stocks, core::Quotes& opts)
+    core::Quotes stocks;
+    core::Quotes opts;
+
+    void run()
     {
         const quotes::SourceSetup setup{file, order, [](const QString&) { return kKey; }, &health};
         quotes::CycleContext ctx{services, fetcher, builtIn, defs, options, portfolio, {}};
@@ -134,12 +137,10 @@ private Q_SLOTS:
         Rig rig(*m_market);
         rig.order = QStringList{source};
         rig.add(ticker, ticker == QLatin1String("VFINX") ? 2 : 0);
-        core::Quotes stocks;
-        core::Quotes opts;
-        rig.run(stocks, opts);
+        rig.run();
         QVERIFY(rig.last.completed);
-        QCOMPARE(keys(stocks), QStringList{ticker + u':' + source});
-        const core::Quote& q = *stocks.Item(1);
+        QCOMPARE(keys(rig.stocks), QStringList{ticker + u':' + source});
+        const core::Quote& q = *rig.stocks.Item(1);
         const quotes::SourceDefinition& def = *rig.file.find(source);
         auto mapped = [&](quotes::SourceField f) { return !def.fields[size_t(f)].isEmpty(); };
         using F = quotes::SourceField;
@@ -206,11 +207,9 @@ private Q_SLOTS:
         rig.order = QStringList{QStringLiteral("Stooq")};
         for (int i = 0; i < 50; ++i)
             rig.add(QStringLiteral("S%1").arg(i, 2, 10, QLatin1Char('0')));
-        core::Quotes stocks;
-        core::Quotes opts;
-        rig.run(stocks, opts);
-        QCOMPARE(stocks.Count(), 50);
-        for (const auto& q : stocks)
+        rig.run();
+        QCOMPARE(rig.stocks.Count(), 50);
+        for (const auto& q : rig.stocks)
             QCOMPARE(q->source(), QStringLiteral("Stooq"));
         QList<int> sizes = rig.batchSizes();
         std::sort(sizes.begin(), sizes.end(), std::greater<>());
@@ -227,12 +226,10 @@ private Q_SLOTS:
         rig.add(QStringLiteral("NODATA1")); // unknown to the sources, priced by the demo pages
         rig.add(QStringLiteral("^DJI"));
         rig.add(QStringLiteral("XYZ AB"), 1); // an option: not a Stooq type
-        core::Quotes stocks;
-        core::Quotes opts;
-        rig.run(stocks, opts);
+        rig.run();
         QVERIFY(rig.last.completed);
-        QCOMPARE(keys(stocks), (QStringList{"IBM:Stooq", "NODATA1:Demo Market", "^DJI:Stooq"}));
-        QCOMPARE(keys(opts), QStringList{"XYZAB:Yahoo"});
+        QCOMPARE(keys(rig.stocks), (QStringList{"IBM:Stooq", "NODATA1:Demo Market", "^DJI:Stooq"}));
+        QCOMPARE(keys(rig.opts), QStringList{"XYZAB:Yahoo"});
         QCOMPARE(rig.status(),
                  (QStringList{"Getting Stock Quotes", "Getting Option Quotes", "Quotes from Stooq: IBM, ^DJI",
                               "Quotes from Demo Market: NODATA1", "Quotes from Yahoo: XYZAB"}));
@@ -268,12 +265,10 @@ private Q_SLOTS:
         Rig rig(*m_market);
         rig.order = QStringList{source, QStringLiteral("servers.dat")};
         rig.add(QStringLiteral("BUSY"));
-        core::Quotes stocks;
-        core::Quotes opts;
         const QDateTime start = rig.clock.now();
-        rig.run(stocks, opts);
+        rig.run();
         // The next in the order priced it.
-        QCOMPARE(keys(stocks), QStringList{"BUSY:Demo Market"});
+        QCOMPARE(keys(rig.stocks), QStringList{"BUSY:Demo Market"});
         const QStringList rested =
             rig.status().filter(QStringLiteral("Quote source ") + source + " asked to wait (" + why);
         QCOMPARE(rested.size(), 1);
@@ -285,15 +280,15 @@ private Q_SLOTS:
         rig.portfolio.count = 0;
         rig.add(QStringLiteral("IBM"));
         const int asked = m_market->market()->requestCount();
-        rig.run(stocks, opts);
-        QCOMPARE(keys(stocks), QStringList{"IBM:Demo Market"});
+        rig.run();
+        QCOMPARE(keys(rig.stocks), QStringList{"IBM:Demo Market"});
         QCOMPARE(m_market->market()->requestCount(), asked + 1);
         QVERIFY(
             rig.activity().contains(QStringLiteral("Quote source ") + source + QStringLiteral(" is resting until")));
         // Rested: asked again.
         rig.clock.advanceMs(qint64(seconds + 1) * 1000);
-        rig.run(stocks, opts);
-        QCOMPARE(keys(stocks), QStringList{"IBM:" + source});
+        rig.run();
+        QCOMPARE(keys(rig.stocks), QStringList{"IBM:" + source});
     }
 
     void healthWarnings()
@@ -305,23 +300,21 @@ private Q_SLOTS:
         const QString state = rig.dir.filePath(QStringLiteral("sources.state"));
         const QString silent = QStringLiteral(
             "Quote source Stooq gave no price for IBM in the last 3 updates: its format may have changed");
-        core::Quotes stocks;
-        core::Quotes opts;
         // Each update starts from the file, as one-shot updates do.
         auto update = [&] {
             rig.health.load(state);
             rig.host.statusLines.clear();
-            rig.run(stocks, opts);
+            rig.run();
             QVERIFY(rig.health.save(state, rig.clock.today()));
         };
         update();
-        QCOMPARE(keys(stocks), QStringList{"IBM:Stooq"});
+        QCOMPARE(keys(rig.stocks), QStringList{"IBM:Stooq"});
         QVERIFY(rig.last.healthWarnings.isEmpty());
         m_market->market()->setSourcesSilent(true);
         QStringList warnings;
         for (int i = 0; i < 4; ++i) {
             update();
-            QCOMPARE(stocks.Count(), 0);
+            QCOMPARE(rig.stocks.Count(), 0);
             warnings << rig.last.healthWarnings;
             QCOMPARE(rig.status().contains(silent), i == 2);
         }
@@ -337,7 +330,7 @@ private Q_SLOTS:
             QStringList{"Quote source Stooq answered for IBM without the field volume: its format may have changed"});
         update();
         QVERIFY(rig.last.healthWarnings.isEmpty());
-        QCOMPARE(keys(stocks), (QStringList{"IBM:Stooq", "NOVOL:Stooq"}));
+        QCOMPARE(keys(rig.stocks), (QStringList{"IBM:Stooq", "NOVOL:Stooq"}));
     }
 
     void badAnswersFailOneSecurity_data()
@@ -375,12 +368,10 @@ private Q_SLOTS:
         rig.order = QStringList{source, QStringLiteral("servers.dat")};
         rig.add(ticker);
         rig.add(QStringLiteral("IBM"));
-        core::Quotes stocks;
-        core::Quotes opts;
-        rig.run(stocks, opts);
+        rig.run();
         QVERIFY(rig.last.completed);
-        QVERIFY2(keys(stocks).filter(QRegularExpression(QStringLiteral("^IBM:"))).size() == 1,
-                 qPrintable(keys(stocks).join(u' ')));
+        QVERIFY2(keys(rig.stocks).filter(QRegularExpression(QStringLiteral("^IBM:"))).size() == 1,
+                 qPrintable(keys(rig.stocks).join(u' ')));
         const QString log = rig.activity();
         QVERIFY2(log.contains(QStringLiteral("Quote source ")) && log.contains(logged), qPrintable(log));
         QVERIFY(!log.contains(kKey));

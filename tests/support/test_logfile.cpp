@@ -154,29 +154,46 @@ private Q_SLOTS:
         QCOMPARE(rig.activity(), QStringLiteral("Getting Stock Quotes 11/23/2026 9:00:00 AM\r\n"));
     }
 
-    void pauseIsWholeSecondsAndCancellable()
+    // Whole seconds, rounded half to even; a cancel ends the wait at the next yield. The
+    // modem line's pauses are these.
+    void pause_data()
     {
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<int>("cancelAtYield"); // 0: never
+        QTest::addColumn<int>("expectedMs");
+        QTest::addColumn<int>("slackMs");
+        // clang-format off
+        QTest::newRow("half a second is none") << 0.5 << 0 << 0 << 0;
+        QTest::newRow("zero") << 0.0 << 0 << 0 << 0;
+        QTest::newRow("one and a half is two") << 1.5 << 0 << 2000 << 250;
+        QTest::newRow("two") << 2.0 << 0 << 2000 << 250;
+        QTest::newRow("two and a half is two") << 2.5 << 0 << 2000 << 250;
+        QTest::newRow("three") << 3.0 << 0 << 3000 << 250;
+        QTest::newRow("cancelled at the third yield") << 60.0 << 3 << 750 << 0;
+        // clang-format on
+    }
+    void pause()
+    {
+        QFETCH(double, seconds);
+        QFETCH(int, cancelAtYield);
+        QFETCH(int, expectedMs);
+        QFETCH(int, slackMs);
         MockClock clock;
         TestHost host(&clock);
         host.clockStepMs = 250;
         CancelFlag cancel;
         CLogFile log(clock, host);
         Services services{clock, host, cancel, log};
-        const QDateTime start = clock.now();
-        services.pause(0.5); // rounds to even: no pause
-        QCOMPARE(clock.now(), start);
-        services.pause(2);
-        QVERIFY(start.msecsTo(clock.now()) >= 2000);
-        QVERIFY(start.msecsTo(clock.now()) <= 2250);
         int yields = 0;
         host.onYield = [&] {
-            if (++yields == 3) {
+            if (++yields == cancelAtYield) {
                 cancel.set();
             }
         };
-        const QDateTime before = clock.now();
-        services.pause(60);
-        QCOMPARE(before.msecsTo(clock.now()), 750);
+        const QDateTime start = clock.now();
+        services.pause(seconds);
+        const qint64 waited = start.msecsTo(clock.now());
+        QVERIFY2(waited >= expectedMs && waited <= expectedMs + slackMs, qPrintable(QString::number(waited)));
     }
 
     void cappedTexts()
@@ -203,10 +220,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("added");
         QTest::addColumn<QString>("expected");
         // clang-format off
+        QTest::newRow("plain") << "abc" << "def" << "abcdef";
         QTest::newRow("line feeds dropped") << "" << "OK\r\n" << "OK\r";
         QTest::newRow("backspace deletes previous") << "" << "ab\bc" << "ac";
         QTest::newRow("leading backspace deletes shown") << "xy" << "\bz" << "xz";
         QTest::newRow("backspace eats the line feed first") << "a" << "\n\bb" << "ab";
+        QTest::newRow("backspace on empty") << "" << "\ba" << "a";
         // clang-format on
     }
     void terminalEcho()
