@@ -1,3 +1,4 @@
+#include "../peers/CliRun.h"
 #include "TestUtil.h"
 
 #include "core/Options.h"
@@ -12,7 +13,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -184,7 +184,9 @@ private Q_SLOTS:
         const QByteArray key = "k3y-s3cret";
         QCOMPARE(cli({"options", "set", "sources.key.alphavantage", "-"}, key + "\n").exitCode, 0);
         QCOMPARE(cli({"options", "get", "sources.key.alphavantage"}).out.trimmed(), QByteArray("***"));
-        QVERIFY(!testing::readFile(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Kestrova/Kestrova.ini").contains(key));
+        const QString ini = m_dir.filePath(QStringLiteral("config/Kestrova/Kestrova.ini"));
+        QVERIFY(QFile::exists(ini));
+        QVERIFY(!testing::readFile(ini).contains(key));
         QCOMPARE(cli({"options", "set", "fetch.host_connections", "99"}).exitCode, 2);
 
         const Outcome all = cli({"sources", "test", "IBM"});
@@ -241,7 +243,13 @@ private:
         QByteArray out;
         QByteArray err;
     };
-    Outcome cli(const QStringList& args, const QByteArray& input = {});
+    // kestrova-cli on this test's data folder and portfolio, its settings under the folder too.
+    Outcome cli(const QStringList& args, const QByteArray& input = {})
+    {
+        const testing::CliRun r = testing::runCli(
+            m_dir, QStringList{"--data-dir", m_dir.path(), "--portfolio", m_portfolio} + args, 60000, input);
+        return {r.code, r.out.toUtf8(), r.err.toUtf8()};
+    }
     void writePortfolio(const QStringList& tickers, const QString& order = QStringLiteral("servers.dat"));
     QJsonObject fieldQuote(bool option);
 
@@ -272,25 +280,6 @@ void TestQuotesCli::writePortfolio(const QStringList& tickers, const QString& or
             r.highLimit = 1.1F; // any demo price is above it
     }
     QVERIFY(core::PortfolioFile::write(m_portfolio, table, options).ok());
-}
-
-TestQuotesCli::Outcome TestQuotesCli::cli(const QStringList& args, const QByteArray& input)
-{
-    QProcess p;
-    p.start(qEnvironmentVariable("KESTROVA_CLI"),
-            QStringList{"--data-dir", m_dir.path(), "--portfolio", m_portfolio} + args);
-    p.write(input);
-    p.closeWriteChannel();
-    Outcome o;
-    if (!p.waitForFinished(60000)) {
-        p.kill();
-        p.waitForFinished();
-        return o;
-    }
-    o.exitCode = p.exitCode();
-    o.out = p.readAllStandardOutput();
-    o.err = p.readAllStandardError();
-    return o;
 }
 
 // The quote of FLD (a stock with a high limit of 1) or of its option from one `quotes
