@@ -38,65 +38,62 @@ class TestDemoMarketCli : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void servesUntilTerminated();
-    void badArguments_data();
-    void badArguments();
+
+    void servesUntilTerminated()
+    {
+        QTemporaryDir data;
+        const quint16 port = kestrova::testing::freePort();
+        QProcess p;
+        p.start(cli(), {"--data-dir", data.path(), "demo-market", "--port", QString::number(port), "--seed", "3",
+                        "--latency-ms", "20", "--retarget"});
+        QVERIFY(p.waitForStarted());
+        QVERIFY(p.waitForReadyRead(10000));
+        const QByteArray banner = p.readAllStandardOutput();
+        QVERIFY2(banner.contains(QByteArray("listening on http://127.0.0.1:" + QByteArray::number(port))),
+                 banner.constData());
+
+        // The installed definition files were copied in and now point at this port.
+        const QByteArray address = "127.0.0.1:" + QByteArray::number(port);
+        QCOMPARE(kestrova::testing::readFile(data.filePath("servers.dat")).count(address), 2);
+        QCOMPARE(kestrova::testing::readFile(data.filePath("server.dat")).count(address), 1);
+
+        QVERIFY(httpGet(port, "/stock?t=IBM").contains("Last Trade:"));
+        QVERIFY(httpGet(port, "/news?t=IBM").contains("<li class=story>"));
+
+        ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
+        QVERIFY(p.waitForFinished(10000));
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), 0);
+        QVERIFY(p.readAllStandardOutput().contains("demo-market: 2 requests"));
+    }
+
+    void badArguments_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("port too big") << QStringList{"--port", "70000"} << 2;
+        QTest::newRow("port not a number") << QStringList{"--port", "http"} << 2;
+        QTest::newRow("negative latency") << QStringList{"--latency-ms", "-5"} << 2;
+        QTest::newRow("unknown option") << QStringList{"--bogus"} << 2;
+        QTest::newRow("value missing") << QStringList{"--seed"} << 2;
+        QTest::newRow("port taken") << QStringList{"--port", "TAKEN"} << 1;
+    }
+
+    void badArguments()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, exitCode);
+        QTcpServer taken;
+        QVERIFY(taken.listen(QHostAddress::LocalHost, 0));
+        args.replaceInStrings(QStringLiteral("TAKEN"), QString::number(taken.serverPort()));
+        QTemporaryDir data;
+        QProcess p;
+        p.start(cli(), QStringList{"--data-dir", data.path(), "demo-market"} + args);
+        QVERIFY(p.waitForFinished(10000));
+        QCOMPARE(p.exitCode(), exitCode);
+        QVERIFY(!p.readAllStandardError().isEmpty());
+    }
 };
-
-void TestDemoMarketCli::servesUntilTerminated()
-{
-    QTemporaryDir data;
-    const quint16 port = kestrova::testing::freePort();
-    QProcess p;
-    p.start(cli(), {"--data-dir", data.path(), "demo-market", "--port", QString::number(port), "--seed", "3",
-                    "--latency-ms", "20", "--retarget"});
-    QVERIFY(p.waitForStarted());
-    QVERIFY(p.waitForReadyRead(10000));
-    const QByteArray banner = p.readAllStandardOutput();
-    QVERIFY2(banner.contains(QByteArray("listening on http://127.0.0.1:" + QByteArray::number(port))),
-             banner.constData());
-
-    // The installed definition files were copied in and now point at this port.
-    const QByteArray address = "127.0.0.1:" + QByteArray::number(port);
-    QCOMPARE(kestrova::testing::readFile(data.filePath("servers.dat")).count(address), 2);
-    QCOMPARE(kestrova::testing::readFile(data.filePath("server.dat")).count(address), 1);
-
-    QVERIFY(httpGet(port, "/stock?t=IBM").contains("Last Trade:"));
-    QVERIFY(httpGet(port, "/news?t=IBM").contains("<li class=story>"));
-
-    ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
-    QVERIFY(p.waitForFinished(10000));
-    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(p.exitCode(), 0);
-    QVERIFY(p.readAllStandardOutput().contains("demo-market: 2 requests"));
-}
-
-void TestDemoMarketCli::badArguments_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("exitCode");
-    QTest::newRow("port too big") << QStringList{"--port", "70000"} << 2;
-    QTest::newRow("port not a number") << QStringList{"--port", "http"} << 2;
-    QTest::newRow("negative latency") << QStringList{"--latency-ms", "-5"} << 2;
-    QTest::newRow("unknown option") << QStringList{"--bogus"} << 2;
-    QTest::newRow("value missing") << QStringList{"--seed"} << 2;
-    QTest::newRow("port taken") << QStringList{"--port", "TAKEN"} << 1;
-}
-
-void TestDemoMarketCli::badArguments()
-{
-    QFETCH(QStringList, args);
-    QFETCH(int, exitCode);
-    QTcpServer taken;
-    QVERIFY(taken.listen(QHostAddress::LocalHost, 0));
-    args.replaceInStrings(QStringLiteral("TAKEN"), QString::number(taken.serverPort()));
-    QTemporaryDir data;
-    QProcess p;
-    p.start(cli(), QStringList{"--data-dir", data.path(), "demo-market"} + args);
-    QVERIFY(p.waitForFinished(10000));
-    QCOMPARE(p.exitCode(), exitCode);
-    QVERIFY(!p.readAllStandardError().isEmpty());
-}
 
 QTEST_GUILESS_MAIN(TestDemoMarketCli)
 #include "test_demomarketcli.moc"

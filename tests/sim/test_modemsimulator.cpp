@@ -66,19 +66,13 @@ private Q_SLOTS:
         QTest::addColumn<int>("pages");
 
         // 2 + "123" + 13 + "ABC" + 13 + 3 = 379 = 0x17B.
-        QTest::newRow("good block") << QByteArray("\x02"
-                                                  "123\rABC\r\x03"
-                                                  "17;\r")
-                                    << QByteArray("211 Page(s) Sent\r\x06\r") << 1;
-        QTest::newRow("wrong checksum") << QByteArray("\x02"
-                                                      "123\rABC\r\x03"
-                                                      "17<\r")
-                                        << QByteArray("\x15\r") << 0;
-        QTest::newRow("no CR before ETX") << QByteArray("\x02"
-                                                        "123\rABC\x03"
-                                                        "16>\r")
-                                          << QByteArray("\x15\r") << 0;
-        QTest::newRow("no pager id") << QByteArray("\x02\rABC\r\x03\0>5\r", 11) << QByteArray("\x15\r") << 0;
+        const QByteArray nak("\x15\r");
+        // clang-format off
+        QTest::newRow("good block") << QByteArray("\x02" "123\rABC\r\x03" "17;\r") << QByteArray("211 Page(s) Sent\r\x06\r") << 1;
+        QTest::newRow("wrong checksum") << QByteArray("\x02" "123\rABC\r\x03" "17<\r") << nak << 0;
+        QTest::newRow("no CR before ETX") << QByteArray("\x02" "123\rABC\x03" "16>\r") << nak << 0;
+        QTest::newRow("no pager id") << QByteArray("\x02\rABC\r\x03\0>5\r", 11) << nak << 0;
+        // clang-format on
     }
     void blocksAreChecked()
     {
