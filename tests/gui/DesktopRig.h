@@ -4,6 +4,7 @@
 #include "app/Application.h"
 #include "core/OptionRegistry.h"
 #include "core/PortfolioFile.h"
+#include "gui/DemoSession.h"
 #include "gui/GuiHost.h"
 #include "gui/MainWindow.h"
 #include "support/Clock.h"
@@ -84,6 +85,28 @@ struct DesktopRig
     gui::GuiHost host;
     std::unique_ptr<app::Application> app;
     std::unique_ptr<gui::MainWindow> window;
+};
+
+// The desktop program on the offline demo, as the Demo menu opens it: the demo market and
+// the simulated modem started (start), then the demo's portfolio open with its options (open).
+// Between the two a test may change the demo's files or its modem's script.
+struct DemoDesktop
+{
+    support::SystemClock clock;
+    gui::DemoSession demo{clock};
+    std::unique_ptr<DesktopRig> rig;
+    QString why; // why the demo did not start
+
+    DemoDesktop() { resetSettings({}); }
+    bool start() { return demo.start(&why); }
+    DesktopRig& open()
+    {
+        rig = std::make_unique<DesktopRig>(QStringList{}, demo.dataDir(), true);
+        rig->window->startup(demo.portfolioFile());
+        demo.configure(*rig->app);
+        rig->window->refreshDisplay();
+        return *rig;
+    }
 };
 
 } // namespace kestrova::testing

@@ -2,6 +2,8 @@
 
 #include "app/Application.h"
 #include "gui/GuiHost.h"
+#include "news/News.h"
+#include "news/NewsStories.h"
 #include "settings/SettingsStore.h"
 #include "support/Clock.h"
 #include "support/EventWait.h"
@@ -11,6 +13,7 @@
 #include <QDialog>
 #include <QDir>
 #include <QFile>
+#include <QLineEdit>
 #include <QPointer>
 #include <QTemporaryDir>
 #include <QTest>
@@ -92,6 +95,40 @@ template <class T> std::shared_ptr<bool> onModal(std::function<void(T*)> act)
     });
     timer->start();
     return ran;
+}
+
+// The named widget of a dialog; a test that names one the dialog lacks stops there.
+template <class T> T* child(QWidget* w, const QString& name)
+{
+    T* c = w->findChild<T*>(name);
+    if (!c) {
+        qFatal("no widget %s", qPrintable(name));
+    }
+    return c;
+}
+
+// Types over a line edit's text as a person does: select it all, delete it, type.
+inline void retype(QWidget* dialog, const QString& name, const QString& text)
+{
+    auto* edit = child<QLineEdit>(dialog, name);
+    edit->setFocus();
+    edit->selectAll();
+    QTest::keyClick(edit, Qt::Key_Backspace);
+    QTest::keyClicks(edit, text);
+}
+
+// A headline as a news update stores it.
+inline void addStory(app::Application& app, const char* ticker, const char* date, const char* time, const char* line,
+                     bool fresh)
+{
+    auto story = std::make_shared<news::News>();
+    story->setTicker(QString::fromLatin1(ticker));
+    story->setSDate(QString::fromLatin1(date));
+    story->setTime(QString::fromLatin1(time));
+    story->setNewsLine(QString::fromLatin1(line));
+    story->setNewsSource(QStringLiteral("Wire"));
+    story->setBNew(fresh);
+    app.news().Add(story);
 }
 
 // Ticks or unticks a check box from the keyboard. (Two quick mouse clicks on different

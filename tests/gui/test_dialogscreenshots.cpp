@@ -13,12 +13,12 @@
 #include "gui/ScheduleDialog.h"
 #include "gui/SecurityDialog.h"
 #include "gui/SendPageDialog.h"
-#include "news/News.h"
-#include "news/NewsStories.h"
 
 #include <QPlainTextEdit>
 #include <QTabWidget>
 #include <QtTest>
+
+#include <map>
 
 using namespace kestrova;
 using testing::GuiRig;
@@ -72,26 +72,11 @@ void sampleSetup(GuiRig& rig)
         q->setHighChgAlarm(r.type == 0);
         rig.app->stockQuotes().Add(q, rec.ticker);
     }
-    struct Story
-    {
-        const char *ticker, *date, *time, *line;
-        bool fresh;
-    };
-    const Story stories[] = {
-        {"IBM", "11/23/2026", "09:05", "IBM to buy a cloud security firm for $2.1 billion", true},
-        {"VFIAX", "11/20/2026", "16:30", "Index funds take in record November inflows", false},
-        {"IBM", "11/19/2026", "07:45", "IBM quantum unit signs three new research partners", false},
-    };
-    for (const Story& st : stories) {
-        auto story = std::make_shared<news::News>();
-        story->setTicker(QString::fromLatin1(st.ticker));
-        story->setSDate(QString::fromLatin1(st.date));
-        story->setTime(QString::fromLatin1(st.time));
-        story->setNewsLine(QString::fromLatin1(st.line));
-        story->setNewsSource(QStringLiteral("Wire"));
-        story->setBNew(st.fresh);
-        rig.app->news().Add(story);
-    }
+    testing::addStory(*rig.app, "IBM", "11/23/2026", "09:05", "IBM to buy a cloud security firm for $2.1 billion",
+                      true);
+    testing::addStory(*rig.app, "VFIAX", "11/20/2026", "16:30", "Index funds take in record November inflows", false);
+    testing::addStory(*rig.app, "IBM", "11/19/2026", "07:45", "IBM quantum unit signs three new research partners",
+                      false);
     core::MailBox& box = rig.app->state().mailBox;
     box.messageCount = 2;
     box.records[1] = {QStringLiteral("Mon, 23 Nov 2026 08:12"),
@@ -156,66 +141,50 @@ private Q_SLOTS:
         sampleSetup(m_rig);
     }
 
-    void portfolio()
+    // Every dialog and viewer, and the options dialog on each of its pages.
+    void dialogs_data()
     {
-        gui::PortfolioDialog dlg(nullptr, *m_rig.app, m_rig.host);
-        shoot(&dlg, QStringLiteral("portfolio-editor"));
-    }
-
-    void security()
-    {
-        core::PortfolioTable table = m_rig.app->state().portfolio;
-        gui::SecurityDialog dlg(nullptr, *m_rig.app, m_rig.host, table, 0);
-        shoot(&dlg, QStringLiteral("security"));
-    }
-
-    void options_data()
-    {
-        QTest::addColumn<int>("tab");
-        QTest::addColumn<QString>("name");
-        const char* const names[] = {"pager",           "email-paging", "push",        "mail-check", "connection",
-                                     "quotes-and-news", "sources",      "serial-port", "program"};
+        QTest::addColumn<QString>("name"); // the picture's file name
+        QTest::addColumn<int>("tab");      // the options dialog's page
+        for (const char* name : {"portfolio-editor", "security", "schedule", "modem", "send-page", "quote-viewer",
+                                 "news-viewer", "mail-viewer"}) {
+            QTest::newRow(name) << QString::fromLatin1(name) << -1;
+        }
+        const char* const tabs[] = {"pager",           "email-paging", "push",        "mail-check", "connection",
+                                    "quotes-and-news", "sources",      "serial-port", "program"};
         for (int i = 0; i < 9; ++i) {
-            QTest::newRow(names[i]) << i << QStringLiteral("options-") + QLatin1String(names[i]);
+            QTest::newRow(tabs[i]) << QStringLiteral("options-") + QLatin1String(tabs[i]) << i;
         }
     }
-    void options()
+    void dialogs()
     {
-        QFETCH(int, tab);
         QFETCH(QString, name);
-        gui::OptionsDialog dlg(nullptr, *m_rig.app, m_rig.host);
-        dlg.tabs()->setCurrentIndex(tab);
-        shoot(&dlg, name);
-    }
-
-    void schedule()
-    {
-        gui::ScheduleDialog dlg(nullptr, *m_rig.app, m_rig.host);
-        shoot(&dlg, QStringLiteral("schedule"));
-    }
-
-    void modem()
-    {
-        core::Options edited = m_rig.app->state().options;
-        gui::ModemDialog dlg(nullptr, m_rig.host, edited, false);
-        shoot(&dlg, QStringLiteral("modem"));
-    }
-
-    void sendPage()
-    {
-        gui::SendPageDialog dlg(nullptr, *m_rig.app, m_rig.host);
-        dlg.findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("Meeting moved to 3 pm, call Sam"));
-        shoot(&dlg, QStringLiteral("send-page"));
-    }
-
-    void viewers()
-    {
-        gui::QuoteViewer quotes(nullptr, *m_rig.app);
-        shoot(&quotes, QStringLiteral("quote-viewer"));
-        gui::NewsViewer news(nullptr, *m_rig.app, m_rig.host);
-        shoot(&news, QStringLiteral("news-viewer"));
-        gui::MailViewer mail(nullptr, *m_rig.app);
-        shoot(&mail, QStringLiteral("mail-viewer"));
+        QFETCH(int, tab);
+        app::Application& app = *m_rig.app;
+        core::PortfolioTable table = app.state().portfolio;
+        core::Options edited = app.state().options;
+        const std::map<QString, std::function<QDialog*()>> makers = {
+            {"portfolio-editor", [&] { return new gui::PortfolioDialog(nullptr, app, m_rig.host); }},
+            {"security", [&] { return new gui::SecurityDialog(nullptr, app, m_rig.host, table, 0); }},
+            {"schedule", [&] { return new gui::ScheduleDialog(nullptr, app, m_rig.host); }},
+            {"modem", [&] { return new gui::ModemDialog(nullptr, m_rig.host, edited, false); }},
+            {"send-page", [&] { return new gui::SendPageDialog(nullptr, app, m_rig.host); }},
+            {"quote-viewer", [&] { return new gui::QuoteViewer(nullptr, app); }},
+            {"news-viewer", [&] { return new gui::NewsViewer(nullptr, app, m_rig.host); }},
+            {"mail-viewer", [&] { return new gui::MailViewer(nullptr, app); }},
+        };
+        std::unique_ptr<QDialog> dlg;
+        if (tab >= 0) {
+            auto* options = new gui::OptionsDialog(nullptr, app, m_rig.host);
+            options->tabs()->setCurrentIndex(tab);
+            dlg.reset(options);
+        } else {
+            dlg.reset(makers.at(name)());
+        }
+        if (name == QLatin1String("send-page")) {
+            dlg->findChild<QPlainTextEdit*>()->setPlainText(QStringLiteral("Meeting moved to 3 pm, call Sam"));
+        }
+        shoot(dlg.get(), name);
     }
 };
 

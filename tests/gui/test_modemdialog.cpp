@@ -11,18 +11,11 @@
 #include <QtTest>
 
 using namespace kestrova;
+using testing::child;
 using testing::GuiRig;
+using testing::retype;
 
 namespace {
-
-template <class T> T* child(QWidget* w, const char* name)
-{
-    T* c = w->findChild<T*>(QString::fromLatin1(name));
-    if (!c) {
-        qFatal("no widget %s", name);
-    }
-    return c;
-}
 
 QStringList names(QListWidget* list)
 {
@@ -40,15 +33,6 @@ void pick(QComboBox* box, int presses)
     for (int i = 0; i < presses; ++i) {
         QTest::keyClick(box, Qt::Key_Down);
     }
-}
-
-void retype(QWidget* dialog, const char* name, const QString& text)
-{
-    auto* edit = child<QLineEdit>(dialog, name);
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClick(edit, Qt::Key_Backspace);
-    QTest::keyClicks(edit, text);
 }
 
 const QStringList kBuiltIn{QStringLiteral("Stored Profile"), QStringLiteral("Factory Settings"),

@@ -18,28 +18,12 @@
 #include <QtTest>
 
 using namespace kestrova;
+using testing::child;
 using testing::GuiRig;
 using testing::onModal;
+using testing::retype;
 
 namespace {
-
-template <class T> T* child(QWidget* w, const char* name)
-{
-    T* c = w->findChild<T*>(QString::fromLatin1(name));
-    if (!c) {
-        qFatal("no widget %s", name);
-    }
-    return c;
-}
-
-void typeInto(QWidget* dialog, const char* name, const QString& text)
-{
-    auto* edit = child<QLineEdit>(dialog, name);
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClick(edit, Qt::Key_Delete);
-    QTest::keyClicks(edit, text);
-}
 
 // Fills the entry form the way a person does: type, a choice by arrow keys, ticks.
 void fillIbmOption(gui::SecurityDialog* form)
@@ -47,8 +31,8 @@ void fillIbmOption(gui::SecurityDialog* form)
     auto* type = child<QComboBox>(form, "cboType");
     type->setFocus();
     QTest::keyClick(type, Qt::Key_Down); // Stock -> Option
-    typeInto(form, "txtTicker", QStringLiteral("IBM 250117C00150000"));
-    typeInto(form, "txtName", QStringLiteral("IBM Jan 150 call"));
+    retype(form, "txtTicker", QStringLiteral("IBM 250117C00150000"));
+    retype(form, "txtName", QStringLiteral("IBM Jan 150 call"));
     auto* server = child<QComboBox>(form, "cboServer");
     server->setFocus();
     QTest::keyClick(server, Qt::Key_End); // the last service: the demo market
@@ -56,13 +40,13 @@ void fillIbmOption(gui::SecurityDialog* form)
     digits->setFocus();
     digits->selectAll();
     QTest::keyClicks(digits, QStringLiteral("3"));
-    typeInto(form, "txtShares", QStringLiteral("1,500"));
-    typeInto(form, "txtCostBasis", QStringLiteral("2.3125"));
-    typeInto(form, "txtHighLimit", QStringLiteral("4.5"));
-    typeInto(form, "txtLowLimit", QStringLiteral("1.25"));
-    typeInto(form, "txtHighChg", QStringLiteral("12.5"));
-    typeInto(form, "txtLowChg", QStringLiteral("-7.5"));
-    typeInto(form, "txtVolume", QStringLiteral("250000"));
+    retype(form, "txtShares", QStringLiteral("1,500"));
+    retype(form, "txtCostBasis", QStringLiteral("2.3125"));
+    retype(form, "txtHighLimit", QStringLiteral("4.5"));
+    retype(form, "txtLowLimit", QStringLiteral("1.25"));
+    retype(form, "txtHighChg", QStringLiteral("12.5"));
+    retype(form, "txtLowChg", QStringLiteral("-7.5"));
+    retype(form, "txtVolume", QStringLiteral("250000"));
     testing::toggle(child<QCheckBox>(form, "chkMarketOnly"));
     testing::toggle(child<QCheckBox>(form, "chkNews")); // news off
 }
@@ -182,16 +166,13 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("field");
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QString>("message");
-        QTest::newRow("symbol too long") << QByteArray("txtTicker") << QString(22, u'Q')
-                                         << "Ticker: holds at most 21 characters";
-        QTest::newRow("price not a number") << QByteArray("txtHighLimit") << "12,5a"
-                                            << "High Limit: \"12,5a\" is not a number.";
-        QTest::newRow("negative shares") << QByteArray("txtShares") << "-3"
-                                         << "Shares: may not be negative.";
-        QTest::newRow("volume with decimals") << QByteArray("txtVolume") << "10.5"
-                                              << "Volume Limit: enter a whole number of shares.";
-        QTest::newRow("ticker already there") << QByteArray("txtTicker") << " msft"
-                                              << "msft is already in the portfolio.";
+        // clang-format off
+        QTest::newRow("symbol too long") << QByteArray("txtTicker") << QString(22, u'Q') << "Ticker: holds at most 21 characters";
+        QTest::newRow("price not a number") << QByteArray("txtHighLimit") << "12,5a" << "High Limit: \"12,5a\" is not a number.";
+        QTest::newRow("negative shares") << QByteArray("txtShares") << "-3" << "Shares: may not be negative.";
+        QTest::newRow("volume with decimals") << QByteArray("txtVolume") << "10.5" << "Volume Limit: enter a whole number of shares.";
+        QTest::newRow("ticker already there") << QByteArray("txtTicker") << " msft" << "msft is already in the portfolio.";
+        // clang-format on
     }
     void badFieldKeepsFormOpen()
     {
@@ -210,8 +191,8 @@ private Q_SLOTS:
         bool stayedOpen = false;
         QString focused;
         auto acted = onModal<gui::SecurityDialog>([&](gui::SecurityDialog* form) {
-            typeInto(form, "txtTicker", QStringLiteral("AAPL"));
-            typeInto(form, field.constData(), typed);
+            retype(form, "txtTicker", QStringLiteral("AAPL"));
+            retype(form, field.constData(), typed);
             form->findChild<QLineEdit*>(QStringLiteral("txtName"))->setFocus();
             clickOk(form);
             stayedOpen = form->isVisible();
@@ -288,14 +269,14 @@ private Q_SLOTS:
         gui::SecurityDialog form(nullptr, *rig.app, rig.host, table, -1);
         form.show();
         auto* market = child<QLabel>(&form, "lblMarketValue");
-        typeInto(&form, "txtShares", QStringLiteral("10"));
-        typeInto(&form, "txtCostBasis", QStringLiteral("100"));
+        retype(&form, "txtShares", QStringLiteral("10"));
+        retype(&form, "txtCostBasis", QStringLiteral("100"));
         QCOMPARE(market->text(), QStringLiteral("no quote yet")); // no ticker typed yet
-        typeInto(&form, "txtTicker", QStringLiteral("ibm"));
+        retype(&form, "txtTicker", QStringLiteral("ibm"));
         QCOMPARE(market->text(), QStringLiteral("1,200.00"));
         QCOMPARE(child<QLabel>(&form, "lblCostValue")->text(), QStringLiteral("1,000.00"));
         QCOMPARE(child<QLabel>(&form, "lblGain")->text(), QStringLiteral("+200.00 (+20.00%)"));
-        typeInto(&form, "txtCostBasis", QStringLiteral("abc"));
+        retype(&form, "txtCostBasis", QStringLiteral("abc"));
         QCOMPARE(market->text(), QStringLiteral("-"));
     }
 };

@@ -25,25 +25,18 @@ private Q_SLOTS:
         QTest::addColumn<bool>("saved");
         QTest::addColumn<int>("interval");
         const QString shortWarning = QStringLiteral("It is not recommended to update less than 5 minutes...");
-        QTest::newRow("start equal to stop")
-            << QStringList{"mskStartTime=11:00 am", "mskStopTime=11:00 am"} << QStringList{} << true << 15;
-        QTest::newRow("interval 4 after the warning")
-            << QStringList{"txtFrequency=4"} << QStringList{shortWarning} << true << 4;
-        QTest::newRow("interval 1 after the warning")
-            << QStringList{"txtFrequency=1"} << QStringList{shortWarning} << true << 1;
+        const QString example = QStringLiteral("Invalid Time: ex. 03:42:00 pm");
+        // clang-format off
+        QTest::newRow("start equal to stop") << QStringList{"mskStartTime=11:00 am", "mskStopTime=11:00 am"} << QStringList{} << true << 15;
+        QTest::newRow("interval 4 after the warning") << QStringList{"txtFrequency=4"} << QStringList{shortWarning} << true << 4;
+        QTest::newRow("interval 1 after the warning") << QStringList{"txtFrequency=1"} << QStringList{shortWarning} << true << 1;
         QTest::newRow("integer part of 7.9") << QStringList{"txtFrequency=7.9"} << QStringList{} << true << 7;
-        QTest::newRow("start after stop")
-            << QStringList{"mskStartTime=4:30 pm", "mskStopTime=9:00 am", "txtFrequency=3"}
-            << QStringList{"Start time must be less than Stop time."} << false << 15;
-        QTest::newRow("close time: the text right after the colon")
-            << QStringList{"mskCloseTime=13:75 pm"} << QStringList{"Invalid Time:13:75 pm"} << false << 15;
-        QTest::newRow("start time: the example")
-            << QStringList{"mskStartTime=25:00"} << QStringList{"Invalid Time: ex. 03:42:00 pm"} << false << 15;
-        QTest::newRow("open time empty") << QStringList{"mskOpenTime="} << QStringList{"Invalid Time: ex. 03:42:00 pm"}
-                                         << false << 15;
-        QTest::newRow("interval of no minutes")
-            << QStringList{"txtFrequency=0"}
-            << QStringList{"The update interval must be a number of minutes from 1 to 1440."} << false << 15;
+        QTest::newRow("start after stop") << QStringList{"mskStartTime=4:30 pm", "mskStopTime=9:00 am", "txtFrequency=3"} << QStringList{"Start time must be less than Stop time."} << false << 15;
+        QTest::newRow("close time: the text right after the colon") << QStringList{"mskCloseTime=13:75 pm"} << QStringList{"Invalid Time:13:75 pm"} << false << 15;
+        QTest::newRow("start time: the example") << QStringList{"mskStartTime=25:00"} << QStringList{example} << false << 15;
+        QTest::newRow("open time empty") << QStringList{"mskOpenTime="} << QStringList{example} << false << 15;
+        QTest::newRow("interval of no minutes") << QStringList{"txtFrequency=0"} << QStringList{"The update interval must be a number of minutes from 1 to 1440."} << false << 15;
+        // clang-format on
     }
     void save()
     {
@@ -59,15 +52,9 @@ private Q_SLOTS:
         testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkOther")));
         testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkWednesday")));
         testing::toggle(dlg.findChild<QCheckBox*>(QStringLiteral("chkMktClose")));
-        QString lastField;
         for (const QString& t : typed) {
-            lastField = t.section(u'=', 0, 0);
-            auto* edit = dlg.findChild<QLineEdit*>(lastField);
-            QVERIFY(edit->isEnabled());
-            edit->setFocus();
-            edit->selectAll();
-            QTest::keyClick(edit, Qt::Key_Backspace);
-            QTest::keyClicks(edit, t.section(u'=', 1));
+            QVERIFY(testing::child<QLineEdit>(&dlg, t.section(u'=', 0, 0))->isEnabled());
+            testing::retype(&dlg, t.section(u'=', 0, 0), t.section(u'=', 1));
         }
         QTest::mouseClick(dlg.findChild<QPushButton*>(QStringLiteral("cmdSave")), Qt::LeftButton);
         QCOMPARE(rig.host.shownMessages, messages);

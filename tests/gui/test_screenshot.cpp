@@ -1,7 +1,5 @@
 #include "DesktopRig.h"
 
-#include "gui/DemoSession.h"
-
 #include <QDir>
 #include <QPixmap>
 #include <QTableView>
@@ -16,37 +14,30 @@ class TestScreenshot : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void mainWindowAfterDemoUpdate();
+
+    void mainWindowAfterDemoUpdate()
+    {
+        testing::DemoDesktop d;
+        QVERIFY2(d.start(), qPrintable(d.why));
+        testing::DesktopRig& rig = d.open();
+        rig.window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
+
+        rig.window->runUpdate();
+        auto* table = rig.child<QTableView>("grdQuotes");
+        QVERIFY(table->model()->rowCount() > 0);
+        QTest::qWait(200);
+
+        const QString dir = qEnvironmentVariable("KESTROVA_SCREENSHOT_DIR", QDir::tempPath());
+        QDir().mkpath(dir);
+        const QString file = QDir(dir).filePath(QStringLiteral("main-window.png"));
+        const QPixmap shot = rig.window->grab();
+        QVERIFY(shot.width() >= rig.window->width() && shot.height() >= rig.window->height());
+        QVERIFY(shot.save(file));
+        QVERIFY(!QPixmap(file).isNull());
+        qInfo("saved %s", qPrintable(file));
+    }
 };
-
-void TestScreenshot::mainWindowAfterDemoUpdate()
-{
-    testing::resetSettings({});
-    support::SystemClock clock;
-    gui::DemoSession demo(clock);
-    QString why;
-    QVERIFY2(demo.start(&why), qPrintable(why));
-    testing::DesktopRig rig({}, demo.dataDir(), true);
-    rig.window->startup(demo.portfolioFile());
-    demo.configure(*rig.app);
-    rig.window->refreshDisplay();
-    rig.window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
-
-    rig.window->runUpdate();
-    auto* table = rig.child<QTableView>("grdQuotes");
-    QVERIFY(table->model()->rowCount() > 0);
-    QTest::qWait(200);
-
-    const QString dir = qEnvironmentVariable("KESTROVA_SCREENSHOT_DIR", QDir::tempPath());
-    QDir().mkpath(dir);
-    const QString file = QDir(dir).filePath(QStringLiteral("main-window.png"));
-    const QPixmap shot = rig.window->grab();
-    QVERIFY(shot.width() >= rig.window->width() && shot.height() >= rig.window->height());
-    QVERIFY(shot.save(file));
-    QVERIFY(!QPixmap(file).isNull());
-    qInfo("saved %s", qPrintable(file));
-}
 
 QTEST_MAIN(TestScreenshot)
 #include "test_screenshot.moc"

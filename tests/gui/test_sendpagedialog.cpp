@@ -11,18 +11,10 @@
 #include <QtTest>
 
 using namespace kestrova;
+using testing::child;
 using testing::GuiRig;
 
 namespace {
-
-template <class T> T* child(QWidget* w, const char* name)
-{
-    T* c = w->findChild<T*>(QString::fromLatin1(name));
-    if (!c) {
-        qFatal("no widget %s", name);
-    }
-    return c;
-}
 
 // A rig whose modem is the simulator, with an alphanumeric pager configured.
 struct ModemGuiRig : GuiRig

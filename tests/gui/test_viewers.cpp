@@ -6,8 +6,6 @@
 #include "gui/MailViewer.h"
 #include "gui/NewsViewer.h"
 #include "gui/QuoteViewer.h"
-#include "news/News.h"
-#include "news/NewsStories.h"
 
 #include <QComboBox>
 #include <QHeaderView>
@@ -18,22 +16,10 @@
 #include <QtTest>
 
 using namespace kestrova;
+using testing::addStory;
 using testing::GuiRig;
 
 namespace {
-
-void addStory(app::Application& app, const char* ticker, const char* date, const char* time, const char* line,
-              bool fresh)
-{
-    auto story = std::make_shared<news::News>();
-    story->setTicker(QString::fromLatin1(ticker));
-    story->setSDate(QString::fromLatin1(date));
-    story->setTime(QString::fromLatin1(time));
-    story->setNewsLine(QString::fromLatin1(line));
-    story->setNewsSource(QStringLiteral("Wire"));
-    story->setBNew(fresh);
-    app.news().Add(story);
-}
 
 QStringList column(QTreeWidget* list, int c, bool visibleOnly = true)
 {

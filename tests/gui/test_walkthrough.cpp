@@ -29,18 +29,9 @@
 using namespace kestrova;
 using testing::DesktopRig;
 using testing::onModal;
+using testing::retype;
 
 namespace {
-
-void retype(QWidget* dialog, const QString& name, const QString& text)
-{
-    auto* edit = dialog->findChild<QLineEdit*>(name);
-    QVERIFY2(edit, qPrintable(name));
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClick(edit, Qt::Key_Backspace);
-    QTest::keyClicks(edit, text);
-}
 
 void click(QWidget* dialog, const char* button)
 {
