@@ -184,7 +184,6 @@ private Q_SLOTS:
         QTest::newRow("two and a bit") << QStringLiteral("IBM 101.25 +1.50 MSFT 55.10 -0.20 T 9") << 15
                                        << QStringList{QStringLiteral("IBM 101.25 +1.5"),
                                                       QStringLiteral("0 MSFT 55.10 -0"), QStringLiteral(".20 T 9")};
-        QTest::newRow("blank remainder dropped") << QStringLiteral("0123456789     ") << 10 << QStringList{QStringLiteral("0123456789")};
         QTest::newRow("line starting with a dot") << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")};
         // clang-format on
     }

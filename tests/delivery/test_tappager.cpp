@@ -47,7 +47,6 @@ private Q_SLOTS:
         const QString three = QString(20, u'a') + QString(20, u'b') + QStringLiteral("ccc");
         QTest::newRow("three pages") << three << 20 << QStringList{QString(20, u'a'), QString(20, u'b'), "ccc"} << "Pager: Message Sent (3 Pages)";
         QTest::newRow("line break kept in place") << "AB\r\nCD" << 80 << QStringList{QStringLiteral("AB ") + kBs + "CD"} << "Pager: Message Sent";
-        QTest::newRow("blank tail is no page") << QString(10, u'x') + "   " << 10 << QStringList{QString(10, u'x')} << "Pager: Message Sent";
         // clang-format on
     }
     void sendsPagesWhole()
