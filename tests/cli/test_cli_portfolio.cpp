@@ -301,6 +301,10 @@ private Q_SLOTS:
         QTest::newRow("page cap below a page") << "prefs.max_page_kb" << "8" << 2 << "MaxPageKB" << "" << "4096";
         QTest::newRow("mail size not a number") << "prefs.mail_size" << "big" << 2 << "MailSize" << "" << "20";
         QTest::newRow("modem device") << "modem.device" << "/dev/pts/9" << 0 << "ModemDevice" << "/dev/pts/9" << "/dev/pts/9";
+        QTest::newRow("keep a year of history") << "history.keep_days" << "365" << 0 << "HistoryKeepDays" << "365" << "365";
+        QTest::newRow("keep no history") << "history.keep_days" << "0" << 2 << "HistoryKeepDays" << "" << "730";
+        QTest::newRow("history off") << "history.enabled" << "no" << 0 << "HistoryEnabled" << "0" << "false";
+        QTest::newRow("history flag not a boolean") << "history.enabled" << "sometimes" << 2 << "HistoryEnabled" << "" << "true";
         QTest::newRow("flag not a boolean") << "prefs.check_mail" << "maybe" << 2 << "CheckMail" << "" << "true";
         // clang-format on
     }

@@ -191,35 +191,6 @@ private Q_SLOTS:
         QCOMPARE(r.code, 1);
         QVERIFY(r.err.contains(QLatin1String("cannot read")));
     }
-
-    void historyOptionsAreChecked_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("shown");
-        // clang-format off
-        QTest::newRow("keep a year") << "history.keep_days" << "365" << 0 << "365";
-        QTest::newRow("keep nothing") << "history.keep_days" << "0" << 2 << "730";
-        QTest::newRow("switch off") << "history.enabled" << "no" << 0 << "false";
-        QTest::newRow("not a switch") << "history.enabled" << "sometimes" << 2 << "true";
-        // clang-format on
-    }
-    void historyOptionsAreChecked()
-    {
-        QFETCH(QString, name);
-        QFETCH(QString, value);
-        QFETCH(int, code);
-        QFETCH(QString, shown);
-        QTemporaryDir own; // a settings store of its own for each row
-        const QStringList base{QStringLiteral("--data-dir"), m_data};
-        QCOMPARE(testing::runCli(own, base + QStringList{QStringLiteral("options"), QStringLiteral("set"), name, value})
-                     .code,
-                 code);
-        const testing::CliRun get =
-            testing::runCli(own, base + QStringList{QStringLiteral("options"), QStringLiteral("get"), name});
-        QCOMPARE(get.out.trimmed(), shown);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestHistoryCli)
