@@ -163,12 +163,12 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString& a = args[i];
         if (a == QLatin1String("--help") || a == QLatin1String("-h")) {
-            out << "Usage: kestrova-cli demo-market [--port N] [--latency-ms M] [--seed S] [--retarget]\n\n"
+            out << "Usage: kestrova-cli demo-market [--port N] [--latency-ms M] [--walk-start S] [--retarget]\n\n"
                    "Serves simulated quote, option, index and news pages on 127.0.0.1 until SIGINT/SIGTERM.\n"
                    "--port N        port to listen on (default 8099, the port of the shipped Demo Market\n"
                    "                definitions; 0 picks a free one)\n"
                    "--latency-ms M  answer every page after M milliseconds\n"
-                   "--seed S        starting value of the price walk (default 1)\n"
+                   "--walk-start S  starting value of the price walk (default 1)\n"
                    "--retarget      point the Demo Market definitions in the data directory at this port\n"
                    "Tickers ERR500, EMPTY, HANG and CUT misbehave on purpose.\n";
             return kExitOk;
@@ -181,7 +181,7 @@ int demoMarketCommand(const GlobalOptions& global, const QStringList& args)
         } else if (a == QLatin1String("--latency-ms") && i + 1 < args.size()) {
             latencyMs = args[++i].toInt(&ok);
             ok = ok && latencyMs >= 0;
-        } else if (a == QLatin1String("--seed") && i + 1 < args.size()) {
+        } else if (a == QLatin1String("--walk-start") && i + 1 < args.size()) {
             walkSeed = args[++i].toUInt(&ok);
         } else if (a == QLatin1String("--retarget")) {
             retarget = true;

@@ -44,7 +44,7 @@ private Q_SLOTS:
         QTemporaryDir data;
         const quint16 port = kestrova::testing::freePort();
         QProcess p;
-        p.start(cli(), {"--data-dir", data.path(), "demo-market", "--port", QString::number(port), "--seed", "3",
+        p.start(cli(), {"--data-dir", data.path(), "demo-market", "--port", QString::number(port), "--walk-start", "3",
                         "--latency-ms", "20", "--retarget"});
         QVERIFY(p.waitForStarted());
         QVERIFY(p.waitForReadyRead(10000));
@@ -75,7 +75,7 @@ private Q_SLOTS:
         QTest::newRow("port not a number") << QStringList{"--port", "http"} << 2;
         QTest::newRow("negative latency") << QStringList{"--latency-ms", "-5"} << 2;
         QTest::newRow("unknown option") << QStringList{"--bogus"} << 2;
-        QTest::newRow("value missing") << QStringList{"--seed"} << 2;
+        QTest::newRow("value missing") << QStringList{"--walk-start"} << 2;
         QTest::newRow("port taken") << QStringList{"--port", "TAKEN"} << 1;
     }
 
