@@ -1,19 +1,51 @@
 #!/usr/bin/env bash
 # Installs what Kestrova needs to build, run and test on Debian 12 (as root or via sudo).
+#
+#   scripts/install-deps.sh [--list] [--test]
+#
+# --test adds what the tests, benchmarks and fuzz pass need. --list prints the package list
+# one a line and installs nothing (the test command hands it to check-deps, which fails
+# when the configured build uses a file no listed package brings).
+#
+# Installs go with --no-install-recommends, so every package the build finds must be named
+# here or be a hard dependency of one named: a package that only came as a recommendation
+# on the machine where it was tried is missing on the next one.
 set -euo pipefail
+list=no
+test=no
+for arg in "$@"; do
+    case "$arg" in
+    --list) list=yes ;;
+    --test) test=yes ;;
+    *)
+        echo "usage: install-deps.sh [--list] [--test]" >&2
+        exit 2
+        ;;
+    esac
+done
+
+# Build: the tool chain, Qt (Charts needs Qt6OpenGL's CMake package, which qt6-base-dev only
+# recommends), libcurl, cmark for the user guide's HTML.
+pkgs=(build-essential cmake ninja-build pkg-config qt6-base-dev libqt6opengl6-dev qt6-serialport-dev
+      libcurl4-openssl-dev qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6sql6-sqlite qt6-qpa-plugins cmark)
+if [ "$test" = yes ]; then
+    # Real peers for the tests: POP3, SMTP, NetworkManager on a private bus, pty pairs.
+    # Desktop checks: Xvfb for screenshots, the .desktop, AppStream and MIME (xmllint)
+    # validators, dpkg-dev for cpack -G DEB. Benchmarks: Google Benchmark. Fuzzing:
+    # clang with its libFuzzer runtime. HTTP/2 peer: hypercorn / nghttpd.
+    pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth
+           desktop-file-utils appstream libxml2-utils dpkg-dev clang libclang-rt-14-dev python3-hypercorn
+           nghttp2-server ccache)
+fi
+
+if [ "$list" = yes ]; then
+    printf '%s\n' "${pkgs[@]}"
+    exit 0
+fi
+
 SUDO=""
 if [ "$(id -u)" != 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
-pkgs=(build-essential cmake ninja-build pkg-config qt6-base-dev qt6-serialport-dev libcurl4-openssl-dev
-      qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6sql6-sqlite qt6-qpa-plugins cmark)
-if [ "${1:-}" = "--test" ]; then
-    # Real peers for the tests: POP3, SMTP, NetworkManager on a private bus, pty pairs.
-    # Desktop checks: Xvfb for screenshots, the .desktop, AppStream and MIME (xmllint)
-    # validators, dpkg-dev for cpack -G DEB. Fuzzing:
-    # clang with its libFuzzer runtime. HTTP/2 peer: hypercorn / nghttpd.
-    pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth
-           desktop-file-utils appstream libxml2-utils dpkg-dev clang libclang-rt-14-dev python3-hypercorn nghttp2-server ccache)
-fi
 missing=()
 for p in "${pkgs[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
