@@ -1,7 +1,8 @@
-#include "app/ScheduleRules.h"
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "core/OptionChecks.h"
 #include "core/OptionRegistry.h"
+#include "core/ScheduleRules.h"
 #include "settings/Preferences.h"
 #include "settings/SettingsStore.h"
 
@@ -84,11 +85,15 @@ int getCommand(const GlobalOptions& g, const QStringList& args)
 }
 
 const QString kSetUsage =
-    QStringLiteral("Usage: kestrova-cli [global options] options set NAME VALUE\n"
-                   "Checks the value against the option's type and range and saves it (the portfolio file,\n"
-                   "or the settings store for modem.device, prefs.*, history.*, fetch.host_connections and\n"
-                   "the sources.key.* keys). A VALUE of - reads the value from the first line of standard\n"
-                   "input, which is the way to give a password, a key or a push URL that carries a log-on.\n");
+    QStringLiteral("Usage: kestrova-cli [global options] options set NAME VALUE [NAME VALUE]...\n"
+                   "Checks the values as the options dialog checks its form and saves them all, or nothing\n"
+                   "when one is refused: each value against its option's type and range, the setup as a\n"
+                   "whole (a pager ID without dashes, a non-zero page length, a recipient when e-mail paging\n"
+                   "is on, a host when the proxy is on), and the schedule's times and interval. Related\n"
+                   "options can so be changed together. Options are saved in the portfolio file, or the\n"
+                   "settings store for modem.device, prefs.*, history.*, fetch.host_connections and the\n"
+                   "sources.key.* keys. A VALUE of - reads the value from the next line of standard input,\n"
+                   "which is the way to give a password, a key or a push URL that carries a log-on.\n");
 
 int setCommand(const GlobalOptions& g, const QStringList& args)
 {
@@ -96,65 +101,66 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
         QTextStream(stdout) << kSetUsage;
         return kExitOk;
     }
-    if (args.size() != 2) {
-        return usageError(kSetUsage, QStringLiteral("an option name and a value are needed"));
+    if (args.isEmpty() || args.size() % 2 != 0) {
+        return usageError(kSetUsage, QStringLiteral("an option name and a value are needed for each option"));
     }
-    const OptionDef* def = OptionRegistry::find(args[0]);
-    if (!def) {
-        return usageError(kSetUsage, QStringLiteral("unknown option ") + args[0]);
-    }
-    QString value = args[1];
-    if (value == QLatin1String("-")) {
-        QTextStream in(stdin);
-        value = in.readLine();
-        if (value.endsWith(u'\r')) {
-            value.chop(1);
+    QList<core::OptionText> entered;
+    QList<const OptionDef*> defs;
+    bool setupEntered = false;
+    QTextStream in(stdin);
+    for (qsizetype i = 0; i < args.size(); i += 2) {
+        const OptionDef* def = OptionRegistry::find(args[i]);
+        if (!def) {
+            return usageError(kSetUsage, QStringLiteral("unknown option ") + args[i]);
         }
+        QString value = args[i + 1];
+        if (value == QLatin1String("-")) {
+            value = in.readLine();
+            if (value.endsWith(u'\r')) {
+                value.chop(1);
+            }
+        }
+        entered.append({def->name, value});
+        defs.append(def);
+        setupEntered = setupEntered || !def->inStore();
     }
     QTextStream err(stderr);
     CliContext ctx(g);
-    if (def->inStore()) {
-        QString checked;
-        if (const QString refusal = OptionRegistry::validate(*def, ctx.options, value, &checked); !refusal.isEmpty()) {
-            err << refusal << '\n';
-            return kExitUsage;
-        }
-        settings::SettingsStore store;
-        store.save(settings::kSettingsSection, def->storeKey, def->storeText(checked));
-        if (!store.sync()) {
-            err << def->name << ": the settings store could not be written (" << store.fileName() << ")\n";
-            return kExitFailure;
-        }
-        QTextStream(stdout) << def->name << " = "
-                            << OptionRegistry::display(*def, ctx.options, settings::readPreferences(store, g.dataDir))
-                            << '\n';
-        return kExitOk;
-    }
-    if (!ctx.lockPortfolio() || !loadIfPresent(ctx)) {
+    // Preferences alone leave the portfolio file as it is, unread and unlocked.
+    if (setupEntered && (!ctx.lockPortfolio() || !loadIfPresent(ctx))) {
         return kExitFailure;
     }
-    // The schedule's times and interval follow the schedule dialog's rules, which look at the
-    // whole schedule (a start after the stop is refused whichever of the two is changed).
-    bool shortInterval = false;
-    app::ScheduleEntry entry;
-    if (const auto verdict = app::checkScheduleOption(ctx.options.schedule, def->name, value, &entry)) {
-        if (!verdict->ok()) {
-            err << def->name << ": " << verdict->error << '\n';
-            return kExitUsage;
-        }
-        app::storeSchedule(ctx.options.schedule, entry, *verdict);
-        shortInterval = verdict->shortInterval;
-    } else if (const QString refusal = OptionRegistry::assign(*def, ctx.options, value); !refusal.isEmpty()) {
-        err << refusal << '\n';
+    const core::OptionCheck check = core::checkOptions(ctx.options, entered);
+    if (!check.ok()) {
+        err << check.failure->withOptionName() << '\n';
         return kExitUsage;
     }
-    if (!ctx.savePortfolio()) {
-        return kExitFailure;
+    // The file first: when it cannot be saved (another program holds or changed it), the
+    // settings store is left as it was too.
+    if (setupEntered) {
+        ctx.options = check.options;
+        if (!ctx.savePortfolio()) {
+            return kExitFailure;
+        }
+    }
+    settings::SettingsStore store;
+    if (!check.storeTexts.isEmpty()) {
+        for (auto it = check.storeTexts.begin(); it != check.storeTexts.end(); ++it) {
+            store.save(settings::kSettingsSection, it.key(), it.value());
+        }
+        if (!store.sync()) {
+            err << "the settings store could not be written (" << store.fileName() << ")\n";
+            return kExitFailure;
+        }
     }
     // Never echo a password back, not even to say what was stored.
-    QTextStream(stdout) << def->name << " = " << OptionRegistry::display(*def, ctx.options) << '\n';
-    if (shortInterval) {
-        err << app::kShortIntervalWarning << '\n';
+    const settings::Preferences prefs = settings::readPreferences(store, g.dataDir);
+    QTextStream out(stdout);
+    for (const OptionDef* def : defs) {
+        out << def->name << " = " << OptionRegistry::display(*def, ctx.options, prefs) << '\n';
+    }
+    if (check.shortInterval) {
+        err << core::kShortIntervalWarning << '\n';
     }
     return kExitOk;
 }
@@ -165,7 +171,7 @@ void registerOptionsCommands(Registry& r)
 {
     r.add({QStringLiteral("options list"), QStringLiteral("list every option with its type and value"), listCommand});
     r.add({QStringLiteral("options get"), QStringLiteral("print one option"), getCommand});
-    r.add({QStringLiteral("options set"), QStringLiteral("check and save one option"), setCommand});
+    r.add({QStringLiteral("options set"), QStringLiteral("check and save options, all or none"), setCommand});
 }
 
 } // namespace kestrova::cli

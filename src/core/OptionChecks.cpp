@@ -1,8 +1,12 @@
 #include "core/OptionChecks.h"
 
+#include "core/OptionRegistry.h"
+#include "core/ScheduleRules.h"
 #include "support/Format.h"
 
 #include <QRegularExpression>
+
+#include <algorithm>
 
 namespace kestrova::core {
 
@@ -122,10 +126,10 @@ std::function<QString(const QString&)> formatCheck(const QString& name)
     return {};
 }
 
-std::optional<FormCheckFailure> firstFailedOptionCheck(const std::function<QString(const QString&)>& textOf)
+std::optional<OptionFailure> firstFailedOptionCheck(const std::function<QString(const QString&)>& textOf)
 {
     auto failure = [](const char* message, const char* option) {
-        return FormCheckFailure{QString::fromLatin1(message), QString::fromLatin1(option)};
+        return OptionFailure{QString::fromLatin1(option), QString::fromLatin1(message)};
     };
     if (textOf(QStringLiteral("pager.id")).contains(u'-')) {
         return failure("Please enter Pager ID without dashes", "pager.id");
@@ -149,6 +153,90 @@ std::optional<FormCheckFailure> firstFailedOptionCheck(const std::function<QStri
         return failure("You must enter either a host name or host address for the SMTP server.", "smtp.host");
     }
     return std::nullopt;
+}
+
+QString OptionFailure::namedAs(const QString& label) const
+{
+    return ownCheck ? label + QStringLiteral(": ") + message : message;
+}
+
+QString OptionFailure::withOptionName() const
+{
+    return option + QStringLiteral(": ") + message;
+}
+
+OptionCheck checkOptions(const Options& base, const QList<OptionText>& entered, CheckScope scope)
+{
+    OptionCheck result;
+    result.options = base;
+    auto fail = [&result](const QString& option, const QString& message, bool ownCheck = false) {
+        result.failure = OptionFailure{option, message, ownCheck};
+        result.storeTexts.clear();
+        return result;
+    };
+
+    std::vector<const OptionDef*> defs;
+    bool setupEntered = false;
+    for (const OptionText& e : entered) {
+        const OptionDef* def = OptionRegistry::find(e.name);
+        if (!def) {
+            return fail(e.name, QStringLiteral("unknown option"));
+        }
+        defs.push_back(def);
+        setupEntered = setupEntered || !def->inStore();
+    }
+
+    if (scope == CheckScope::Everything && setupEntered) {
+        // The last text entered for an option counts, as it would on a form typed over.
+        auto textOf = [&](const QString& name) {
+            for (qsizetype i = entered.size() - 1; i >= 0; --i) {
+                if (defs[static_cast<size_t>(i)]->name == name) {
+                    return entered[i].text;
+                }
+            }
+            const OptionDef* def = OptionRegistry::find(name);
+            return def && def->get ? def->get(base) : QString();
+        };
+        if (auto failure = firstFailedOptionCheck(textOf)) {
+            return fail(failure->option, failure->message);
+        }
+    }
+
+    ScheduleEntry schedule = ScheduleEntry::from(base.schedule);
+    bool scheduleEntered = false;
+    for (qsizetype i = 0; i < entered.size(); ++i) {
+        const OptionDef& def = *defs[static_cast<size_t>(i)];
+        if (std::find(defs.begin() + i + 1, defs.end(), &def) != defs.end()) {
+            continue; // typed over later
+        }
+        // The schedule dialog's fields answer to the schedule's own rules below, which look
+        // at the whole schedule.
+        if (!def.inStore() && setScheduleField(schedule, def.name, entered[i].text)) {
+            scheduleEntered = true;
+            continue;
+        }
+        QString value;
+        const QString refusal = OptionRegistry::validate(def, result.options, entered[i].text, &value);
+        if (!refusal.isEmpty()) {
+            const QString prefix = def.name + QStringLiteral(": ");
+            return fail(def.name, refusal.startsWith(prefix) ? refusal.mid(prefix.size()) : refusal, true);
+        }
+        if (def.inStore()) {
+            result.storeTexts.insert(def.storeKey, def.storeText(value));
+        } else if (def.set) {
+            def.set(result.options, value);
+        }
+    }
+
+    if (scheduleEntered) {
+        const ScheduleVerdict verdict = validateSchedule(schedule);
+        if (!verdict.ok()) {
+            return fail(scheduleOptionName(verdict.field), verdict.error);
+        }
+        storeSchedule(result.options.schedule, schedule, verdict);
+        result.shortInterval = verdict.shortInterval;
+    }
+    return result;
 }
 
 } // namespace kestrova::core

@@ -1,6 +1,6 @@
 #include "gui/ModemDialog.h"
 
-#include "core/OptionRegistry.h"
+#include "core/OptionChecks.h"
 #include "gui/FieldCheck.h"
 #include "gui/GuiHost.h"
 #include "gui/WindowPlacement.h"
@@ -29,6 +29,14 @@ QComboBox* choices(const char* name, const QStringList& items, int current)
     combo->addItems(items);
     combo->setCurrentIndex(std::clamp(current, 0, static_cast<int>(items.size()) - 1));
     return combo;
+}
+
+// The label a form row shows beside a field.
+QString labelFor(QWidget* field)
+{
+    auto* form = field->parentWidget() ? qobject_cast<QFormLayout*>(field->parentWidget()->layout()) : nullptr;
+    auto* label = form ? qobject_cast<QLabel*>(form->labelForField(field)) : nullptr;
+    return label ? label->text() : field->objectName();
 }
 
 } // namespace
@@ -162,20 +170,19 @@ void ModemDialog::deleteProfile()
 
 void ModemDialog::accept()
 {
-    // The retry fields take numbers: each is checked with the engine's rule before anything is kept.
-    const std::pair<QLineEdit*, QString> numbers[] = {{m_retries, QStringLiteral("No. of Retries:")},
-                                                      {m_retrySeconds, QStringLiteral("Seconds between retries:")}};
-    const char* const names[] = {"pager.retries", "pager.retry_seconds"};
-    QString values[2];
-    for (int i = 0; i < 2; ++i) {
-        const core::OptionDef* def = core::OptionRegistry::find(QString::fromLatin1(names[i]));
-        const QString why = checkOptionText(*def, numbers[i].second, m_copy, numbers[i].first->text(), &values[i]);
-        if (!why.isEmpty()) {
-            m_host.messageBox(why, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
-            numbers[i].first->setFocus();
-            numbers[i].first->selectAll();
-            return;
-        }
+    // The retry fields take numbers: the engine checks them before anything is kept.
+    const std::pair<QLineEdit*, QString> fields[] = {{m_retries, QStringLiteral("pager.retries")},
+                                                     {m_retrySeconds, QStringLiteral("pager.retry_seconds")}};
+    const core::OptionCheck check =
+        core::checkOptions(m_copy, {{fields[0].second, m_retries->text()}, {fields[1].second, m_retrySeconds->text()}},
+                           core::CheckScope::OwnChecks);
+    if (!check.ok()) {
+        QLineEdit* edit = check.failure->option == fields[0].second ? m_retries : m_retrySeconds;
+        m_host.messageBox(check.failure->namedAs(plainLabel(labelFor(edit))), support::MsgButtons::Ok,
+                          support::MsgIcon::Exclamation);
+        edit->setFocus();
+        edit->selectAll();
+        return;
     }
     m_profiles.store(m_init->text(), m_pagerInit->text());
     core::ModemOptions& m = m_copy.modem;
@@ -184,8 +191,8 @@ void ModemDialog::accept()
     m.pulse = m_dialling->currentIndex() == 1;
     m.speakerVolume = static_cast<qint16>(m_volume->currentIndex());
     m.speakerMode = static_cast<qint16>(m_speaker->currentIndex());
-    m_copy.paging.retries = static_cast<qint16>(values[0].toInt());
-    m_copy.paging.retrySeconds = static_cast<qint16>(values[1].toInt());
+    m_copy.paging.retries = check.options.paging.retries;
+    m_copy.paging.retrySeconds = check.options.paging.retrySeconds;
     // Only the modem part goes back: the caller's other options may be mid-edit elsewhere.
     m_target.modem = m_copy.modem;
     m_target.paging.retries = m_copy.paging.retries;

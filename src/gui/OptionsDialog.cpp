@@ -880,15 +880,6 @@ const OptionsDialog::Field* OptionsDialog::field(const QString& name) const
     return nullptr;
 }
 
-QString OptionsDialog::enteredText(const QString& name) const
-{
-    if (const Field* f = field(name)) {
-        return f->read();
-    }
-    const core::OptionDef* def = core::OptionRegistry::find(name);
-    return def && def->get ? def->get(m_options) : QString();
-}
-
 void OptionsDialog::focusField(const Field& f)
 {
     for (int i = 0; i < m_tabs->count(); ++i) {
@@ -907,26 +898,30 @@ void OptionsDialog::focusField(const Field& f)
     }
 }
 
-bool OptionsDialog::collect(core::Options& out, QHash<QString, QString>* store)
+QList<core::OptionText> OptionsDialog::entered(bool withPreferences) const
 {
+    QList<core::OptionText> out;
     for (const Field& f : m_fields) {
-        if (f.preference && !store) {
+        if (f.preference && !withPreferences) {
             continue;
         }
-        QString value;
-        const QString why = checkOptionText(*f.def, f.label, out, f.read(), &value);
-        if (!why.isEmpty()) {
-            m_host.messageBox(why, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
-            focusField(f);
-            return false;
-        }
-        if (f.preference) {
-            store->insert(f.def->storeKey, f.def->storeText(value));
-        } else {
-            f.def->set(out, value);
-        }
+        out.append({f.name, f.read()});
     }
-    return true;
+    return out;
+}
+
+bool OptionsDialog::passes(const core::OptionCheck& check)
+{
+    if (check.ok()) {
+        return true;
+    }
+    const Field* f = field(check.failure->option);
+    m_host.messageBox(f ? check.failure->namedAs(plainLabel(f->label)) : check.failure->withOptionName(),
+                      support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+    if (f) {
+        focusField(*f);
+    }
+    return false;
 }
 
 // ---- buttons ----
@@ -938,10 +933,12 @@ QString OptionsDialog::testPageResult() const
 
 void OptionsDialog::sendTestPage()
 {
-    core::Options shown = m_options;
-    if (!collect(shown, nullptr)) {
+    // The test dials with what the form shows; the form need not be complete for that.
+    const core::OptionCheck check = core::checkOptions(m_options, entered(false), core::CheckScope::OwnChecks);
+    if (!passes(check)) {
         return;
     }
+    const core::Options& shown = check.options;
     m_testResult->setText(tr("Sending..."));
     setEnabled(false);
     const delivery::ManualPageResult r = m_app.sendTestPage(shown);
@@ -951,10 +948,11 @@ void OptionsDialog::sendTestPage()
 
 void OptionsDialog::testConnection()
 {
-    core::Options shown = m_options;
-    if (!collect(shown, nullptr)) {
+    const core::OptionCheck check = core::checkOptions(m_options, entered(false), core::CheckScope::OwnChecks);
+    if (!passes(check)) {
         return;
     }
+    const core::Options& shown = check.options;
     setEnabled(false);
     const QString answer = m_app.testConnection(shown.connection);
     setEnabled(true);
@@ -969,10 +967,12 @@ void OptionsDialog::openModemSettings()
     static const char* const shared[] = {"modem.port", "modem.flow_control", "pager.retries", "pager.retry_seconds"};
     core::Options shown = m_options;
     for (const char* name : shared) {
-        const Field* f = field(QString::fromLatin1(name));
-        QString value;
-        if (f && core::OptionRegistry::validate(*f->def, shown, f->read(), &value).isEmpty()) {
-            f->def->set(shown, value);
+        // A value the form would refuse stays as stored; Save names it later.
+        if (const Field* f = field(QString::fromLatin1(name))) {
+            const core::OptionCheck c = core::checkOptions(shown, {{f->name, f->read()}}, core::CheckScope::OwnChecks);
+            if (c.ok()) {
+                shown = c.options;
+            }
         }
     }
     ModemDialog modem(this, m_host, shown, m_options.modem.quoteService);
@@ -991,20 +991,13 @@ void OptionsDialog::openModemSettings()
 
 void OptionsDialog::accept()
 {
-    if (const auto failure = core::firstFailedOptionCheck([this](const QString& n) { return enteredText(n); })) {
-        m_host.messageBox(failure->message, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
-        if (const Field* f = field(failure->option)) {
-            focusField(*f);
-        }
+    // The engine's checks, in their order, over everything the form shows.
+    const core::OptionCheck check = core::checkOptions(m_options, entered(true));
+    if (!passes(check)) {
         return;
     }
-    core::Options options = m_options;
-    QHash<QString, QString> store;
-    if (!collect(options, &store)) {
-        return;
-    }
-    m_app.applyOptions(options);
-    m_app.applyStoreValues(store);
+    m_app.applyOptions(check.options);
+    m_app.applyStoreValues(check.storeTexts);
     QDialog::accept();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/OptionChecks.h"
 #include "core/Options.h"
 #include "settings/Preferences.h"
 
@@ -86,12 +87,13 @@ private:
     QWidget* programPage();
 
     const Field* field(const QString& name) const;
-    QString enteredText(const QString& name) const;
     void focusField(const Field& f);
-    // The options as the form shows them. Fills out (and, when given, the settings-store
-    // texts of the preferences by key) and returns true when every field passes its own
-    // check; otherwise names the first that does not and returns false.
-    bool collect(core::Options& out, QHash<QString, QString>* store);
+    // What the fields show, in tab order, as the engine's checks take it; the preferences
+    // of the settings store only when asked.
+    QList<core::OptionText> entered(bool withPreferences) const;
+    // True when the check passed; otherwise shows its message, naming the field as the
+    // form labels it, and puts the focus on that field.
+    bool passes(const core::OptionCheck& check);
     void loadFields();
 
     app::Application& m_app;

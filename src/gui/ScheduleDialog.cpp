@@ -1,7 +1,7 @@
 #include "gui/ScheduleDialog.h"
 
 #include "app/Application.h"
-#include "app/ScheduleRules.h"
+#include "core/ScheduleRules.h"
 #include "gui/GuiHost.h"
 #include "gui/WindowPlacement.h"
 
@@ -127,9 +127,9 @@ void ScheduleDialog::intervalToggled(bool on)
 
 void ScheduleDialog::accept()
 {
-    const app::ScheduleEntry entry{m_openTime->text(),  m_middayTime->text(), m_closeTime->text(),
-                                   m_startTime->text(), m_stopTime->text(),   m_frequency->text()};
-    const app::ScheduleVerdict verdict = app::validateSchedule(entry);
+    const core::ScheduleEntry entry{m_openTime->text(),  m_middayTime->text(), m_closeTime->text(),
+                                    m_startTime->text(), m_stopTime->text(),   m_frequency->text()};
+    const core::ScheduleVerdict verdict = core::validateSchedule(entry);
     if (!verdict.ok()) {
         m_host.messageBox(verdict.error, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
         QLineEdit* field = fieldFor(verdict.field);
@@ -146,29 +146,29 @@ void ScheduleDialog::accept()
     s.midday = m_midday->isChecked();
     s.marketClose = m_close->isChecked();
     s.interval = m_other->isChecked();
-    app::storeSchedule(s, entry, verdict);
+    core::storeSchedule(s, entry, verdict);
     m_app.markModified();
     if (verdict.shortInterval) {
-        m_host.messageBox(app::kShortIntervalWarning, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+        m_host.messageBox(core::kShortIntervalWarning, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
     }
     QDialog::accept();
 }
 
-QLineEdit* ScheduleDialog::fieldFor(app::ScheduleField field) const
+QLineEdit* ScheduleDialog::fieldFor(core::ScheduleField field) const
 {
     switch (field) {
-    case app::ScheduleField::OpenTime:
+    case core::ScheduleField::OpenTime:
         return m_openTime;
-    case app::ScheduleField::MiddayTime:
+    case core::ScheduleField::MiddayTime:
         return m_middayTime;
-    case app::ScheduleField::CloseTime:
+    case core::ScheduleField::CloseTime:
         return m_closeTime;
-    case app::ScheduleField::StopTime:
+    case core::ScheduleField::StopTime:
         return m_stopTime;
-    case app::ScheduleField::Interval:
+    case core::ScheduleField::Interval:
         return m_frequency;
-    case app::ScheduleField::StartTime:
-    case app::ScheduleField::None:
+    case core::ScheduleField::StartTime:
+    case core::ScheduleField::None:
         break;
     }
     return m_startTime;

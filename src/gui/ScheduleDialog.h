@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ScheduleRules.h"
+#include "core/ScheduleRules.h"
 
 #include <QDialog>
 
@@ -32,7 +32,7 @@ public:
 
 private:
     void intervalToggled(bool on);
-    QLineEdit* fieldFor(app::ScheduleField field) const;
+    QLineEdit* fieldFor(core::ScheduleField field) const;
 
     app::Application& m_app;
     GuiHost& m_host;

@@ -1,5 +1,5 @@
 #include "app/Schedule.h"
-#include "app/ScheduleRules.h"
+#include "core/ScheduleRules.h"
 
 #include "support/Clock.h"
 #include "support/Format.h"
@@ -177,9 +177,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         QTest::addColumn<int>("interval");
         QTest::addColumn<bool>("warned");
-        using F = app::ScheduleField;
-        const QString ex = app::kInvalidTimeExample;
-        const QString order = app::kStartAfterStop;
+        using F = core::ScheduleField;
+        const QString ex = core::kInvalidTimeExample;
+        const QString order = core::kStartAfterStop;
         // clang-format off
         QTest::newRow("defaults") << QStringList{"9:30 am", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "15"} << int(F::None) << "" << 15 << false;
         QTest::newRow("bad open") << QStringList{"25:00", "12:00 pm", "4:00 pm", "9:00 am", "4:00 pm", "15"} << int(F::OpenTime) << ex << 0 << false;
@@ -207,10 +207,10 @@ private Q_SLOTS:
         QFETCH(QString, error);
         QFETCH(int, interval);
         QFETCH(bool, warned);
-        const app::ScheduleEntry entry{fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]};
-        const app::ScheduleVerdict v = app::validateSchedule(entry);
+        const core::ScheduleEntry entry{fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]};
+        const core::ScheduleVerdict v = core::validateSchedule(entry);
         QCOMPARE(int(v.field), failed);
-        QCOMPARE(v.ok(), failed == int(app::ScheduleField::None));
+        QCOMPARE(v.ok(), failed == int(core::ScheduleField::None));
         if (!error.isEmpty()) {
             QCOMPARE(v.error, error);
         }
@@ -221,7 +221,7 @@ private Q_SLOTS:
         QCOMPARE(v.shortInterval, warned);
         core::ScheduleOptions stored;
         stored.enabled = stored.interval = true;
-        app::storeSchedule(stored, entry, v);
+        core::storeSchedule(stored, entry, v);
         QCOMPARE(stored.startTime, fields[3]);
         QCOMPARE(stored.closeTime, fields[2]);
         QCOMPARE(int(stored.intervalMinutes), interval);

@@ -110,8 +110,6 @@ private Q_SLOTS:
         QTest::newRow("negative high limit") << QStringList{"portfolio", "add", "IBM", "--high", "-5"} << "high limit: must be 0";
         QTest::newRow("negative low limit") << QStringList{"portfolio", "add", "IBM", "--low", "-0.01"} << "low limit: must be 0";
         QTest::newRow("40-character ticker") << QStringList{"portfolio", "add", longTicker} << "at most 21 characters";
-        QTest::newRow("leading blanks") << QStringList{"portfolio", "add", "  IBM"} << "blanks";
-        QTest::newRow("trailing blank") << QStringList{"portfolio", "add", "IBM "} << "blanks";
         QTest::newRow("ticker outside Windows-1252") << QStringList{"portfolio", "add", QStringLiteral("\u6f22\u5b57")} << "ticker";
         QTest::newRow("option outside Windows-1252") << QStringList{"options", "set", "pager.id", QStringLiteral("\u6f22")} << "pager.id";
         QTest::newRow("set without changes") << QStringList{"portfolio", "set", "IBM"} << "nothing to change";
@@ -227,7 +225,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message"); // on stderr
         QTest::addColumn<QString>("stored");  // options get afterwards
         // clang-format off
-        QTest::newRow("zero length") << "pager.max_length" << "0" << 2 << "pager.max_length" << "80";
+        QTest::newRow("zero length") << "pager.max_length" << "0" << 2 << "pager.max_length: You must enter a non-zero maximum page length." << "80";
+        QTest::newRow("dashes in the pager ID") << "pager.id" << "555-1234" << 2 << "pager.id: Please enter Pager ID without dashes" << "";
+        QTest::newRow("e-mail paging without a recipient") << "smtp.enabled" << "true" << 2 << "smtp.recipient: You must enter a valid recipient email address" << "false";
+        QTest::newRow("proxy without a host") << "proxy.enabled" << "on" << 2 << "proxy.host: You must enter either a host name or host address for the proxy server." << "false";
         QTest::newRow("not a number") << "smtp.port" << "twenty-five" << 2 << "smtp.port" << "25";
         QTest::newRow("not a bool") << "paging.enabled" << "perhaps" << 2 << "paging.enabled" << "false";
         QTest::newRow("bad time") << "schedule.start_time" << "9 o'clock" << 2 << "schedule.start_time" << "9:00 am";
@@ -257,6 +258,66 @@ private Q_SLOTS:
         QCOMPARE(cli({"options", "get", name}).out.trimmed(), stored);
         if (code != 0) {
             QCOMPARE(readFile(defaultFile()), before);
+        }
+    }
+
+    // Related options change in one command: the pairs are checked as one setup and saved
+    // all together or not at all.
+    void setSeveralAtOnce_data()
+    {
+        QTest::addColumn<QStringList>("pairs");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");      // on stderr; empty: nothing there
+        QTest::addColumn<QStringList>("expected"); // name=value as options get shows it afterwards
+        // clang-format off
+        QTest::newRow("e-mail paging with what it needs")
+            << QStringList{"smtp.enabled", "true", "smtp.recipient", "p@x.org", "smtp.host", "mail.x.org"} << QByteArray()
+            << 0 << "" << QStringList{"smtp.enabled=true", "smtp.recipient=p@x.org", "smtp.host=mail.x.org"};
+        QTest::newRow("one refused value saves none")
+            << QStringList{"pager.max_length", "120", "smtp.port", "70000"} << QByteArray()
+            << 2 << "smtp.port: must be between 1 and 65535" << QStringList{"pager.max_length=80", "smtp.port=25"};
+        QTest::newRow("the schedule's window moved as one")
+            << QStringList{"schedule.start_time", "5:00 pm", "schedule.stop_time", "6:00 pm"} << QByteArray()
+            << 0 << "" << QStringList{"schedule.start_time=5:00 pm", "schedule.stop_time=6:00 pm"};
+        QTest::newRow("a preference waits for the setup")
+            << QStringList{"prefs.mail_size", "64", "pager.id", "1-2"} << QByteArray()
+            << 2 << "pager.id: Please enter Pager ID without dashes" << QStringList{"prefs.mail_size=20", "pager.id="};
+        QTest::newRow("a preference and the setup")
+            << QStringList{"prefs.mail_size", "64", "pager.id", "12"} << QByteArray()
+            << 0 << "" << QStringList{"prefs.mail_size=64", "pager.id=12"};
+        QTest::newRow("two passwords from standard input")
+            << QStringList{"smtp.password", "-", "mail.password", "-"} << QByteArray("first secret\nsecond\n")
+            << 0 << "" << QStringList{"smtp.password=***", "mail.password=***"};
+        QTest::newRow("a name without its value")
+            << QStringList{"pager.id", "12", "pager.phone"} << QByteArray()
+            << 2 << "an option name and a value are needed" << QStringList{"pager.id="};
+        // clang-format on
+    }
+    void setSeveralAtOnce()
+    {
+        QFETCH(QStringList, pairs);
+        QFETCH(QByteArray, input);
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        QFETCH(QStringList, expected);
+        QCOMPARE(cli({"portfolio", "add", "IBM"}).code, 0);
+        const QByteArray before = readFile(defaultFile());
+        const CliRun r = cli(QStringList{"options", "set"} + pairs, input);
+        QCOMPARE(r.code, code);
+        QVERIFY2(message.isEmpty() ? r.err.isEmpty() : r.err.contains(message), qPrintable(r.err));
+        QVERIFY2(!r.out.contains(QLatin1String("secret")), qPrintable(r.out));
+        for (const QString& pair : expected) {
+            QCOMPARE(cli({"options", "get", pair.section(u'=', 0, 0)}).out.trimmed(), pair.section(u'=', 1));
+        }
+        if (code != 0) {
+            QCOMPARE(readFile(defaultFile()), before);
+        } else if (!input.isEmpty()) {
+            PortfolioTable t;
+            Options o;
+            QVERIFY(PortfolioFile::read(defaultFile(), t, o).ok());
+            QCOMPARE(o.smtp.password, QStringLiteral("first secret"));
+            QCOMPARE(o.mail.password, QStringLiteral("second"));
         }
     }
 

@@ -295,6 +295,85 @@ private Q_SLOTS:
         QCOMPARE(failure ? failure->message : QString(), message);
         QCOMPARE(failure ? failure->option : QString(), option);
     }
+
+    // What every face saves goes through one check of the setup as it would be: the
+    // whole-form rules first, then each entered value's own rule, then the schedule's.
+    void changesCheckedAsAWhole_data()
+    {
+        QTest::addColumn<QStringList>("setup");   // name=value already stored
+        QTest::addColumn<QStringList>("entered"); // name=value, in the order typed
+        QTest::addColumn<bool>("ownChecksOnly");
+        QTest::addColumn<QString>("refusal"); // as the command line shows it; empty: accepted
+        QTest::addColumn<QString>("after");   // name=value in the result when accepted
+        const bool own = true;
+        // clang-format off
+        QTest::newRow("zero page length") << QStringList{} << QStringList{"pager.max_length=0"} << !own << "pager.max_length: You must enter a non-zero maximum page length." << "";
+        QTest::newRow("page length not a number") << QStringList{} << QStringList{"pager.max_length=lots"} << !own << "pager.max_length: You must enter a non-zero maximum page length." << "";
+        QTest::newRow("negative page length") << QStringList{} << QStringList{"pager.max_length=-5"} << !own << "pager.max_length: must be between 1 and 32767" << "";
+        QTest::newRow("dashes in the pager ID") << QStringList{} << QStringList{"pager.id=555-1234"} << !own << "pager.id: Please enter Pager ID without dashes" << "";
+        QTest::newRow("e-mail paging without a recipient") << QStringList{} << QStringList{"smtp.enabled=on"} << !own << "smtp.recipient: You must enter a valid recipient email address" << "";
+        QTest::newRow("e-mail paging with what it needs") << QStringList{} << QStringList{"smtp.enabled=on", "smtp.recipient=p@x.org", "smtp.host=mail.x.org"} << !own << "" << "smtp.enabled=true";
+        QTest::newRow("proxy without a host") << QStringList{} << QStringList{"proxy.enabled=yes", "proxy.port=8080"} << !own << "proxy.host: You must enter either a host name or host address for the proxy server." << "";
+        QTest::newRow("proxy with an address") << QStringList{} << QStringList{"proxy.enabled=yes", "proxy.address=10.0.0.8"} << !own << "" << "proxy.address=10.0.0.8";
+        QTest::newRow("own rule after the form") << QStringList{} << QStringList{"smtp.port=70000"} << !own << "smtp.port: must be between 1 and 65535" << "";
+        QTest::newRow("form rule before own rule") << QStringList{} << QStringList{"smtp.port=70000", "pager.id=1-2"} << !own << "pager.id: Please enter Pager ID without dashes" << "";
+        QTest::newRow("the last text typed counts") << QStringList{} << QStringList{"pager.max_length=0", "pager.max_length=90"} << !own << "" << "pager.max_length=90";
+        QTest::newRow("a stored fault is named") << QStringList{"pager.id=12-34"} << QStringList{"news.max_stories=3"} << !own << "pager.id: Please enter Pager ID without dashes" << "";
+        QTest::newRow("and can be corrected") << QStringList{"pager.id=12-34"} << QStringList{"pager.id=1234"} << !own << "" << "pager.id=1234";
+        QTest::newRow("preferences alone") << QStringList{"pager.id=12-34"} << QStringList{"prefs.mail_size=64"} << !own << "" << "";
+        QTest::newRow("own checks only") << QStringList{"pager.id=12-34"} << QStringList{"pager.retries=5"} << own << "" << "pager.retries=5";
+        QTest::newRow("own checks still run") << QStringList{} << QStringList{"pager.retries=500"} << own << "pager.retries: must be between 1 and 99" << "";
+        QTest::newRow("schedule moved as one") << QStringList{} << QStringList{"schedule.start_time=5:00 pm", "schedule.stop_time=6:00 pm"} << !own << "" << "schedule.start_time=5:00 pm";
+        QTest::newRow("start after the stop") << QStringList{} << QStringList{"schedule.start_time=5:00 pm"} << !own << "schedule.start_time: Start time must be less than Stop time." << "";
+        QTest::newRow("close time as typed") << QStringList{} << QStringList{"schedule.close_time=4 pm"} << !own << "schedule.close_time: Invalid Time:4 pm" << "";
+        QTest::newRow("interval cut to minutes") << QStringList{} << QStringList{"schedule.interval=7.9"} << !own << "" << "schedule.interval=7";
+        QTest::newRow("unknown option") << QStringList{} << QStringList{"pager.colour=red"} << !own << "pager.colour: unknown option" << "";
+        // clang-format on
+    }
+    void changesCheckedAsAWhole()
+    {
+        QFETCH(QStringList, setup);
+        QFETCH(QStringList, entered);
+        QFETCH(bool, ownChecksOnly);
+        QFETCH(QString, refusal);
+        QFETCH(QString, after);
+        Options base;
+        for (const QString& pair : setup) {
+            QVERIFY(OptionRegistry::assign(*OptionRegistry::find(pair.section(u'=', 0, 0)), base, pair.section(u'=', 1))
+                        .isEmpty());
+        }
+        QList<OptionText> texts;
+        for (const QString& pair : entered) {
+            texts.append({pair.section(u'=', 0, 0), pair.section(u'=', 1)});
+        }
+        const Options before = base;
+        const OptionCheck c = checkOptions(base, texts, ownChecksOnly ? CheckScope::OwnChecks : CheckScope::Everything);
+        QCOMPARE(c.ok() ? QString() : c.failure->withOptionName(), refusal);
+        QCOMPARE(PortfolioFile::encode({}, base), PortfolioFile::encode({}, before)); // base is left alone
+        if (!after.isEmpty()) {
+            QCOMPARE(OptionRegistry::find(after.section(u'=', 0, 0))->get(c.options), after.section(u'=', 1));
+        }
+        if (!c.ok()) {
+            QVERIFY(c.storeTexts.isEmpty());
+        }
+    }
+
+    void failureNamesTheField()
+    {
+        const OptionCheck own = checkOptions({}, {{QStringLiteral("smtp.port"), QStringLiteral("x")}});
+        QCOMPARE(own.failure->namedAs(QStringLiteral("SMTP Port")),
+                 QStringLiteral("SMTP Port: expects a whole number, not \"x\""));
+        const OptionCheck form = checkOptions({}, {{QStringLiteral("pager.max_length"), QStringLiteral("0")}});
+        QCOMPARE(form.failure->namedAs(QStringLiteral("Max Page Length")),
+                 QStringLiteral("You must enter a non-zero maximum page length."));
+        const OptionCheck pref = checkOptions({}, {{QStringLiteral("prefs.check_updates"), QStringLiteral("yes")},
+                                                   {QStringLiteral("prefs.mail_size"), QStringLiteral("64")}});
+        QCOMPARE(pref.storeTexts, (QHash<QString, QString>{{"CheckUpdates", "True"}, {"MailSize", "64"}}));
+        const OptionCheck shortInterval =
+            checkOptions({}, {{QStringLiteral("schedule.interval"), QStringLiteral("3")}});
+        QVERIFY(shortInterval.ok());
+        QVERIFY(shortInterval.shortInterval);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestOptionRegistry)

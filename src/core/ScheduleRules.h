@@ -6,7 +6,7 @@
 
 #include <optional>
 
-namespace kestrova::app {
+namespace kestrova::core {
 
 // The schedule dialog's text fields, exactly as the user typed them.
 struct ScheduleEntry
@@ -19,7 +19,7 @@ struct ScheduleEntry
     QString interval;   // txtFrequency
 
     // What the dialog shows for the current settings.
-    static ScheduleEntry from(const core::ScheduleOptions& options);
+    static ScheduleEntry from(const ScheduleOptions& options);
 };
 
 enum class ScheduleField { None, OpenTime, MiddayTime, CloseTime, StartTime, StopTime, Interval };
@@ -56,12 +56,18 @@ ScheduleVerdict validateSchedule(const ScheduleEntry& entry);
 
 // Stores a verdict that is ok(): the times as typed, the interval as checked. Switches
 // (weekdays, market moments, interval updates, the main window's enable) are left alone.
-void storeSchedule(core::ScheduleOptions& options, const ScheduleEntry& entry, const ScheduleVerdict& verdict);
+void storeSchedule(ScheduleOptions& options, const ScheduleEntry& entry, const ScheduleVerdict& verdict);
 
 // The options that are fields of the schedule dialog, by option name ("schedule.start_time").
 // For one of them, the verdict on the whole schedule with that field changed to value;
 // nothing for any other name.
-std::optional<ScheduleVerdict> checkScheduleOption(const core::ScheduleOptions& options, const QString& name,
+std::optional<ScheduleVerdict> checkScheduleOption(const ScheduleOptions& options, const QString& name,
                                                    const QString& value, ScheduleEntry* changed = nullptr);
 
-} // namespace kestrova::app
+// Puts value into the entry's field for the option name; false when the name is not one of
+// the schedule dialog's fields.
+bool setScheduleField(ScheduleEntry& entry, const QString& name, const QString& value);
+// The option name of a schedule dialog field ("schedule.stop_time"); empty for None.
+QString scheduleOptionName(ScheduleField field);
+
+} // namespace kestrova::core

@@ -1,10 +1,10 @@
-#include "app/ScheduleRules.h"
+#include "core/ScheduleRules.h"
 
 #include "support/Format.h"
 
 #include <cmath>
 
-namespace kestrova::app {
+namespace kestrova::core {
 
 namespace {
 
@@ -34,7 +34,7 @@ ScheduleVerdict failure(ScheduleField field, const QString& message)
 
 } // namespace
 
-ScheduleEntry ScheduleEntry::from(const core::ScheduleOptions& o)
+ScheduleEntry ScheduleEntry::from(const ScheduleOptions& o)
 {
     return {o.openTime, o.middayTime, o.closeTime, o.startTime, o.stopTime, QString::number(o.intervalMinutes)};
 }
@@ -74,7 +74,7 @@ ScheduleVerdict validateSchedule(const ScheduleEntry& entry)
     return v;
 }
 
-void storeSchedule(core::ScheduleOptions& options, const ScheduleEntry& entry, const ScheduleVerdict& verdict)
+void storeSchedule(ScheduleOptions& options, const ScheduleEntry& entry, const ScheduleVerdict& verdict)
 {
     options.openTime = entry.openTime;
     options.middayTime = entry.middayTime;
@@ -84,21 +84,38 @@ void storeSchedule(core::ScheduleOptions& options, const ScheduleEntry& entry, c
     options.intervalMinutes = verdict.intervalMinutes;
 }
 
-std::optional<ScheduleVerdict> checkScheduleOption(const core::ScheduleOptions& options, const QString& name,
-                                                   const QString& value, ScheduleEntry* changed)
+bool setScheduleField(ScheduleEntry& entry, const QString& name, const QString& value)
 {
     for (const NamedField& f : kFields) {
-        if (name.compare(QLatin1String(f.option), Qt::CaseInsensitive) != 0) {
-            continue;
+        if (name.compare(QLatin1String(f.option), Qt::CaseInsensitive) == 0) {
+            entry.*f.text = value;
+            return true;
         }
-        ScheduleEntry entry = ScheduleEntry::from(options);
-        entry.*f.text = value;
-        if (changed) {
-            *changed = entry;
-        }
-        return validateSchedule(entry);
     }
-    return std::nullopt;
+    return false;
 }
 
-} // namespace kestrova::app
+QString scheduleOptionName(ScheduleField field)
+{
+    for (const NamedField& f : kFields) {
+        if (f.field == field) {
+            return QString::fromLatin1(f.option);
+        }
+    }
+    return {};
+}
+
+std::optional<ScheduleVerdict> checkScheduleOption(const ScheduleOptions& options, const QString& name,
+                                                   const QString& value, ScheduleEntry* changed)
+{
+    ScheduleEntry entry = ScheduleEntry::from(options);
+    if (!setScheduleField(entry, name, value)) {
+        return std::nullopt;
+    }
+    if (changed) {
+        *changed = entry;
+    }
+    return validateSchedule(entry);
+}
+
+} // namespace kestrova::core
