@@ -53,12 +53,15 @@ QString formatPrice(const QString& text, qint16& digits)
     return support::formatNumber(value, support::pricePattern(digits));
 }
 
-qint32 toWholeNumber(const QString& text, bool* ok)
+qint32 toWholeNumber(const QString& text, bool* ok, bool* outOfRange)
 {
     // Sign, digits that may carry thousands commas, optional decimals; blanks around it.
     static const QRegularExpression kWhole(QStringLiteral(R"(^\s*[+-]?(?:\d[\d,]*(?:\.\d*)?|\.\d+)\s*$)"));
     if (ok) {
         *ok = false;
+    }
+    if (outOfRange) {
+        *outOfRange = false;
     }
     if (!kWhole.match(text).hasMatch()) {
         return 0;
@@ -67,15 +70,14 @@ qint32 toWholeNumber(const QString& text, bool* ok)
     plain.remove(u',');
     bool parsed = false;
     const double value = plain.toDouble(&parsed);
-    if (!parsed || !std::isfinite(value)) {
-        return 0;
-    }
-    // Range check before rounding to 64 bits so a huge digit string cannot overflow it.
-    if (std::fabs(value) > 4.0e9) {
-        return 0;
-    }
-    const qint64 whole = support::roundHalfEven(value);
-    if (whole < std::numeric_limits<qint32>::min() || whole > std::numeric_limits<qint32>::max()) {
+    // Range check before rounding to 64 bits so a huge digit string cannot overflow it. The
+    // text has the shape of a number, so a conversion that fails overflowed a double.
+    const bool fits = parsed && std::isfinite(value) && std::fabs(value) <= 4.0e9;
+    const qint64 whole = fits ? support::roundHalfEven(value) : 0;
+    if (!fits || whole < std::numeric_limits<qint32>::min() || whole > std::numeric_limits<qint32>::max()) {
+        if (outOfRange) {
+            *outOfRange = true;
+        }
         return 0;
     }
     if (ok) {

@@ -36,9 +36,16 @@ void Quote::setAsk(const QString& value)
 void Quote::setVolume(const QString& value)
 {
     // Servers write volumes as "1,234,567"; the quote keeps the plain number so viewers
-    // and the alarm agree on it. Anything unreadable counts as no volume at all.
+    // and the alarm agree on it. Anything unreadable counts as no volume at all. A number
+    // past 32 bits is not known as a number here: it is "n/a" and tests no limit.
     m_volume = value.trimmed();
-    const qint32 n = toWholeNumber(m_volume);
+    bool tooLarge = false;
+    const qint32 n = toWholeNumber(m_volume, nullptr, &tooLarge);
+    if (tooLarge) {
+        m_volume = support::kNotAvailable.toString();
+        raise(m_volumeAlarm, false);
+        return;
+    }
     m_volume = QString::number(n);
     testVolume(n);
 }
@@ -63,6 +70,12 @@ void Quote::setPercentChg(const QString& value)
         t.truncate(pct);
     }
     m_percentChg = formatPrice(t.trimmed(), m_digits);
+    if (m_percentChg == support::kNotAvailable) {
+        // An unknown change is no change of 0: it is beyond no limit.
+        raise(m_highChgAlarm, false);
+        raise(m_lowChgAlarm, false);
+        return;
+    }
     testPercent();
 }
 
@@ -179,8 +192,7 @@ float Quote::Calc_PriceChg()
     const double diff = previous > 0 ? leadingNumber(m_last) - previous : 0.0;
     // The difference is rounded the way a price of this quote is written. Plain text only:
     // an exponent form would be misread by the leading-number reading.
-    const QString text = std::fabs(diff) < 1e-5 ? QString::number(diff, 'f', 12) : support::doubleToText(diff);
-    return static_cast<float>(leadingNumber(formatPrice(text, m_digits)));
+    return static_cast<float>(leadingNumber(formatPrice(support::plainNumberText(diff), m_digits)));
 }
 
 } // namespace kestrova::core

@@ -156,8 +156,10 @@ QVariant QuoteTableModel::display(const core::Quote& q, int column) const
     case PercentChange:
         return q.percentChg();
     case Volume: {
+        // "n/a" (a volume past what can be shown) stays as it is, not a grouped 0.
         const double v = support::leadingNumber(q.volume());
-        return q.volume().isEmpty() ? QString() : support::formatNumber(v, u"#,##0");
+        return q.volume().isEmpty() || q.volume() == support::kNotAvailable ? q.volume()
+                                                                            : support::formatNumber(v, u"#,##0");
     }
     case Time:
         return q.update();

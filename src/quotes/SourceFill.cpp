@@ -12,7 +12,7 @@ void fillFromSource(core::Quote& quote, const SourceValues& v, const QString& so
     const QString notOffered = QStringLiteral("n/a");
     auto text = [&](SourceField f) {
         const std::optional<double>& n = v.numbers[size_t(f)];
-        return n ? support::doubleToText(*n) : notOffered;
+        return n ? support::plainNumberText(*n) : notOffered;
     };
     auto has = [&](SourceField f) { return v.numbers[size_t(f)].has_value(); };
 
@@ -22,7 +22,7 @@ void fillFromSource(core::Quote& quote, const SourceValues& v, const QString& so
     quote.setAsk(text(SourceField::Ask));
     // A volume is a count of shares: whole, even when a service sends "1.2345e7".
     const std::optional<double>& volume = v.numbers[size_t(SourceField::Volume)];
-    quote.setVolume(volume ? support::doubleToText(std::round(*volume)) : notOffered);
+    quote.setVolume(volume ? support::plainNumberText(std::round(*volume)) : notOffered);
     quote.setOpenPrice(text(SourceField::Open));
     quote.setPreviousClose(text(SourceField::PreviousClose));
     if (has(SourceField::Change))

@@ -140,9 +140,6 @@ QString applySection(const Section& s, double value)
     if (s.percent) {
         value *= 100.0;
     }
-    if (std::isnan(value) || std::isinf(value)) {
-        return s.prefix + QStringLiteral("0") + s.suffix;
-    }
     QString intPart;
     QString fracPart;
     roundedDigits(value, s.decimals, intPart, fracPart);
@@ -175,6 +172,11 @@ bool roundsToZero(double value, const Section& s)
 
 } // namespace
 
+bool isShowable(double value)
+{
+    return std::isfinite(value) && std::fabs(value) < 1e15;
+}
+
 QString formatNumber(double value, QStringView pattern)
 {
     std::vector<QStringView> parts;
@@ -186,6 +188,9 @@ QString formatNumber(double value, QStringView pattern)
         }
     }
     const Section pos = parseSection(parts[0]);
+    if (!isShowable(pos.percent ? value * 100.0 : value)) {
+        return kNotAvailable.toString();
+    }
     if (value < 0) {
         if (parts.size() >= 2 && !parts[1].isEmpty()) {
             return applySection(parseSection(parts[1]), -value);
@@ -417,6 +422,20 @@ QString doubleToText(double value)
         std::snprintf(buf, sizeof buf, "%.*f", dec, value);
     }
     return trimmedNumber(buf);
+}
+
+QString plainNumberText(double value)
+{
+    if (!std::isfinite(value)) {
+        return kNotAvailable.toString();
+    }
+    if (value == 0 || (std::fabs(value) >= 1e-5 && std::fabs(value) < 1e15)) {
+        return doubleToText(value);
+    }
+    // The shortest digits that read back as the same double, written out in full.
+    char buf[400];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed);
+    return QString::fromLatin1(buf, r.ptr - buf);
 }
 
 qint64 roundHalfEven(double value)

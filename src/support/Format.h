@@ -18,8 +18,17 @@ namespace kestrova::support {
 //            value's 15 significant decimal digits, as that Format() did.
 //   dates:   "m/d/yy  h:mm am/pm", "mm/dd/yyyy", "hh:mm" and friends (m, mm, d, dd, yy,
 //            yyyy, h, hh, n/nn or mm after an hour, ss, am/pm or AM/PM).
+// A number it cannot write digit for digit (see isShowable) comes out as "n/a": a price of
+// 1e308 or an infinity must never read as some other, ordinary number.
 QString formatNumber(double value, QStringView pattern);
 QString formatDate(const QDateTime& when, QStringView pattern);
+
+// Text of a figure that is not known: not offered, not derivable, or beyond what can be shown.
+inline constexpr QLatin1StringView kNotAvailable{"n/a"};
+
+// Finite and with a whole part of at most the 15 significant digits formatNumber works with;
+// past that the digits it wrote would be made up.
+bool isShowable(double value);
 
 // The general date: "11/21/2026 1:05:03 PM"; date only at midnight, time only for the
 // zero date (12/30/1899).
@@ -44,6 +53,10 @@ QString singleToText(float value);
 QString singleToExactText(float value);
 // The same for doubles with 15 significant digits.
 QString doubleToText(double value);
+// A number as plain decimals whatever its size (1e308 is 309 digits, 1e-7 is "0.0000001"):
+// the form a value takes on its way into a quote, whose texts are read back by their
+// leading number, which an exponent would cut short ("1e+308" reads as 1).
+QString plainNumberText(double value);
 
 // Rounds half to the even neighbour (the rule of integer conversions and currency).
 qint64 roundHalfEven(double value);

@@ -92,8 +92,14 @@ private Q_SLOTS:
         QTest::newRow("volume grouped") << "Volume" << 2 << " 1,234,567 " << "1234567" << 2;
         QTest::newRow("volume n/a") << "Volume" << 2 << "n/a" << "0" << 2;
         QTest::newRow("volume largest") << "Volume" << 2 << "2,147,483,647" << "2147483647" << 2;
-        QTest::newRow("volume overflow") << "Volume" << 2 << "2147483648" << "0" << 2;
-        QTest::newRow("volume huge") << "Volume" << 2 << "99999999999999999999999" << "0" << 2;
+        QTest::newRow("volume overflow") << "Volume" << 2 << "2147483648" << "n/a" << 2;
+        QTest::newRow("volume huge") << "Volume" << 2 << "99999999999999999999999" << "n/a" << 2;
+        QTest::newRow("volume past a double") << "Volume" << 2 << QString(400, u'9') << "n/a" << 2;
+        QTest::newRow("price past what can be shown") << "Last" << 2 << u'1' + QString(308, u'0') << "n/a" << 2;
+        QTest::newRow("negative price past it") << "Bid" << 2 << "-1" + QString(20, u'0') << "n/a" << 2;
+        QTest::newRow("largest price shown") << "Ask" << 0 << QString(15, u'9') << QString(15, u'9') + u'.' << 0;
+        QTest::newRow("percent past it") << "PercentChg" << 2 << "1" + QString(20, u'0') + u'%' << "n/a" << 2;
+        QTest::newRow("eps past it") << "EPS" << 2 << "1" + QString(20, u'0') << "n/a" << 2;
         QTest::newRow("volume smallest") << "Volume" << 2 << "-2147483648" << "-2147483648" << 2;
         QTest::newRow("volume half up") << "Volume" << 2 << "3.5" << "4" << 2;
         QTest::newRow("volume suffix") << "Volume" << 2 << "1.2M" << "0" << 2;
@@ -171,6 +177,9 @@ private Q_SLOTS:
         QTest::newRow("volume inclusive") << "Volume=1000000" << "Volume" << "1,000,000" << "VN";
         QTest::newRow("unset volume limit") << "" << "Volume" << "2147483647" << "";
         QTest::newRow("unreadable volume") << "Volume=1" << "Volume" << "3000000000" << "";
+        // A price or change that cannot be shown is beyond no limit.
+        QTest::newRow("change past range") << "LowChg=1" << "PercentChg" << "-1" + QString(20, u'0') << "";
+        QTest::newRow("price past range") << "High=50" << "Last" << "1" + QString(20, u'0') << "";
         // clang-format on
     }
     void alarms()

@@ -133,6 +133,11 @@ private Q_SLOTS:
         QVERIFY(model->index(1, 0).data(Qt::DecorationRole).isNull());
         QCOMPARE(model->index(0, columnOf(QStringLiteral("High Limit"))).data().toString(), QStringLiteral("150.00"));
         QCOMPARE(model->index(1, columnOf(QStringLiteral("High Limit"))).data().toString(), QString());
+        // A volume past what can be shown reads "n/a" here as everywhere, not a grouped 0.
+        rig.app->stockQuotes().Item(QStringLiteral("AAPL"))->setVolume(QStringLiteral("3000000000"));
+        rig.app->stockQuotes().Item(QStringLiteral("IBM"))->setVolume(QStringLiteral("1234567"));
+        QCOMPARE(model->index(1, columnOf(QStringLiteral("Volume"))).data().toString(), QStringLiteral("n/a"));
+        QCOMPARE(model->index(0, columnOf(QStringLiteral("Volume"))).data().toString(), QStringLiteral("1,234,567"));
 
         // A click on the Bid header sorts by bid (numbers, not text).
         QHeaderView* header = table->horizontalHeader();

@@ -39,6 +39,15 @@ private Q_SLOTS:
         QTest::newRow("ratio") << 1.5 << "###0.00" << "1.50";
         QTest::newRow("negative rounding to zero") << -0.001 << "####0.00" << "0.00";
         QTest::newRow("carry into new digit") << 9.999 << "####0.00" << "10.00";
+        // Past the 15 digits the formatter works with, or not a number at all: "n/a", never
+        // some other number.
+        QTest::newRow("fifteen whole digits") << 999999999999999.0 << "#,##0" << "999,999,999,999,999";
+        QTest::newRow("sixteen whole digits") << 1234567890123456.0 << "#,##0" << "n/a";
+        QTest::newRow("largest double") << 1e308 << "####0.00" << "n/a";
+        QTest::newRow("negative past range") << -1e20 << "+0.00;-0.00" << "n/a";
+        QTest::newRow("percent past range") << 1e13 << "###%" << "n/a";
+        QTest::newRow("infinity") << std::numeric_limits<double>::infinity() << "#,##0" << "n/a";
+        QTest::newRow("NaN") << std::nan("") << "####0.00" << "n/a";
         // clang-format on
     }
     void numbers()
@@ -147,6 +156,11 @@ private Q_SLOTS:
         QCOMPARE(singleToText(0.1f), QStringLiteral("0.1"));
         QCOMPARE(singleToText(0.0f), QStringLiteral("0"));
         QCOMPARE(doubleToText(10345.21), QStringLiteral("10345.21"));
+        // Plain decimals at every size, so the leading-number reading takes the whole value.
+        QCOMPARE(plainNumberText(10345.21), QStringLiteral("10345.21"));
+        QCOMPARE(plainNumberText(1e20), QStringLiteral("100000000000000000000"));
+        QCOMPARE(plainNumberText(-1e-7), QStringLiteral("-0.0000001"));
+        QCOMPARE(kestrova::support::leadingNumber(plainNumberText(1e308)), 1e308);
         QCOMPARE(roundHalfEven(2.5), 2);
         QCOMPARE(roundHalfEven(3.5), 4);
         QCOMPARE(roundHalfEven(-2.5), -2);
