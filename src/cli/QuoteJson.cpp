@@ -90,6 +90,10 @@ QJsonObject quoteJson(const core::Quote& q, const QJsonValue& sourceIndex, const
         o.insert(name, text);
         o.insert(name + QStringLiteral("Value"), numberOf(text));
     }
+    // An unknown change is no figure at all: a reader that takes the text for a number must
+    // not find "n/a" there.
+    if (q.change() == support::kNotAvailable)
+        o.insert(QStringLiteral("change"), QJsonValue(QJsonValue::Null));
     return o;
 }
 

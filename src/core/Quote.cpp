@@ -195,4 +195,25 @@ float Quote::Calc_PriceChg()
     return static_cast<float>(leadingNumber(formatPrice(support::plainNumberText(diff), m_digits)));
 }
 
+bool Quote::knowsPreviousClose() const
+{
+    return leadingNumber(m_previousClose) > 0;
+}
+
+QString Quote::changeFromPreviousClose()
+{
+    if (!knowsPreviousClose()) {
+        return support::kNotAvailable.toString();
+    }
+    return support::plainNumberText(Calc_PriceChg());
+}
+
+QString Quote::percentFromPreviousClose() const
+{
+    if (!knowsPreviousClose() || m_change == support::kNotAvailable) {
+        return support::kNotAvailable.toString();
+    }
+    return support::formatNumber(Calc_PricePercentChg(), u"###0.0");
+}
+
 } // namespace kestrova::core

@@ -126,8 +126,15 @@ public:
     float Calc_PricePercentChg() const;
     // Last minus previous close, rounded the way a price text of this quote is.
     float Calc_PriceChg();
+    // What a source that gives no change (or no percent change) has written instead: the
+    // figure worked out from the previous close, or "n/a" when there is no previous close
+    // (or, for the percentage, no change) to work it out from. An unknown change is never
+    // a change of 0.
+    QString changeFromPreviousClose();
+    QString percentFromPreviousClose() const;
 
 private:
+    bool knowsPreviousClose() const;
     QString priceText(const QString& value);
     // Turns a flag on or off and notes an off-to-on change in NewLimit.
     void raise(bool& flag, bool on);

@@ -127,7 +127,8 @@ QString Quotes::PageMessageString(qint16 layout, bool includeAll, bool select, q
             continue;
         }
         QString entry = priceMark + q.ticker() + u' ' + q.last();
-        if (layout == 1) {
+        // A change nobody knows is left out rather than paged as +0.00.
+        if (layout == 1 && q.change() != support::kNotAvailable) {
             entry += support::formatNumber(support::leadingNumber(q.change()), u"+0.00;-0.00");
         }
         if (q.news() != 0) {

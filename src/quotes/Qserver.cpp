@@ -375,23 +375,22 @@ void Qserver::fillByKeys(core::Quote& quote, const QString& page, const BuiltInS
     if (change != kNotOffered)
         quote.setChange(change);
     else
-        quote.setChange(support::singleToText(quote.Calc_PriceChg()));
+        quote.setChange(quote.changeFromPreviousClose());
 
     const QString percent = FindKey(Field::PercentChg);
     if (percent != kNotOffered)
         quote.setPercentChg(percent);
-    else if (quote.previousClose() != kNotOffered)
-        quote.setPercentChg(support::formatNumber(quote.Calc_PricePercentChg(), u"###0.0"));
     else
-        quote.setPercentChg(percent);
+        quote.setPercentChg(quote.percentFromPreviousClose());
 
-    // These services print every change unsigned.
-    if (builtIn.isEntry(m_serverName, BuiltInServers::kSignByText)) {
+    // These services print every change unsigned. A change nobody knows has no sign to mend.
+    const bool knownChange = quote.change() != kNotOffered;
+    if (knownChange && builtIn.isEntry(m_serverName, BuiltInServers::kSignByText)) {
         // Compared as text on purpose: this is how the service's pages have always been read.
         if (QString::compare(quote.last(), quote.openPrice(), Qt::CaseSensitive) < 0)
             quote.setChange(u'-' + quote.change());
-    } else if (builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent1) ||
-               builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent2)) {
+    } else if (knownChange && (builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent1) ||
+                               builtIn.isEntry(m_serverName, BuiltInServers::kSignByPercent2))) {
         if (support::leadingNumber(quote.percentChg()) < 0)
             quote.setChange(u'-' + quote.change());
     }

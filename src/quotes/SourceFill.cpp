@@ -28,13 +28,11 @@ void fillFromSource(core::Quote& quote, const SourceValues& v, const QString& so
     if (has(SourceField::Change))
         quote.setChange(text(SourceField::Change));
     else
-        quote.setChange(support::singleToText(quote.Calc_PriceChg()));
+        quote.setChange(quote.changeFromPreviousClose());
     if (has(SourceField::PercentChange))
         quote.setPercentChg(text(SourceField::PercentChange));
-    else if (quote.previousClose() != notOffered)
-        quote.setPercentChg(support::formatNumber(quote.Calc_PricePercentChg(), u"###0.0"));
     else
-        quote.setPercentChg(notOffered);
+        quote.setPercentChg(quote.percentFromPreviousClose());
     quote.setDayHigh(text(SourceField::High));
     quote.setDayLow(text(SourceField::Low));
     quote.setYearHigh(text(SourceField::YearHigh));

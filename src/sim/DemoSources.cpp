@@ -69,6 +69,44 @@ QByteArray num(double v, int decimals = 2)
     return QByteArray::number(v, 'f', decimals);
 }
 
+// The latest-quote CSV's field letters: s symbol, d2 date, t2 time, o h l c the day's prices,
+// v volume, n name, p the previous close. Letters it does not know are passed over.
+enum class CsvColumn { Symbol, Date, Time, Open, High, Low, Close, Volume, Name, Previous };
+
+QList<CsvColumn> csvColumns(QString letters)
+{
+    if (letters.isEmpty())
+        letters = QStringLiteral("sd2t2ohlcvn");
+    static const std::pair<const char*, CsvColumn> kLetters[] = {
+        {"d2", CsvColumn::Date}, {"t2", CsvColumn::Time},   {"s", CsvColumn::Symbol}, {"o", CsvColumn::Open},
+        {"h", CsvColumn::High},  {"l", CsvColumn::Low},     {"c", CsvColumn::Close},  {"v", CsvColumn::Volume},
+        {"n", CsvColumn::Name},  {"p", CsvColumn::Previous}};
+    QList<CsvColumn> columns;
+    for (qsizetype i = 0; i < letters.size();) {
+        bool known = false;
+        for (const auto& [code, column] : kLetters) {
+            const QLatin1String c(code);
+            if (QStringView(letters).mid(i).startsWith(c)) {
+                if (!columns.contains(column))
+                    columns << column;
+                i += c.size();
+                known = true;
+                break;
+            }
+        }
+        if (!known)
+            ++i;
+    }
+    return columns;
+}
+
+QByteArray csvColumnName(CsvColumn c)
+{
+    static const char* const kNames[] = {"Symbol", "Date",  "Time",   "Open", "High",
+                                         "Low",    "Close", "Volume", "Name", "Prev"};
+    return kNames[int(c)];
+}
+
 // Nesting far deeper than any JSON reader allows.
 QByteArray deepJson()
 {
@@ -137,23 +175,60 @@ DemoMarket::Reply DemoMarket::sourceReply(const QString& path, const QUrlQuery& 
                              row.repeated(50 * 1024 * 1024 / row.size()),
                          "text/csv");
         }
-        const bool noVolume = symbols.contains(QStringLiteral("NOVOL.US"), Qt::CaseInsensitive);
-        QByteArray csv = noVolume ? "Symbol,Date,Time,Open,High,Low,Close,Name\r\n"
-                                  : "Symbol,Date,Time,Open,High,Low,Close,Volume,Name\r\n";
+        // The columns and their order are those the field letters ask for.
+        QList<CsvColumn> columns = csvColumns(query.queryItemValue(QStringLiteral("f")));
+        if (symbols.contains(QStringLiteral("NOVOL.US"), Qt::CaseInsensitive))
+            columns.removeAll(CsvColumn::Volume);
+        QByteArrayList header;
+        for (const CsvColumn c : columns)
+            header << csvColumnName(c);
+        QByteArray csv = header.join(',') + "\r\n";
         for (const QString& s : symbols) {
             const SourceQuote q = sourceQuote(s);
-            csv += s.toUpper().toLatin1();
-            if (!q.found) {
-                csv += noVolume ? ",N/D,N/D,N/D,N/D,N/D,N/D,N/D\r\n" : ",N/D,N/D,N/D,N/D,N/D,N/D,N/D,N/D\r\n";
-                continue;
+            QByteArrayList cells;
+            for (const CsvColumn c : columns) {
+                if (c == CsvColumn::Symbol) {
+                    cells << s.toUpper().toLatin1();
+                    continue;
+                }
+                if (!q.found) {
+                    cells << "N/D";
+                    continue;
+                }
+                switch (c) {
+                case CsvColumn::Symbol:
+                    break;
+                case CsvColumn::Date:
+                    cells << now.date().toString(Qt::ISODate).toLatin1();
+                    break;
+                case CsvColumn::Time:
+                    cells << now.time().toString(QStringLiteral("HH:mm:ss")).toLatin1();
+                    break;
+                case CsvColumn::Open:
+                    cells << num(q.in.open);
+                    break;
+                case CsvColumn::High:
+                    cells << num(q.in.dayHigh);
+                    break;
+                case CsvColumn::Low:
+                    cells << num(q.in.dayLow);
+                    break;
+                case CsvColumn::Close:
+                    cells << num(q.in.last);
+                    break;
+                case CsvColumn::Volume:
+                    cells << QByteArray::number(q.in.volume);
+                    break;
+                case CsvColumn::Name:
+                    // Names with a comma come quoted, as any CSV writer does.
+                    cells << '"' + q.name.toLatin1() + '"';
+                    break;
+                case CsvColumn::Previous:
+                    cells << num(q.in.previousClose);
+                    break;
+                }
             }
-            csv += ',' + now.date().toString(Qt::ISODate).toLatin1() + ',' +
-                   now.time().toString(QStringLiteral("HH:mm:ss")).toLatin1() + ',' + num(q.in.open) + ',' +
-                   num(q.in.dayHigh) + ',' + num(q.in.dayLow) + ',' + num(q.in.last);
-            if (!noVolume)
-                csv += ',' + QByteArray::number(q.in.volume);
-            // Names with a comma come quoted, as any CSV writer does.
-            csv += ",\"" + q.name.toLatin1() + "\"\r\n";
+            csv += cells.join(',') + "\r\n";
         }
         r.body = csv;
         r.contentType = "text/csv";

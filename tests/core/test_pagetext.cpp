@@ -69,6 +69,7 @@ private Q_SLOTS:
         QTest::newRow("marks, news, tag") << QStringList{"IBM|105.25|HVN"} << "" << "+IBM 105.25*(V)" << true;
         QTest::newRow("with change") << QStringList{"IBM|105.25|HVN|1.5"} << "L1" << "+IBM 105.25+1.50*(V)" << true;
         QTest::newRow("negative change") << QStringList{"T|10|C|-0.5"} << "L1" << "T 10.00-0.50(%)" << true;
+        QTest::newRow("unknown change left out") << QStringList{"IBM|105.25|HN|n/a"} << "L1" << "+IBM 105.25*" << true;
         QTest::newRow("price past what shows") << QStringList{"X|1" + QString(20, u'0') + "||1"} << "L1" << "X n/a+1.00" << false;
         QTest::newRow("low wins over high") << QStringList{"IBM|5|HL"} << "" << "-IBM 5.00" << true;
         QTest::newRow("percent and volume") << QStringList{"A|1|DV"} << "" << "A 1.00(%V)" << true;

@@ -92,6 +92,7 @@ private Q_SLOTS:
         QTest::newRow("volume grouped") << "Volume" << 2 << " 1,234,567 " << "1234567" << 2;
         QTest::newRow("volume n/a") << "Volume" << 2 << "n/a" << "0" << 2;
         QTest::newRow("volume largest") << "Volume" << 2 << "2,147,483,647" << "2147483647" << 2;
+        // A number past what the field holds is not known as a number: "n/a", never 0.
         QTest::newRow("volume overflow") << "Volume" << 2 << "2147483648" << "n/a" << 2;
         QTest::newRow("volume huge") << "Volume" << 2 << "99999999999999999999999" << "n/a" << 2;
         QTest::newRow("volume past a double") << "Volume" << 2 << QString(400, u'9') << "n/a" << 2;
@@ -124,18 +125,23 @@ private Q_SLOTS:
         QCOMPARE(int(q.digits()), digitsAfter);
     }
 
-    // Columns: digits, last, change, previous close -> price change, price percent change.
+    // Columns: digits, last, change, previous close -> price change, price percent change,
+    // and the change and percent change a source that gives neither ends up with.
     void priceChanges_data()
     {
         QTest::addColumn<QStringList>("in");
         QTest::addColumn<float>("priceChg");
         QTest::addColumn<float>("pricePct");
+        QTest::addColumn<QString>("derived");
+        QTest::addColumn<QString>("derivedPct");
         // clang-format off
-        QTest::newRow("up") << QStringList{"2", "105.25", "5.15", "100.10"} << 5.15F << float(515 / 100.1);
-        QTest::newRow("rounded to digits") << QStringList{"2", "99", "-1", "100.125"} << -1.13F << float(-100 / 100.13);
-        QTest::newRow("zero digits") << QStringList{"0", "10.4", "0", "5"} << 5.0F << 0.0F;
-        QTest::newRow("no previous close") << QStringList{"2", "10", "1", "0"} << 0.0F << 0.0F;
-        QTest::newRow("previous close n/a") << QStringList{"-1", "10", "1", "n/a"} << 0.0F << 0.0F;
+        QTest::newRow("up") << QStringList{"2", "105.25", "5.15", "100.10"} << 5.15F << float(515 / 100.1) << "5.15" << "5.1";
+        QTest::newRow("rounded to digits") << QStringList{"2", "99", "-1", "100.125"} << -1.13F << float(-100 / 100.13) << "-1.13" << "-1.1";
+        QTest::newRow("zero digits") << QStringList{"0", "10.4", "0", "5"} << 5.0F << 0.0F << "5." << "100.0";
+        QTest::newRow("no previous close") << QStringList{"2", "10", "1", "0"} << 0.0F << 0.0F << "n/a" << "n/a";
+        QTest::newRow("previous close n/a") << QStringList{"-1", "10", "1", "n/a"} << 0.0F << 0.0F << "n/a" << "n/a";
+        QTest::newRow("previous close ???") << QStringList{"2", "10", "1", "???"} << 0.0F << 0.0F << "n/a" << "n/a";
+        QTest::newRow("a change in the millions") << QStringList{"2", "30000000", "0", "10000000"} << 2e7F << 0.0F << "20000000.00" << "200.0";
         // clang-format on
     }
     void priceChanges()
@@ -143,6 +149,8 @@ private Q_SLOTS:
         QFETCH(QStringList, in);
         QFETCH(float, priceChg);
         QFETCH(float, pricePct);
+        QFETCH(QString, derived);
+        QFETCH(QString, derivedPct);
         Quote q;
         q.setDigits(qint16(in[0].toInt()));
         q.setLast(in[1]);
@@ -150,6 +158,9 @@ private Q_SLOTS:
         q.setPreviousClose(in[3]);
         QCOMPARE(q.Calc_PriceChg(), priceChg);
         QCOMPARE(q.Calc_PricePercentChg(), pricePct);
+        q.setChange(q.changeFromPreviousClose());
+        QCOMPARE(q.change(), derived);
+        QCOMPARE(q.percentFromPreviousClose(), derivedPct);
     }
 
     // setup: limits as Name=value, "+L" presets LowAlarm, Digits=n; then one field write.
@@ -177,7 +188,9 @@ private Q_SLOTS:
         QTest::newRow("volume inclusive") << "Volume=1000000" << "Volume" << "1,000,000" << "VN";
         QTest::newRow("unset volume limit") << "" << "Volume" << "2147483647" << "";
         QTest::newRow("unreadable volume") << "Volume=1" << "Volume" << "3000000000" << "";
-        // A price or change that cannot be shown is beyond no limit.
+        // An unknown change, or a price that cannot be shown, is beyond no limit.
+        QTest::newRow("unknown change, low limit above 0") << "LowChg=1" << "PercentChg" << "n/a" << "";
+        QTest::newRow("unknown change, high limit below 0") << "HighChg=-1" << "PercentChg" << "n/a" << "";
         QTest::newRow("change past range") << "LowChg=1" << "PercentChg" << "-1" + QString(20, u'0') << "";
         QTest::newRow("price past range") << "High=50" << "Last" << "1" + QString(20, u'0') << "";
         // clang-format on

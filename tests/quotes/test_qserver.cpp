@@ -235,7 +235,8 @@ private Q_SLOTS:
         // clang-format off
         QTest::newRow("absent keys give ???") << 2 << 2 << 2 << "0.00" << "0.00";
         QTest::newRow("change and percent computed") << -1 << -1 << 2 << "0.50" << "4.20";
-        QTest::newRow("no previous close: percent n/a") << -1 << -1 << -1 << "0.00" << "n/a";
+        QTest::newRow("no previous close: change and percent n/a") << -1 << -1 << -1 << "n/a" << "n/a";
+        QTest::newRow("empty previous close: n/a, not 0") << -1 << -1 << 5 << "n/a" << "n/a";
         // clang-format on
     }
     void missingKeys()

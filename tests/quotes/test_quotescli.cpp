@@ -236,6 +236,31 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(m_dir.filePath(QStringLiteral("sources.state"))));
     }
 
+    // A CSV source that gives neither a change nor a previous close: the change is not
+    // known, so it is null in the document, not "0.00" beside a previous close of "n/a".
+    void unknownChangeIsNull()
+    {
+        const QString file = m_dir.filePath(QStringLiteral("sources.json"));
+        const QByteArray kept = testing::readFile(file);
+        const QByteArray bare = R"({"sources": [
+{"name": "Bare CSV", "format": "csv", "url": "BASE/q/l/?s={symbols}&f=sd2t2ohlcvn&h&e=csv",
+ "batch": {"separator": "+"}, "symbols": {"case": "lower", "suffix": ".us"}, "match": "Symbol",
+ "fields": {"name": "Name", "last": "Close", "volume": "Volume"}}]})";
+        testing::writeFile(file, QByteArray(bare).replace("BASE", m_market->baseUrl().toLatin1()));
+        writePortfolio({"IBM"}, QStringLiteral("Bare CSV"));
+        const Outcome o = cli({"quotes", "--json"});
+        testing::writeFile(file, kept);
+        QVERIFY2(o.exitCode == 0, o.err.constData());
+        const QJsonObject ibm = QJsonDocument::fromJson(o.out).object().value("stocks").toArray().first().toObject();
+        QCOMPARE(ibm.value("source").toObject().value("name").toString(), QStringLiteral("Bare CSV"));
+        QVERIFY(ibm.value("lastValue").toDouble() > 0);
+        QCOMPARE(ibm.value("previousClose").toString(), QStringLiteral("n/a"));
+        QVERIFY2(ibm.value("change").isNull(), qPrintable(ibm.value("change").toVariant().toString()));
+        QVERIFY(ibm.value("changeValue").isNull());
+        QCOMPARE(ibm.value("percentChg").toString(), QStringLiteral("n/a"));
+        QVERIFY(ibm.value("percentChgValue").isNull());
+    }
+
 private:
     struct Outcome
     {

@@ -39,7 +39,8 @@ QString describe(const quotes::SymbolAnswer& a)
     return parts.join(u' ');
 }
 
-const QByteArray kStooqHead = "Symbol,Date,Time,Open,High,Low,Close,Volume,Name\r\n";
+// The columns of the shipped definition's field letters (sd2t2ohlcvnp), in their order.
+const QByteArray kStooqHead = "Symbol,Date,Time,Open,High,Low,Close,Volume,Name,Prev\r\n";
 
 } // namespace
 
@@ -143,25 +144,27 @@ void TestSourceAnswer::answers_data()
     // clang-format off
     QTest::newRow("stooq batch with an N/D row")
         << "Stooq"
-        << kStooqHead + "IBM.US,2026-11-20,22:00:09,147.2,148.9,146.5,148.1,3284434,IBM\r\n"
-                        "XYZ.US,N/D,N/D,N/D,N/D,N/D,N/D,N/D,N/D\r\n"
-                        "^DJI,2026-11-20,22:00:09,10300.5,10400,10290.25,10345.21,0,\"Dow Jones, Industrial\"\r\n"
+        << kStooqHead + "IBM.US,2026-11-20,22:00:09,147.2,148.9,146.5,148.1,3284434,IBM,147.05\r\n"
+                        "XYZ.US,N/D,N/D,N/D,N/D,N/D,N/D,N/D,N/D,N/D\r\n"
+                        "^DJI,2026-11-20,22:00:09,10300.5,10400,10290.25,10345.21,0,\"Dow Jones, Industrial\",10311\r\n"
         << QStringList{"ibm.us", "xyz.us", "^dji"}
-        << QStringList{"last=148.1 open=147.2 high=148.9 low=146.5 volume=3284434 name=IBM time=2026-11-20 22:00:09",
+        << QStringList{"last=148.1 open=147.2 high=148.9 low=146.5 previousClose=147.05 volume=3284434 name=IBM "
+                       "time=2026-11-20 22:00:09",
                        "fail: no data (N/D)",
-                       "last=10345.21 open=10300.5 high=10400 low=10290.25 volume=0 name=Dow Jones, Industrial time="
-                       "2026-11-20 22:00:09"};
+                       "last=10345.21 open=10300.5 high=10400 low=10290.25 previousClose=10311 volume=0 name=Dow Jones, "
+                       "Industrial time=2026-11-20 22:00:09"};
     QTest::newRow("stooq rows in another order, LF ends, one missing")
         << "Stooq"
-        << QByteArray("Symbol,Date,Time,Open,High,Low,Close,Volume,Name\nB.US,2026-11-20,10:00:00,1,2,0.5,1.5,7,B\n")
+        << QByteArray("Symbol,Date,Time,Open,High,Low,Close,Volume,Name,Prev\nB.US,2026-11-20,10:00:00,1,2,0.5,1.5,7,B,"
+                      "1.25\n")
         << QStringList{"a.us", "b.us"}
         << QStringList{"fail: not in the answer",
-                       "last=1.5 open=1 high=2 low=0.5 volume=7 name=B time=2026-11-20 10:00:00"};
-    QTest::newRow("stooq without the volume column")
+                       "last=1.5 open=1 high=2 low=0.5 previousClose=1.25 volume=7 name=B time=2026-11-20 10:00:00"};
+    QTest::newRow("stooq without the volume and previous close columns")
         << "Stooq"
         << QByteArray("Symbol,Date,Time,Open,High,Low,Close,Name\r\nA.US,2026-11-20,10:00:00,1,2,0.5,1.5,A\r\n")
         << QStringList{"a.us"}
-        << QStringList{"last=1.5 open=1 high=2 low=0.5 name=A time=2026-11-20 10:00:00 missing=volume"};
+        << QStringList{"last=1.5 open=1 high=2 low=0.5 name=A time=2026-11-20 10:00:00 missing=previousClose+volume"};
     QTest::newRow("stooq html instead of csv")
         << "Stooq" << QByteArray("\r\n  <html><body>Moved</body></html>") << QStringList{"a.us", "b.us"}
         << QStringList{"all: the answer is HTML, not CSV"};
@@ -173,7 +176,7 @@ void TestSourceAnswer::answers_data()
         << "Stooq" << QByteArray("Ticker,Price\r\nA.US,1.5\r\n") << QStringList{"a.us"}
         << QStringList{"all: the answer has no column Close (it begins \"Ticker,Price\")"};
     QTest::newRow("stooq text where a number should be")
-        << "Stooq" << kStooqHead + "A.US,2026-11-20,10:00:00,1,2,0.5,abc,7,A\r\n"
+        << "Stooq" << kStooqHead + "A.US,2026-11-20,10:00:00,1,2,0.5,abc,7,A,1\r\n"
         << QStringList{"a.us"} << QStringList{"fail: unreadable price \"abc\""};
 
     const QByteArray yahoo =
@@ -304,8 +307,8 @@ void TestSourceAnswer::symbolsAndUrls_data()
 
     QTest::newRow("stooq batch: suffix, lower case, aliases, indices")
         << "Stooq" << QStringList{"IBM", "^GSPC", "^DJI", "BRK.B", "ES Z6"}
-        << "https://stooq.com/q/l/?s=ibm.us+%5Espx+%5Edji+brk.b+es%20z6.us&f=sd2t2ohlcvn&h&e=csv"
-        << "https://stooq.com/q/l/?s=ibm.us+%5Espx+%5Edji+brk.b+es%20z6.us&f=sd2t2ohlcvn&h&e=csv";
+        << "https://stooq.com/q/l/?s=ibm.us+%5Espx+%5Edji+brk.b+es%20z6.us&f=sd2t2ohlcvnp&h&e=csv"
+        << "https://stooq.com/q/l/?s=ibm.us+%5Espx+%5Edji+brk.b+es%20z6.us&f=sd2t2ohlcvnp&h&e=csv";
     QTest::newRow("yahoo: upper case, alias")
         << "Yahoo" << QStringList{"^spx"}
         << "https://query1.finance.yahoo.com/v8/finance/chart/%5EGSPC?range=1d&interval=1d"

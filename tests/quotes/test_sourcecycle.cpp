@@ -121,20 +121,34 @@ private Q_SLOTS:
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("ticker");
         QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("withoutPrevious"); // the definition maps no previous close
         for (const char* source : {"Stooq", "Yahoo", "Alpha Vantage", "Finnhub"}) {
             // clang-format off
-            QTest::addRow("%s, stock", source) << source << "IBM" << "Demo IBM Corp";
-            QTest::addRow("%s, fund", source) << source << "VFINX" << "Demo VFINX Fund";
-            QTest::addRow("%s, index", source) << source << "^DJI" << "Dow Jones Industrial Average";
+            QTest::addRow("%s, stock", source) << source << "IBM" << "Demo IBM Corp" << false;
+            QTest::addRow("%s, fund", source) << source << "VFINX" << "Demo VFINX Fund" << false;
+            QTest::addRow("%s, index", source) << source << "^DJI" << "Dow Jones Industrial Average" << false;
             // clang-format on
         }
+        QTest::newRow("Stooq without Prev, stock") << "Stooq"
+                                                   << "IBM"
+                                                   << "Demo IBM Corp" << true;
+        QTest::newRow("Yahoo without previous close, index") << "Yahoo"
+                                                             << "^DJI"
+                                                             << "Dow Jones Industrial Average" << true;
     }
     void everyMappedField()
     {
         QFETCH(QString, source);
         QFETCH(QString, ticker);
         QFETCH(QString, name);
+        QFETCH(bool, withoutPrevious);
         Rig rig(*m_market);
+        if (withoutPrevious) {
+            for (auto& s : rig.file.sources) {
+                if (s.name == source)
+                    s.fields[size_t(quotes::SourceField::PreviousClose)].clear();
+            }
+        }
         rig.order = QStringList{source};
         rig.add(ticker, ticker == QLatin1String("VFINX") ? 2 : 0);
         rig.run();
@@ -175,8 +189,8 @@ private Q_SLOTS:
             QVERIFY2(std::fabs(support::leadingNumber(q.percentChg()) - (last - prev) * 100 / prev) < 0.06,
                      qPrintable(q.percentChg()));
         } else {
-            // Nothing to work them out from: what the page scraper does without a previous close.
-            QCOMPARE(q.change(), QStringLiteral("0.00"));
+            // Nothing to work them out from: not known, and so not a change of 0.
+            QCOMPARE(q.change(), QStringLiteral("n/a"));
             QCOMPARE(q.percentChg(), QStringLiteral("n/a"));
         }
         // Volume: a stock trades shares, a fund and an index do not.

@@ -124,6 +124,14 @@ private Q_SLOTS:
         QTest::newRow("market page address")
             << QByteArray("/cgi-bin/getquote.dll?ticker=csco") << QByteArray("<td>NASDAQ<td>");
         QTest::newRow("news") << QByteArray("/news?t=IBM") << QByteArray("<li class=story><b class=hl>IBM: ");
+        // The latest-quote CSV has the columns its field letters ask for, in their order.
+        QTest::newRow("csv with the previous close")
+            << QByteArray("/q/l/?s=ibm.us&f=sd2t2ohlcvnp&h&e=csv")
+            << QByteArray("Symbol,Date,Time,Open,High,Low,Close,Volume,Name,Prev\r\nIBM.US,");
+        QTest::newRow("csv letters in another order")
+            << QByteArray("/q/l/?s=ibm.us+nodata.us&f=spc&h&e=csv") << QByteArray("Symbol,Prev,Close\r\nIBM.US,");
+        QTest::newRow("csv row without data") << QByteArray("/q/l/?s=nodata.us&f=spc&h&e=csv")
+                                              << QByteArray("Symbol,Prev,Close\r\nNODATA.US,N/D,N/D\r\n");
         QTest::newRow("lower-case ticker") << QByteArray("/stock?t=ibm") << QByteArray("Demo IBM Corp");
     }
 
