@@ -68,13 +68,6 @@ QString errorText(const std::exception& e)
     return QString::fromLocal8Bit(e.what());
 }
 
-// One place in the failure order that will be asked this cycle.
-struct Stage
-{
-    const SourceDefinition* source = nullptr; // null: servers.dat
-    QString key;
-};
-
 // Services that say "not now" without saying for how long are left alone for a minute;
 // one that asks for more than an hour is asked again after the hour.
 constexpr int kDefaultRestSeconds = 60;
@@ -109,6 +102,130 @@ QStringList effectiveOrder(const QString& portfolioOrder, const SourceFile& file
     if (order.isEmpty())
         order << kServersDatEntry;
     return order;
+}
+
+std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& sv)
+{
+    std::vector<SourceStage> stages;
+    const QStringList order = sources ? sources->order : QStringList{kServersDatEntry};
+    QStringList taken;
+    for (const QString& entry : order) {
+        if (taken.contains(entry, Qt::CaseInsensitive))
+            continue;
+        taken << entry;
+        if (entry.compare(kServersDatEntry, Qt::CaseInsensitive) == 0) {
+            stages.push_back({});
+            continue;
+        }
+        const SourceDefinition* source = sources->file.find(entry);
+        if (!source) {
+            sv.log.LogMessage(QStringLiteral("Quote source %1 is not defined in sources.json").arg(entry));
+            continue;
+        }
+        const QString key = sources->key ? sources->key(source->name) : QString();
+        if (source->needsKey() && key.isEmpty()) {
+            sv.log.LogMessage(QStringLiteral("Quote source %1 needs a key: kestrova-cli options set %2 -")
+                                  .arg(source->name, core::OptionRegistry::sourceKeyOption(source->name)));
+            continue;
+        }
+        const QDateTime rest = sources->health ? sources->health->restedUntil(source->name) : QDateTime();
+        if (rest.isValid() && rest > sv.clock.now()) {
+            sv.log.LogMessage(QStringLiteral("Quote source %1 is resting until %2")
+                                  .arg(source->name, support::formatDate(rest, u"hh:mm")));
+            continue;
+        }
+        stages.push_back({source, key});
+    }
+    return stages;
+}
+
+QStringList askSource(const SourceStage& stage, const std::vector<SourceItem>& items, PageFetcher& fetcher,
+                      const support::Services& sv, SourceHealth* health, bool countPrices,
+                      const std::function<bool()>& keepGoing,
+                      const std::function<void(size_t item, const SymbolAnswer& answer)>& priced)
+{
+    const SourceDefinition& src = *stage.source;
+    const QDate today = sv.clock.today();
+    QStringList warnings;
+    auto warn = [&](const QString& warning) {
+        if (!warning.isEmpty())
+            warnings << warning;
+    };
+    struct Request
+    {
+        std::vector<size_t> items;
+        QStringList symbols;
+    };
+    std::vector<Request> requests;
+    for (size_t i = 0; i < items.size(); ++i) {
+        const qint16 type = items[i].type;
+        if (type < 0 || type > 3 || !src.types[size_t(type)])
+            continue;
+        if (requests.empty() || int(requests.back().items.size()) >= (src.batch ? src.batchSize : 1))
+            requests.emplace_back();
+        requests.back().items.push_back(i);
+        requests.back().symbols << sourceSymbol(src, items[i].ticker);
+    }
+    if (requests.empty())
+        return warnings;
+    std::vector<HttpRequest> http;
+    for (const Request& r : requests) {
+        HttpRequest h;
+        h.url = sourceRequestUrl(src, r.symbols, stage.key, &h.shownUrl);
+        for (const auto& [name, value] : src.headers)
+            h.headers.append({name, QByteArray(value).replace("{key}", stage.key.toUtf8())});
+        h.hostLimit = src.connections;
+        h.spacingMs = src.spacingMs;
+        http.push_back(h);
+    }
+    sv.host.setStatusText(QStringLiteral("Getting quotes from ") + src.name);
+    auto rest = [&](int seconds, const QString& why) {
+        const int wait = seconds > 0 ? qMin(seconds, kLongestRestSeconds) : kDefaultRestSeconds;
+        const QDateTime until = sv.clock.now().addSecs(wait);
+        if (health)
+            health->rest(src.name, until);
+        sv.StatusMessage(QStringLiteral("Quote source %1 asked to wait (%2): resting until %3")
+                             .arg(src.name, why, support::formatDate(until, u"hh:mm")));
+    };
+    fetcher.fetch(http, [&](int index, const HttpResponse& r) {
+        const Request& req = requests[size_t(index)];
+        if (r.status == 429 || (r.status == 503 && r.retryAfterSeconds > 0)) {
+            rest(r.retryAfterSeconds, QStringLiteral("HTTP %1").arg(r.status));
+            return false; // the rest of its requests go to the next source
+        }
+        if (!r.error.isEmpty() || r.status == 0) {
+            sv.log.LogMessage(
+                QStringLiteral("Quote source %1: %2: %3").arg(src.name, http[size_t(index)].shownUrl, r.error));
+            return keepGoing();
+        }
+        const SourceAnswer answer = parseSourceAnswer(src, r.body, req.symbols);
+        if (answer.rateLimited) {
+            rest(r.retryAfterSeconds, answer.failure);
+            return false;
+        }
+        const bool httpError = r.status >= 400;
+        for (size_t k = 0; k < req.items.size(); ++k) {
+            const QString& ticker = items[req.items[k]].ticker;
+            const SymbolAnswer* sa =
+                answer.failure.isEmpty() && k < answer.symbols.size() ? &answer.symbols[k] : nullptr;
+            if (!httpError && sa && sa->priced) {
+                priced(req.items[k], *sa);
+                if (health && countPrices)
+                    warn(health->priced(src.name, ticker, sa->missingFields, today));
+                continue;
+            }
+            QString why = answer.failure.isEmpty() ? (sa ? sa->failure : QString()) : answer.failure;
+            if (httpError)
+                why = QStringLiteral("HTTP %1").arg(r.status) + (why.isEmpty() ? QString() : u": " + why);
+            sv.log.LogMessage(QStringLiteral("Quote source %1: %2: %3").arg(src.name, ticker, why));
+            // An answer came and held no price: that counts towards the health check; a
+            // server error does not.
+            if (health && countPrices && r.status < 500)
+                warn(health->noPrice(src.name, ticker, today));
+        }
+        return keepGoing();
+    });
+    return warnings;
 }
 
 CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet)
@@ -165,45 +282,13 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
     auto stopRequested = [&] { return sv.cancel.isSet() || (ctx.stop && *ctx.stop); };
     announce(QStringLiteral("Getting Stock Quotes"));
 
-    // The stages this cycle asks, in order; a source without its key, resting after a
-    // "too many requests", or not defined is passed over with a line in the log.
-    std::vector<Stage> stages;
+    const std::vector<SourceStage> stages = sourceStages(ctx.sources, sv);
+    // An order that names more than servers.dat says in the status list who priced what.
     bool modern = false;
-    {
-        const QStringList order = ctx.sources ? ctx.sources->order : QStringList{kServersDatEntry};
-        QStringList taken;
-        for (const QString& entry : order) {
-            if (taken.contains(entry, Qt::CaseInsensitive))
-                continue;
-            taken << entry;
-            if (entry.compare(kServersDatEntry, Qt::CaseInsensitive) == 0) {
-                stages.push_back({});
-                continue;
-            }
-            modern = true;
-            const SourceDefinition* source = ctx.sources->file.find(entry);
-            if (!source) {
-                sv.log.LogMessage(QStringLiteral("Quote source %1 is not defined in sources.json").arg(entry));
-                continue;
-            }
-            const QString key = ctx.sources->key ? ctx.sources->key(source->name) : QString();
-            if (source->needsKey() && key.isEmpty()) {
-                sv.log.LogMessage(QStringLiteral("Quote source %1 needs a key: kestrova-cli options set %2 -")
-                                      .arg(source->name, core::OptionRegistry::sourceKeyOption(source->name)));
-                continue;
-            }
-            const QDateTime rest = ctx.sources->health ? ctx.sources->health->restedUntil(source->name) : QDateTime();
-            if (rest.isValid() && rest > sv.clock.now()) {
-                sv.log.LogMessage(QStringLiteral("Quote source %1 is resting until %2")
-                                      .arg(source->name, support::formatDate(rest, u"hh:mm")));
-                continue;
-            }
-            stages.push_back({source, key});
-        }
-    }
+    for (const QString& entry : ctx.sources ? ctx.sources->order : QStringList())
+        modern = modern || entry.compare(kServersDatEntry, Qt::CaseInsensitive) != 0;
 
     const ScrapeContext scrape{ctx.fetcher, ctx.builtIn, sv.clock, sv.host};
-    const QDate today = sv.clock.today();
     auto warn = [&](const QString& warning) {
         if (!warning.isEmpty())
             result.healthWarnings << warning;
@@ -258,87 +343,22 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
         }
     };
 
-    // A modern source: its requests (a batch of symbols each, or one symbol each) fetched
-    // within its own limits; what it prices is filled at once, the rest waits for the next.
-    auto runSource = [&](const Stage& stage, const std::vector<Job*>& pending) {
-        const SourceDefinition& src = *stage.source;
-        struct Request
-        {
-            std::vector<Job*> jobs;
-            QStringList symbols;
-        };
-        std::vector<Request> requests;
-        for (Job* job : pending) {
-            const qint16 type = job->quote->securityType();
-            if (type < 0 || type > 3 || !src.types[size_t(type)])
-                continue;
-            if (requests.empty() || int(requests.back().jobs.size()) >= (src.batch ? src.batchSize : 1))
-                requests.emplace_back();
-            requests.back().jobs.push_back(job);
-            requests.back().symbols << sourceSymbol(src, job->ticker);
-        }
-        if (requests.empty())
-            return;
-        std::vector<HttpRequest> http;
-        for (const Request& r : requests) {
-            HttpRequest h;
-            h.url = sourceRequestUrl(src, r.symbols, stage.key, &h.shownUrl);
-            for (const auto& [name, value] : src.headers)
-                h.headers.append({name, QByteArray(value).replace("{key}", stage.key.toUtf8())});
-            h.hostLimit = src.connections;
-            h.spacingMs = src.spacingMs;
-            http.push_back(h);
-        }
-        sv.host.setStatusText(QStringLiteral("Getting quotes from ") + src.name);
-        auto rest = [&](int seconds, const QString& why) {
-            const int wait = seconds > 0 ? qMin(seconds, kLongestRestSeconds) : kDefaultRestSeconds;
-            const QDateTime until = sv.clock.now().addSecs(wait);
-            if (ctx.sources->health)
-                ctx.sources->health->rest(src.name, until);
-            sv.StatusMessage(QStringLiteral("Quote source %1 asked to wait (%2): resting until %3")
-                                 .arg(src.name, why, support::formatDate(until, u"hh:mm")));
-        };
-        ctx.fetcher.fetch(http, [&](int index, const HttpResponse& r) {
-            const Request& req = requests[size_t(index)];
-            if (r.status == 429 || (r.status == 503 && r.retryAfterSeconds > 0)) {
-                rest(r.retryAfterSeconds, QStringLiteral("HTTP %1").arg(r.status));
-                return false; // the rest of its requests go to the next source
-            }
-            if (!r.error.isEmpty() || r.status == 0) {
-                sv.log.LogMessage(
-                    QStringLiteral("Quote source %1: %2: %3").arg(src.name, http[size_t(index)].shownUrl, r.error));
-                return !stopRequested();
-            }
-            const SourceAnswer answer = parseSourceAnswer(src, r.body, req.symbols);
-            if (answer.rateLimited) {
-                rest(r.retryAfterSeconds, answer.failure);
-                return false;
-            }
-            const bool httpError = r.status >= 400;
-            for (size_t k = 0; k < req.jobs.size(); ++k) {
-                Job& job = *req.jobs[k];
-                const SymbolAnswer* sa =
-                    answer.failure.isEmpty() && k < answer.symbols.size() ? &answer.symbols[k] : nullptr;
-                if (!httpError && sa && sa->priced) {
-                    auto q = std::make_shared<core::Quote>(*job.quote);
-                    fillFromSource(*q, sa->values, src.name);
-                    job.result = q;
-                    job.fallback.reset();
-                    if (ctx.sources->health)
-                        warn(ctx.sources->health->priced(src.name, job.ticker, sa->missingFields, today));
-                    continue;
-                }
-                QString why = answer.failure.isEmpty() ? (sa ? sa->failure : QString()) : answer.failure;
-                if (httpError)
-                    why = QStringLiteral("HTTP %1").arg(r.status) + (why.isEmpty() ? QString() : u": " + why);
-                sv.log.LogMessage(QStringLiteral("Quote source %1: %2: %3").arg(src.name, job.ticker, why));
-                // An answer came and held no price: that counts towards the health check; a
-                // server error does not.
-                if (ctx.sources->health && r.status < 500)
-                    warn(ctx.sources->health->noPrice(src.name, job.ticker, today));
-            }
-            return !stopRequested();
-        });
+    // A modern source: what it prices is filled at once, the rest waits for the next.
+    auto runSource = [&](const SourceStage& stage, const std::vector<Job*>& pending) {
+        std::vector<SourceItem> items;
+        for (const Job* job : pending)
+            items.push_back({job->ticker, job->quote->securityType()});
+        const QStringList warnings = askSource(
+            stage, items, ctx.fetcher, sv, ctx.sources->health, true, [&] { return !stopRequested(); },
+            [&](size_t i, const SymbolAnswer& answer) {
+                Job& job = *pending[i];
+                auto q = std::make_shared<core::Quote>(*job.quote);
+                fillFromSource(*q, answer.values, stage.source->name);
+                job.result = q;
+                job.fallback.reset();
+            });
+        for (const QString& w : warnings)
+            warn(w);
     };
 
     bool stopped = false;

@@ -12,10 +12,12 @@
 #include <QString>
 
 #include <functional>
+#include <vector>
 
 namespace kestrova::quotes {
 
 class SourceHealth;
+struct SymbolAnswer;
 
 // The modern quote sources a cycle may ask before, after or instead of servers.dat.
 struct SourceSetup
@@ -33,6 +35,37 @@ struct SourceSetup
 // The failure order in force: the portfolio's own (comma-separated) when it has one, else
 // the order sources.json recommends, else servers.dat alone.
 QStringList effectiveOrder(const QString& portfolioOrder, const SourceFile& file);
+
+// One place of the failure order that is asked: a source of sources.json with its key, or,
+// without a source, the servers.dat entry.
+struct SourceStage
+{
+    const SourceDefinition* source = nullptr;
+    QString key;
+};
+
+// The places of the order (servers.dat alone without a setup), first asked first. A source
+// that is not defined, lacks its key or rests after a "too many requests" is passed over
+// with a line in the log.
+std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& services);
+
+// One security asked of a source: the ticker as the portfolio writes it, and its type.
+struct SourceItem
+{
+    QString ticker;
+    qint16 type = 0;
+};
+
+// Asks a source for the items of the types it serves, in as few requests as its batch size
+// allows and within its connection and spacing limits. priced(i, answer) is called for every
+// item the source priced; why any other item got no price goes to the log. A "too many
+// requests" rests the source (in health, when given) and leaves its other requests unasked;
+// keepGoing is asked after every answer. With countPrices, health also counts prices and
+// missing prices, and the warnings that gives are returned.
+QStringList askSource(const SourceStage& stage, const std::vector<SourceItem>& items, PageFetcher& fetcher,
+                      const support::Services& services, SourceHealth* health, bool countPrices,
+                      const std::function<bool()>& keepGoing,
+                      const std::function<void(size_t item, const SymbolAnswer& answer)>& priced);
 
 // Everything one retrieval cycle works with.
 struct CycleContext
