@@ -858,9 +858,22 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 });
             }
         }
+        // An edited sources.json is read again before the market summary and the quotes,
+        // which ask the same sources in the same order.
+        runStep("GetQuotes", [&] {
+            if (m_sources.refresh()) {
+                for (const QString& problem : m_sources.file().problems) {
+                    m_services.StatusMessage(problem);
+                }
+            }
+            m_health.load(sourceHealthPath());
+        });
+        const quotes::SourceSetup sources{m_sources.file(), quotes::effectiveOrder(o.sources.order, m_sources.file()),
+                                          sourceKey, &m_health};
         if (o.quotes.marketSummary && !m_cancel.isSet()) {
-            runStep("GetMarketData",
-                    [&] { quotes::GetMarketData(m_state.market, *m_fetcher, o.quotes.marketUrl, m_services); });
+            runStep("GetMarketData", [&] {
+                quotes::GetMarketData(m_state.market, *m_fetcher, o.quotes.marketUrl, m_services, &sources);
+            });
         }
         if (o.quotes.fastest && !m_cancel.isSet() && o.gateFlag == 0) {
             runStep("FastestServer", [&] {
@@ -875,15 +888,6 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         if (!m_cancel.isSet()) {
             runStep("GetQuotes", [&] {
                 fetchedAt = m_clock.now();
-                // An edited sources.json is read again before the quotes that use it.
-                if (m_sources.refresh()) {
-                    for (const QString& problem : m_sources.file().problems) {
-                        m_services.StatusMessage(problem);
-                    }
-                }
-                m_health.load(sourceHealthPath());
-                const quotes::SourceSetup sources{
-                    m_sources.file(), quotes::effectiveOrder(o.sources.order, m_sources.file()), sourceKey, &m_health};
                 quotes::CycleContext cycle{m_services, *m_fetcher, m_builtIn, m_servers, o, m_state.portfolio, {}};
                 cycle.sources = &sources;
                 cycle.stop = &m_state.stop;

@@ -118,10 +118,22 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         }
     });
 
+    // sources.json was installed with the other definition files. The market summary and
+    // the quotes ask its sources in the same order.
+    const quotes::SourceFile sourceFile =
+        quotes::loadSourcesJson(news::serverFilePath(g.dataDir, QStringLiteral("sources.json")));
+    for (const QString& problem : sourceFile.problems)
+        ctx.services.StatusMessage(problem);
+    quotes::SourceHealth health;
+    const QString healthPath = QDir(g.dataDir).filePath(QStringLiteral("sources.state"));
+    health.load(healthPath);
+    const quotes::SourceSetup sources{sourceFile, quotes::effectiveOrder(ctx.options.sources.order, sourceFile),
+                                      &CliContext::sourceKey, &health};
+
     quotes::MarketSummary market;
     bool haveMarket = false;
     if (ctx.options.quotes.marketSummary)
-        haveMarket = quotes::GetMarketData(market, fetcher, ctx.options.quotes.marketUrl, ctx.services);
+        haveMarket = quotes::GetMarketData(market, fetcher, ctx.options.quotes.marketUrl, ctx.services, &sources);
 
     if (ctx.options.quotes.fastest && ctx.options.gateFlag == 0) {
         const QString host = quotes::FastestServer(
@@ -134,16 +146,6 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     news::NewsStories stories(ctx.clock, QDir(g.dataDir).filePath(QStringLiteral("news.dat")));
     if (ctx.options.news.retrieve)
         stories.ReadNews();
-    // sources.json was installed with the other definition files.
-    const quotes::SourceFile sourceFile =
-        quotes::loadSourcesJson(news::serverFilePath(g.dataDir, QStringLiteral("sources.json")));
-    for (const QString& problem : sourceFile.problems)
-        ctx.services.StatusMessage(problem);
-    quotes::SourceHealth health;
-    const QString healthPath = QDir(g.dataDir).filePath(QStringLiteral("sources.state"));
-    health.load(healthPath);
-    const quotes::SourceSetup sources{sourceFile, quotes::effectiveOrder(ctx.options.sources.order, sourceFile),
-                                      &CliContext::sourceKey, &health};
     quotes::CycleContext cycle{ctx.services, fetcher, builtIn, defs, ctx.options, ctx.portfolio, {}};
     cycle.sources = &sources;
     cycle.retrieveNews = [&] {

@@ -18,6 +18,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -293,6 +294,58 @@ private Q_SLOTS:
         QVERIFY(rig.host.statusLines.last().startsWith(QStringLiteral("Operation Cancelled   ")));
         QVERIFY(rig.activity().contains("Pager: User Cancelled"));
         QVERIFY(!rig.app->portOpen());
+    }
+
+    // The indices come through the quote sources in the failure order, the classic market
+    // page last, as quotes do. When nothing gives a level the page leaves the summary out
+    // instead of paging "DOW , NASD , SP500 , " before the quotes.
+    void marketSummaryHeadsThePage_data()
+    {
+        QTest::addColumn<bool>("sourcesAnswer");
+        QTest::addColumn<bool>("marketPage");
+        QTest::addColumn<QString>("from"); // the request target that gave the indices; empty: none did
+        QTest::newRow("from the CSV source") << true << true << "/q/l/?s=%5Edji+%5Endq+%5Espx&";
+        QTest::newRow("the market page last") << false << true << "/cgi-bin/getquote.dll?ticker=csco";
+        QTest::newRow("nothing answers") << false << false << QString();
+    }
+    void marketSummaryHeadsThePage()
+    {
+        QFETCH(bool, sourcesAnswer);
+        QFETCH(bool, marketPage);
+        QFETCH(QString, from);
+        Rig rig;
+        const QString gone =
+            QStringLiteral("http://127.0.0.1:%1/cgi-bin/getquote.dll?ticker=csco").arg(testing::freePort());
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [&](core::Options& o) {
+            o.sources.order = QStringLiteral("Demo CSV,servers.dat");
+            o.quotes.marketSummary = true;
+            o.quotes.marketUrl =
+                marketPage ? rig.market.baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco") : gone;
+        }));
+        rig.market.market()->setSourcesSilent(!sourcesAnswer);
+        rig.app->update(true, false);
+        QVERIFY2(rig.modem.pages.size() == 1, rig.activity().constData());
+        const QString page = rig.modem.pages.first().text;
+        const auto& m = rig.app->state().market;
+        const QStringList targets = rig.market.market()->targets();
+        if (from.isEmpty()) {
+            QVERIFY2(page.startsWith(QStringLiteral("IBM ")), qPrintable(page));
+            QVERIFY(m.lblDow.isEmpty() && m.caption.isEmpty());
+            return;
+        }
+        static const QRegularExpression summary(QStringLiteral(
+            R"(^DOW \d+\.\d\d[+-]\d+\.\d, NASD \d+\.\d\d[+-]\d+\.\d, SP500 \d+\.\d\d[+-]\d+\.\d, IBM \d+\.\d\d$)"));
+        QVERIFY2(summary.match(page).hasMatch(), qPrintable(page));
+        QVERIFY2(m.lblDow.toDouble() > 5000 && m.lblNASDAQ.toDouble() > 1000 && m.lblSP500.toDouble() > 500,
+                 qPrintable(m.lblDow + u' ' + m.lblNASDAQ + u' ' + m.lblSP500));
+        QVERIFY(m.caption.startsWith(QStringLiteral("Markets at ")));
+        // The panel shows each change with its sign, whichever place gave it.
+        for (const QString& change : {m.lblDowChg, m.lblNASDAQChg, m.lblSP500Chg})
+            QVERIFY2(change.startsWith(u'+') || change.startsWith(u'-'), qPrintable(change));
+        // One place gave all three: asked once, and the places after it not at all.
+        QCOMPARE(targets.filter(from).size(), 1);
+        if (sourcesAnswer)
+            QVERIFY2(targets.filter(QStringLiteral("getquote.dll")).isEmpty(), qPrintable(targets.join(u' ')));
     }
 
     void sourceHealthPagesOnceADay_data()

@@ -344,6 +344,10 @@ private Q_SLOTS:
         FixedPageServer empty(httpOk(""));
         QVERIFY(!quotes::GetMarketData(summary, rig.fetcher, empty.url(QStringLiteral("/")), rig.services));
         QCOMPARE(summary.lblDow, QStringLiteral("10345.21"));
+        // A page that no longer has the index table gives nothing either.
+        FixedPageServer moved(httpOk("<html><body>This page has moved</body></html>"));
+        QVERIFY(!quotes::GetMarketData(summary, rig.fetcher, moved.url(QStringLiteral("/")), rig.services));
+        QCOMPARE(summary.lblDow, QStringLiteral("10345.21"));
     }
 
     void marketPageText_data()
@@ -351,15 +355,22 @@ private Q_SLOTS:
         QTest::addColumn<bool>("dow");
         QTest::addColumn<bool>("nasdaq");
         QTest::addColumn<bool>("sp");
+        QTest::addColumn<QStringList>("levels");
         QTest::addColumn<QString>("change");
         QTest::addColumn<QString>("text");
 
+        const QStringList known{"10345.21", "2891.48", "1382.95"};
         // clang-format off
-        QTest::newRow("all") << true << true << true << "12.46"
+        QTest::newRow("all") << true << true << true << known << "12.46"
                              << "DOW 10345.21+12.5, NASD 2891.48-3.0, SP500 1382.95+0.0, ";
-        QTest::newRow("nasdaq only") << false << true << false << "1" << "NASD 2891.48-3.0, ";
-        QTest::newRow("none") << false << false << false << "1" << "";
-        QTest::newRow("change not a number") << true << false << false << "???" << "DOW 10345.21???, ";
+        QTest::newRow("nasdaq only") << false << true << false << known << "1" << "NASD 2891.48-3.0, ";
+        QTest::newRow("none") << false << false << false << known << "1" << "";
+        // What is not known is left out: a page is paid for by the character.
+        QTest::newRow("change not a number") << true << false << false << known << "???" << "DOW 10345.21, ";
+        QTest::newRow("change unknown") << true << false << false << known << "n/a" << "DOW 10345.21, ";
+        QTest::newRow("nothing read yet") << true << true << true << QStringList{"", "", ""} << "" << "";
+        QTest::newRow("one index known")
+            << true << true << true << QStringList{"n/a", "2891.48", "???"} << "n/a" << "NASD 2891.48-3.0, ";
         // clang-format on
     }
     void marketPageText()
@@ -367,14 +378,15 @@ private Q_SLOTS:
         QFETCH(bool, dow);
         QFETCH(bool, nasdaq);
         QFETCH(bool, sp);
+        QFETCH(QStringList, levels);
         QFETCH(QString, change);
         QFETCH(QString, text);
         quotes::MarketSummary m;
-        m.lblDow = QStringLiteral("10345.21");
+        m.lblDow = levels[0];
         m.lblDowChg = change;
-        m.lblNASDAQ = QStringLiteral("2891.48");
+        m.lblNASDAQ = levels[1];
         m.lblNASDAQChg = QStringLiteral("-2.96");
-        m.lblSP500 = QStringLiteral("1382.95");
+        m.lblSP500 = levels[2];
         m.lblSP500Chg = QStringLiteral("0");
         core::QuoteOptions o;
         o.pageDow = dow;

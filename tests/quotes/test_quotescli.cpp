@@ -261,6 +261,24 @@ private Q_SLOTS:
         QVERIFY(ibm.value("percentChgValue").isNull());
     }
 
+    // The market page is gone: the indices come through the sources of the failure order,
+    // with their changes worked out from the previous close the CSV source gives.
+    void marketThroughTheSources()
+    {
+        writePortfolio({"IBM"}, QStringLiteral("Demo CSV,servers.dat"),
+                       QStringLiteral("http://127.0.0.1:%1/gone").arg(testing::freePort()));
+        const Outcome o = cli({"quotes", "--json"});
+        QVERIFY2(o.exitCode == 0, o.err.constData());
+        const QJsonObject market = QJsonDocument::fromJson(o.out).object().value("market").toObject();
+        QVERIFY2(!market.isEmpty(), o.out.constData());
+        for (const char* level : {"dow", "nasdaq", "sp500"})
+            QVERIFY2(market.value(QLatin1String(level)).toString().toDouble() > 500, level);
+        static const QRegularExpression summary(
+            QStringLiteral(R"(^DOW \d+\.\d\d[+-]\d+\.\d, NASD \d+\.\d\d[+-]\d+\.\d, SP500 \d+\.\d\d[+-]\d+\.\d, $)"));
+        QVERIFY2(summary.match(market.value("pageText").toString()).hasMatch(),
+                 qPrintable(market.value("pageText").toString()));
+    }
+
 private:
     struct Outcome
     {
@@ -275,7 +293,8 @@ private:
             m_dir, QStringList{"--data-dir", m_dir.path(), "--portfolio", m_portfolio} + args, 60000, input);
         return {r.code, r.out.toUtf8(), r.err.toUtf8()};
     }
-    void writePortfolio(const QStringList& tickers, const QString& order = QStringLiteral("servers.dat"));
+    void writePortfolio(const QStringList& tickers, const QString& order = QStringLiteral("servers.dat"),
+                        const QString& marketUrl = {});
     QJsonObject fieldQuote(bool option);
 
     support::MockClock m_clock;
@@ -285,14 +304,15 @@ private:
     QJsonObject m_fieldDoc;
 };
 
-void TestQuotesCli::writePortfolio(const QStringList& tickers, const QString& order)
+void TestQuotesCli::writePortfolio(const QStringList& tickers, const QString& order, const QString& marketUrl)
 {
     core::PortfolioTable table;
     core::Options options;
     options.quotes.server = 12;
     options.sources.order = order;
     options.quotes.marketSummary = true;
-    options.quotes.marketUrl = m_market->baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco");
+    options.quotes.marketUrl =
+        marketUrl.isEmpty() ? m_market->baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco") : marketUrl;
     for (const QString& t : tickers) {
         core::PortfolioRecord& r = table.records[size_t(table.count++)];
         r.ticker = t;
