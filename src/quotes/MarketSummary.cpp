@@ -64,7 +64,8 @@ bool GetMarketData(MarketSummary& summary, PageFetcher& fetcher, const QString& 
         return out;
     };
 
-    for (const SourceStage& stage : sourceStages(sources, services)) {
+    // The quotes that follow say in the log which sources were passed over.
+    for (const SourceStage& stage : sourceStages(sources, services, false)) {
         const std::vector<Index*> wanted = missing();
         if (wanted.empty() || services.cancel.isSet())
             break;

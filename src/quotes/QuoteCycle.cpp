@@ -104,8 +104,12 @@ QStringList effectiveOrder(const QString& portfolioOrder, const SourceFile& file
     return order;
 }
 
-std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& sv)
+std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& sv, bool report)
 {
+    auto note = [&](const QString& line) {
+        if (report)
+            sv.log.LogMessage(line);
+    };
     std::vector<SourceStage> stages;
     const QStringList order = sources ? sources->order : QStringList{kServersDatEntry};
     QStringList taken;
@@ -119,19 +123,19 @@ std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support:
         }
         const SourceDefinition* source = sources->file.find(entry);
         if (!source) {
-            sv.log.LogMessage(QStringLiteral("Quote source %1 is not defined in sources.json").arg(entry));
+            note(QStringLiteral("Quote source %1 is not defined in sources.json").arg(entry));
             continue;
         }
         const QString key = sources->key ? sources->key(source->name) : QString();
         if (source->needsKey() && key.isEmpty()) {
-            sv.log.LogMessage(QStringLiteral("Quote source %1 needs a key: kestrova-cli options set %2 -")
-                                  .arg(source->name, core::OptionRegistry::sourceKeyOption(source->name)));
+            note(QStringLiteral("Quote source %1 needs a key: kestrova-cli options set %2 -")
+                     .arg(source->name, core::OptionRegistry::sourceKeyOption(source->name)));
             continue;
         }
         const QDateTime rest = sources->health ? sources->health->restedUntil(source->name) : QDateTime();
         if (rest.isValid() && rest > sv.clock.now()) {
-            sv.log.LogMessage(QStringLiteral("Quote source %1 is resting until %2")
-                                  .arg(source->name, support::formatDate(rest, u"hh:mm")));
+            note(QStringLiteral("Quote source %1 is resting until %2")
+                     .arg(source->name, support::formatDate(rest, u"hh:mm")));
             continue;
         }
         stages.push_back({source, key});

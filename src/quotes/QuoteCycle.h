@@ -45,9 +45,10 @@ struct SourceStage
 };
 
 // The places of the order (servers.dat alone without a setup), first asked first. A source
-// that is not defined, lacks its key or rests after a "too many requests" is passed over
-// with a line in the log.
-std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& services);
+// that is not defined, lacks its key or rests after a "too many requests" is passed over,
+// with a line in the log when report is set (once an update is enough).
+std::vector<SourceStage> sourceStages(const SourceSetup* sources, const support::Services& services,
+                                      bool report = true);
 
 // One security asked of a source: the ticker as the portfolio writes it, and its type.
 struct SourceItem

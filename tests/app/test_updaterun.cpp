@@ -317,7 +317,8 @@ private Q_SLOTS:
         const QString gone =
             QStringLiteral("http://127.0.0.1:%1/cgi-bin/getquote.dll?ticker=csco").arg(testing::freePort());
         QVERIFY(rig.start({entry(QStringLiteral("IBM"))}, [&](core::Options& o) {
-            o.sources.order = QStringLiteral("Demo CSV,servers.dat");
+            // A source without its key is passed over, and said so once.
+            o.sources.order = QStringLiteral("Finnhub,Demo CSV,servers.dat");
             o.quotes.marketSummary = true;
             o.quotes.marketUrl =
                 marketPage ? rig.market.baseUrl() + QStringLiteral("/cgi-bin/getquote.dll?ticker=csco") : gone;
@@ -328,6 +329,7 @@ private Q_SLOTS:
         const QString page = rig.modem.pages.first().text;
         const auto& m = rig.app->state().market;
         const QStringList targets = rig.market.market()->targets();
+        QCOMPARE(rig.activity().count("Quote source Finnhub needs a key"), 1);
         if (from.isEmpty()) {
             QVERIFY2(page.startsWith(QStringLiteral("IBM ")), qPrintable(page));
             QVERIFY(m.lblDow.isEmpty() && m.caption.isEmpty());
