@@ -234,7 +234,7 @@ int addCommand(const GlobalOptions& g, const QStringList& args)
     for (const auto& change : given.changes) {
         change(rec);
     }
-    if (const QString why = core::entryProblem(rec); !why.isEmpty()) {
+    if (const QString why = core::storableEntry(rec); !why.isEmpty()) {
         return usageError(kAddUsage, why);
     }
 
@@ -294,7 +294,7 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
     for (const auto& change : given.changes) {
         change(rec);
     }
-    if (const QString why = core::entryProblem(rec); !why.isEmpty()) {
+    if (const QString why = core::storableEntry(rec); !why.isEmpty()) {
         return usageError(kSetUsage, why);
     }
     ctx.portfolio.records[static_cast<size_t>(at)] = rec;

@@ -58,4 +58,10 @@ QString entryProblem(const PortfolioRecord& r)
     return {};
 }
 
+QString storableEntry(PortfolioRecord& record)
+{
+    record.ticker = record.ticker.trimmed();
+    return entryProblem(record);
+}
+
 } // namespace kestrova::core

@@ -23,4 +23,9 @@ QString unstorableCharacter(const QString& text);
 //   digits and quote service are in range.
 QString entryProblem(const PortfolioRecord& record);
 
+// Brings an entry to the form it is stored in, then checks it (entryProblem). Blanks
+// around a ticker are never meant (they come with a paste or a quoted argument), so the
+// ticker loses them here, for every face, rather than being refused.
+QString storableEntry(PortfolioRecord& record);
+
 } // namespace kestrova::core

@@ -49,14 +49,14 @@ struct Checker
 
     // The stored-entry rules (EntryRules), reported for the form's field. With `only`, just
     // a problem of those fields counts.
-    void record(const PortfolioRecord& r, std::initializer_list<EntryField> only)
+    void record(PortfolioRecord& r, std::initializer_list<EntryField> only)
     {
         static const std::pair<const char*, EntryField> prefixes[] = {
             {"ticker: ", EntryField::Ticker},       {"high limit: ", EntryField::HighLimit},
             {"low limit: ", EntryField::LowLimit},  {"volume limit: ", EntryField::VolumeLimit},
             {"type: ", EntryField::Type},           {"digits: ", EntryField::Digits},
             {"quote service: ", EntryField::Server}};
-        const QString why = entryProblem(r);
+        const QString why = storableEntry(r);
         for (const auto& [prefix, field] : prefixes) {
             if (why.startsWith(QLatin1String(prefix))) {
                 if (only.size() == 0 || std::find(only.begin(), only.end(), field) != only.end()) {
@@ -166,7 +166,7 @@ std::optional<EntryProblem> parseEntry(const EntryInput& in, PortfolioRecord& re
     const double floatMax = std::numeric_limits<float>::max();
 
     PortfolioRecord r;
-    r.ticker = in.ticker.trimmed(); // the form trims; blanks around a symbol are never meant
+    r.ticker = in.ticker;
     r.name = in.name.trimmed();
     r.securityType = in.type;
     r.legacyOption = 0; // the type is now stated outright
