@@ -13,6 +13,7 @@
 #include "sim/ModemSimulator.h"
 #include "support/Clock.h"
 #include "support/Paths.h"
+#include "support/PrivateFiles.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -160,7 +161,7 @@ bool copyData(const QString& name, const QString& to, QTextStream& err)
         err << "kestrova-cli demo: cannot copy " << from << '\n';
         return false;
     }
-    QFile::setPermissions(to, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    support::makePrivate(to);
     return true;
 }
 
@@ -185,7 +186,7 @@ int demoCommand(const GlobalOptions&, const QStringList& args)
     // The demo must not read or change the user's own settings.
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
     const QString dataDir = home.filePath(QStringLiteral("data"));
-    QDir().mkpath(dataDir);
+    support::makePrivateDir(dataDir);
     const QString portfolio = QDir(dataDir).filePath(QStringLiteral("DEMO.PGR"));
     if (!copyData(QStringLiteral("demo.pgr"), portfolio, err)) {
         return kExitFailure;

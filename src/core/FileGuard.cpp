@@ -1,5 +1,7 @@
 #include "core/FileGuard.h"
 
+#include "support/PrivateFiles.h"
+
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
@@ -35,7 +37,15 @@ FileLock::FileLock(const QString& lockPath) : m_path(lockPath), m_lock(lockPath)
 
 bool FileLock::acquire(int waitMs)
 {
-    return m_lock.isLocked() || m_lock.tryLock(waitMs);
+    if (m_lock.isLocked()) {
+        return true;
+    }
+    if (!m_lock.tryLock(waitMs)) {
+        return false;
+    }
+    // It names this process and this machine: the user's own business.
+    support::makePrivate(m_path);
+    return true;
 }
 
 QString FileLock::holder() const

@@ -2,6 +2,7 @@
 
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 #include "support/VbError.h"
 
@@ -605,7 +606,7 @@ PortfolioFileResult PortfolioFile::write(const QString& path, const PortfolioTab
         if (!file.open(QIODevice::WriteOnly)) {
             throw VbError(errorFromFileDevice(file, path));
         }
-        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        file.setPermissions(support::kPrivateFile); // it holds passwords
         if (file.write(bytes) != bytes.size()) {
             const int err = errorFromFileDevice(file, path);
             file.cancelWriting();

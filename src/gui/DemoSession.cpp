@@ -8,6 +8,7 @@
 #include "sim/DemoMarket.h"
 #include "sim/ModemSimulator.h"
 #include "support/Paths.h"
+#include "support/PrivateFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -50,12 +51,12 @@ bool DemoSession::start(QString* error)
         return fail(QStringLiteral("cannot create a temporary folder"));
     }
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("config"))));
-    QDir().mkpath(dataDir());
+    support::makePrivateDir(dataDir());
     const QString from = QDir(support::installedDataDir()).filePath(QStringLiteral("demo.pgr"));
     if (!QFile::copy(from, portfolioFile())) {
         return fail(QStringLiteral("cannot copy ") + from);
     }
-    QFile::setPermissions(portfolioFile(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    support::makePrivate(portfolioFile());
 
     m_market = std::make_unique<sim::DemoMarketThread>(m_clock, kWalkSeed);
     if (!m_market->start(0)) {

@@ -1,6 +1,7 @@
 #include "history/HistoryStore.h"
 
 #include "support/Clock.h"
+#include "support/PrivateFiles.h"
 
 #include <QAtomicInteger>
 #include <QDir>
@@ -207,6 +208,11 @@ HistoryStore::OpenState HistoryStore::tryOpen()
         return OpenState::Failed;
     }
     db.setDatabaseName(m_path);
+    // SQLite gives the -wal and -shm files the database file's permissions.
+    support::makePrivate(m_path, true);
+    for (const char* part : {"-wal", "-shm"}) {
+        support::makePrivate(m_path + QLatin1String(part));
+    }
     // Another process of the program may be writing; wait for it rather than fail.
     db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
     if (!db.open()) {

@@ -4,6 +4,7 @@
 #include "support/Clock.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 #include "support/VbError.h"
 
@@ -198,7 +199,7 @@ bool NewsStories::WriteNews() const
         out += support::encodeCp1252(line);
     }
     QSaveFile file(m_fileName);
-    if (!file.open(QIODevice::WriteOnly)) {
+    if (!support::openPrivate(file)) {
         return false;
     }
     return file.write(out) == out.size() && support::commitWhole(file);

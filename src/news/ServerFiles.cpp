@@ -4,6 +4,7 @@
 #include "news/ServerDat.h"
 #include "quotes/ServersDat.h"
 #include "support/Paths.h"
+#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 
 #include <QDir>
@@ -29,7 +30,7 @@ bool copyIfMissing(const QDir& to, const QDir& from, const QString& name)
         return false;
     }
     QSaveFile target(to.filePath(name));
-    if (!target.open(QIODevice::WriteOnly)) {
+    if (!support::openPrivate(target)) {
         return false;
     }
     const QByteArray bytes = source.readAll();
@@ -100,7 +101,7 @@ bool retargetDemoMarket(const QString& dataDir, quint16 port)
         text.replace(loopback, to);
         const QByteArray bytes = text.toLatin1();
         QSaveFile out(path);
-        if (!out.open(QIODevice::WriteOnly)) {
+        if (!support::openPrivate(out)) {
             ok = false;
             continue;
         }

@@ -1,5 +1,8 @@
 #include "quotes/SourceHealth.h"
 
+#include "support/PrivateFiles.h"
+#include "support/SaveFile.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -127,10 +130,10 @@ bool SourceHealth::save(const QString& path, const QDate& today) const
     if (m_lastPaged.isValid())
         root.insert(QStringLiteral("lastPaged"), m_lastPaged.toString(Qt::ISODate));
     QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
+    if (!support::openPrivate(f))
         return false;
-    f.write(QJsonDocument(root).toJson(QJsonDocument::Indented));
-    return f.commit();
+    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    return f.write(bytes) == bytes.size() && support::commitWhole(f);
 }
 
 } // namespace kestrova::quotes

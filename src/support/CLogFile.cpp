@@ -4,6 +4,7 @@
 #include "support/Cp1252.h"
 #include "support/Format.h"
 #include "support/Host.h"
+#include "support/PrivateFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -31,7 +32,7 @@ void CLogFile::setPath(const QString& path)
 {
     m_path = path;
     if (!path.isEmpty() && !QFileInfo(path).isDir()) {
-        QDir().mkdir(path);
+        makePrivateDir(path, false);
     }
 }
 
@@ -78,6 +79,7 @@ void CLogFile::StartNewLog()
             m_host.messageBox(systemError(errno, log), MsgButtons::Ok, MsgIcon::Exclamation);
             return;
         }
+        makePrivate(old); // a log an older version left readable
     }
     appendBytes(QByteArray(), false);
 }
@@ -87,7 +89,7 @@ bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
     // O_APPEND makes each line one write at the end of the file, so a crash can cut
     // at most the line being written and never touches the lines before it.
     const QByteArray path = QFile::encodeName(fullPath());
-    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) {
         m_host.messageBox(systemError(errno, fullPath()), MsgButtons::Ok, MsgIcon::Exclamation);
         return false;

@@ -1,5 +1,7 @@
 #include "support/Paths.h"
 
+#include "support/PrivateFiles.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -17,7 +19,7 @@ QString resolveDataDir(const QString& commandLineDir)
         const QString xdg = qEnvironmentVariable("XDG_DATA_HOME");
         dir = (xdg.isEmpty() ? QDir::homePath() + QStringLiteral("/.local/share") : xdg) + QStringLiteral("/kestrova");
     }
-    QDir().mkpath(dir);
+    makePrivateDir(dir);
     return QFileInfo(dir).absoluteFilePath();
 }
 

@@ -18,6 +18,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <sys/stat.h>
 
 using namespace kestrova;
 
@@ -216,8 +217,9 @@ private Q_SLOTS:
             if (QStringList{"update", "run", "page"}.contains(words.first())) {
                 continue;
             }
-            const testing::CliRun r =
-                testing::runCli(dir, QStringList{QStringLiteral("--data-dir"), data} + words, 30000, "a-password\n");
+            // Under a umask that would leave new files readable by everyone.
+            const testing::CliRun r = testing::runCli(dir, QStringList{QStringLiteral("--data-dir"), data} + words,
+                                                      30000, "a-password\n", [] { ::umask(022); });
             QVERIFY2(r.code == 0, qPrintable(line + u'\n' + r.err));
             ++run;
         }
@@ -229,6 +231,11 @@ private Q_SLOTS:
         QVERIFY(options.paging.enabled);
         QVERIFY(options.schedule.enabled);
         QCOMPARE(options.smtp.password, QStringLiteral("a-password"));
+        // The data folder the program made, and every file in it, are the user's alone.
+        QCOMPARE(testing::fileMode(data), QStringLiteral("700"));
+        QCOMPARE(testing::fileMode(data + QStringLiteral("/DEFAULT.PGR")), QStringLiteral("600"));
+        QCOMPARE(testing::fileMode(data + QStringLiteral("/servers.dat")), QStringLiteral("600"));
+        QCOMPARE(testing::filesNotInMode(data, QStringLiteral("600")), QStringList());
     }
 
     void demoPagesThroughTheSimulatedModem()

@@ -72,6 +72,37 @@ class TestHistoryStore : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    // The history tells what the user holds and when it moved: the database and the files
+    // SQLite keeps beside it are the user's alone, a file an older version made included.
+    void filesArePrivate_data()
+    {
+        QTest::addColumn<bool>("existedReadable");
+        QTest::newRow("new") << false;
+        QTest::newRow("left readable by an older version") << true;
+    }
+    void filesArePrivate()
+    {
+        QFETCH(bool, existedReadable);
+        const testing::ScopedUmask umask(022);
+        QTemporaryDir dir;
+        const QString path = dir.filePath(HistoryStore::defaultFileName());
+        support::MockClock clock(kNow);
+        if (existedReadable) {
+            HistoryStore first(path, clock);
+            QVERIFY(first.open());
+            QVERIFY(first.append(cycle(kNow, 2)));
+            first.close();
+            QVERIFY(QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ReadOther));
+        }
+        HistoryStore store(path, clock);
+        QVERIFY(store.open());
+        QVERIFY(store.append(cycle(kNow.addSecs(60), 3)));
+        QCOMPARE(testing::fileMode(path), QStringLiteral("600"));
+        QCOMPARE(testing::fileMode(path + QStringLiteral("-wal")), QStringLiteral("600"));
+        QCOMPARE(testing::fileMode(path + QStringLiteral("-shm")), QStringLiteral("600"));
+        QCOMPARE(testing::filesNotInMode(dir.path(), QStringLiteral("600")), QStringList());
+    }
+
     void symbolsRoundTripAsData_data()
     {
         QTest::addColumn<QString>("symbol");

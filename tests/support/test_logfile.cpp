@@ -49,6 +49,7 @@ private Q_SLOTS:
 
     void lineFormAndRotation()
     {
+        const kestrova::testing::ScopedUmask umask(022);
         QTemporaryDir dir;
         const QString folder = dir.filePath(QStringLiteral("logs")); // created by setPath
         MockClock clock(QDateTime(QDate(2026, 11, 23), QTime(14, 3, 7)));
@@ -58,6 +59,7 @@ private Q_SLOTS:
             log.setLogFileName(QStringLiteral("activity.txt"));
             log.setPath(folder);
             QVERIFY(QFileInfo(folder).isDir());
+            QCOMPARE(kestrova::testing::fileMode(folder), QStringLiteral("700"));
             log.setLogEnable(true);
             QString box = QStringLiteral("before\r\n");
             log.LogMessage(QStringLiteral("Kestrova started on"), &box);
@@ -79,12 +81,17 @@ private Q_SLOTS:
             QCOMPARE(readFile(log.fullPath()), QByteArray("third 11/23/2026 2:03:07 PM\r\n"));
         }
         {
-            // The next run keeps only one generation: the run before last is gone.
+            // The next run keeps only one generation: the run before last is gone. A log an
+            // older version left readable to all is the user's alone once it is the old log.
+            QFile::setPermissions(folder + QStringLiteral("/activity.txt"),
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
             CLogFile log(clock, host);
             log.setLogFileName(QStringLiteral("activity.txt"));
             log.setPath(folder);
             log.setLogEnable(true);
             QCOMPARE(readFile(log.oldFullPath()), QByteArray("third 11/23/2026 2:03:07 PM\r\n"));
+            QCOMPARE(kestrova::testing::filesNotInMode(folder, QStringLiteral("600")), QStringList());
+            QVERIFY(QFileInfo::exists(log.fullPath()));
         }
         QVERIFY(host.messages.isEmpty());
     }

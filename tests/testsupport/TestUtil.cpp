@@ -1,8 +1,11 @@
 #include "TestUtil.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTcpServer>
+
+#include <sys/stat.h>
 
 namespace kestrova::testing {
 
@@ -43,6 +46,34 @@ QString systemPython()
 {
     return QFileInfo::exists(QStringLiteral("/usr/bin/python3")) ? QStringLiteral("/usr/bin/python3")
                                                                  : QStringLiteral("python3");
+}
+
+QString fileMode(const QString& path)
+{
+    struct stat st = {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
+        return QStringLiteral("missing");
+    }
+    return QString::number(st.st_mode & 0777, 8);
+}
+
+ScopedUmask::ScopedUmask(unsigned mask) : m_before(::umask(static_cast<mode_t>(mask))) {}
+
+ScopedUmask::~ScopedUmask()
+{
+    ::umask(static_cast<mode_t>(m_before));
+}
+
+QStringList filesNotInMode(const QString& folder, const QString& mode)
+{
+    QStringList out;
+    for (const QString& name : QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+        const QString m = fileMode(folder + u'/' + name);
+        if (m != mode) {
+            out << name + u' ' + m;
+        }
+    }
+    return out;
 }
 
 } // namespace kestrova::testing
