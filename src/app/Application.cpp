@@ -294,6 +294,7 @@ delivery::ManualPageResult Application::sendManualPage(const QString& text)
     m_host.setBusy(true);
     const core::Options& o = m_state.options;
     delivery::ManualPage page(*m_modem, o, &m_state.mailBox);
+    page.setPush(m_push.get());
     page.setSmtpSender([this, &o](const QString& message) {
         delivery::SmtpPager pager(m_services, o, *m_smtpSender, m_connection.get());
         const bool sent = pager.sendSmtpMessage(message);
@@ -301,7 +302,7 @@ delivery::ManualPageResult Application::sendManualPage(const QString& text)
             m_connection->hangUp();
         }
         return delivery::ManualPageResult{
-            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent};
+            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent, {}};
     });
     delivery::ManualPageResult result;
     runStep("SendPage", [&] { result = page.send(text); });
@@ -328,7 +329,7 @@ delivery::ManualPageResult Application::sendTestPage(const core::Options& shown)
     setUpSerial();
     m_host.setBusy(false);
     m_host.setStatusText(QString());
-    return {pager.outcomes().isEmpty() ? QString() : pager.outcomes().constLast(), sent};
+    return {pager.outcomes().isEmpty() ? QString() : pager.outcomes().constLast(), sent, {}};
 }
 
 QString Application::testConnection(const core::ConnectionOptions& shown)
@@ -448,6 +449,21 @@ bool Application::save()
 
 bool Application::saveAs(const QString& path)
 {
+    if (!writeAs(path)) {
+        return false;
+    }
+    const QString& name = m_state.currentFile;
+    if (m_host.messageBox(QStringLiteral("Do you want this to be your startup file?"), support::MsgButtons::YesNo,
+                          support::MsgIcon::Question) == support::MsgAnswer::Yes) {
+        settings::SettingsStore store;
+        store.save(settings::kSettingsSection, QStringLiteral("DefaultFile"), name);
+        m_state.prefs.defaultFile = name;
+    }
+    return true;
+}
+
+bool Application::writeAs(const QString& path)
+{
     QString name = path;
     if (QFileInfo(name).suffix().isEmpty()) {
         name += QStringLiteral(".pgr");
@@ -473,12 +489,6 @@ bool Application::saveAs(const QString& path)
     // The setup has a file now, as after opening one: a new user who started with none
     // reaches the portfolio, paging and settings menus this way.
     m_state.menusEnabled = true;
-    if (m_host.messageBox(QStringLiteral("Do you want this to be your startup file?"), support::MsgButtons::YesNo,
-                          support::MsgIcon::Question) == support::MsgAnswer::Yes) {
-        settings::SettingsStore store;
-        store.save(settings::kSettingsSection, QStringLiteral("DefaultFile"), name);
-        m_state.prefs.defaultFile = name;
-    }
     return true;
 }
 
@@ -523,13 +533,24 @@ bool Application::queryExit()
     }
     switch (m_host.messageBox(QStringLiteral("Save File Before Exiting?"), support::MsgButtons::YesNoCancel,
                               support::MsgIcon::Question)) {
-    case support::MsgAnswer::Yes:
-        // A save that fails keeps the program open: leaving now would lose the changes.
-        if (!save()) {
+    case support::MsgAnswer::Yes: {
+        // Without a file the save dialog chooses one; leaving is no time to ask about the
+        // startup file as Save As does. A save that fails, or a dialog cancelled, keeps the
+        // program open: leaving now would lose the changes.
+        bool saved = false;
+        if (m_state.currentFile.isEmpty()) {
+            const QString name =
+                m_host.saveFileName(QStringLiteral("Save File As"), kPortfolioFileFilter, QStringLiteral("pgr"));
+            saved = !name.isEmpty() && writeAs(name);
+        } else {
+            saved = save();
+        }
+        if (!saved) {
             m_state.exitCancelled = true;
             return false;
         }
         return true;
+    }
     case support::MsgAnswer::No:
         return true;
     default:
@@ -764,15 +785,6 @@ void Application::mirrorMailHeaders()
     }
 }
 
-QString Application::sourceOf(const core::Quote& quote) const
-{
-    if (!quote.source().isEmpty()) {
-        return quote.source();
-    }
-    // Never priced yet: the service the cycle would ask.
-    return m_builtIn.at(quotes::pricingServer(quote, m_state.options.quotes.server)).name;
-}
-
 bool Application::deliverText(const QString& text, bool waitFirst, delivery::PushKind kind)
 {
     // The page goes first and the push after it: a slow or dead push server can hold up
@@ -956,14 +968,12 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         }
     }
 
-    if (cycleCompleted) {
-        runStep("History", [&] {
-            m_history->record(history::makeCycleRecord(
-                                  m_stockQuotes, m_optionQuotes, fetchedAt,
-                                  [this](const core::Quote& q) { return sourceOf(q); }, pageSent),
-                              history::readHistorySettings(settings::SettingsStore()));
-        });
-    }
+    runStep("History", [&] {
+        m_history->recordCycle(
+            cycleCompleted, m_stockQuotes, m_optionQuotes, fetchedAt,
+            [this](const core::Quote& q) { return quotes::sourceName(q, m_builtIn, m_state.options.quotes.server); },
+            pageSent);
+    });
 
     // A quote source that seems to have changed its format is worth a page, but not more
     // than one a day, and only to a pager that shows text.

@@ -139,7 +139,8 @@ public:
     bool save();
     // Saves under a new name, then asks whether it becomes the startup file.
     bool saveAs(const QString& path);
-    // The exit path: true when the program may end ("Save File Before Exiting?").
+    // The exit path: true when the program may end ("Save File Before Exiting?"). With no
+    // current file, Yes saves where the save dialog says and sets the caption, nothing more.
     bool queryExit();
 
     // Refreshes the configuration labels from the options and preferences.
@@ -178,7 +179,8 @@ public:
     void applyPortfolio(const core::PortfolioTable& table);
 
     // The send-a-page dialog: the numeric pager, else e-mail, else the alphanumeric
-    // service. A dial-up link that an e-mail page brought up is hung up afterwards.
+    // service, then the push route's mirror (delivery::ManualPage::send). A dial-up link
+    // that an e-mail page brought up is hung up afterwards.
     delivery::ManualPageResult sendManualPage(const QString& text);
     // The options dialog's test page, sent with the options the dialog shows (not yet saved).
     delivery::ManualPageResult sendTestPage(const core::Options& shown);
@@ -229,18 +231,17 @@ public:
     QString composePageText(bool smtpRoute, bool includeAll = false);
 
     // Mirrors a page that was just sent (or tried) to the push route, when one is set up.
-    // The manual page calls this after its own send.
     bool mirrorPage(const QString& text, delivery::PushKind kind);
 
 private:
+    // Save As without the startup-file question.
+    bool writeAs(const QString& path);
     void runStep(const char* name, const std::function<void()>& step);
     void checkMail();
     int newMessages(qint16 previousCount) const;
     // Sends a composed page by the configured route, then mirrors it; true when it went out.
     bool deliverText(const QString& text, bool waitForLine, delivery::PushKind kind);
     void mirrorMailHeaders();
-    // The name of the quote service that priced a quote, as the history keeps it.
-    QString sourceOf(const core::Quote& quote) const;
     void waitForLine();
     QString sourceHealthPath() const;
 

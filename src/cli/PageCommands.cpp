@@ -48,8 +48,8 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
         }
     }
     const QString text = delivery::ManualPage::acceptTyped(words.join(u' '));
-    if (text.isEmpty()) {
-        err << "kestrova-cli page: no text to send\n";
+    if (!delivery::ManualPage::hasText(text)) {
+        err << "kestrova-cli page: " << delivery::ManualPage::kNoText << '\n';
         return kExitUsage;
     }
     CliContext ctx(global);
@@ -62,18 +62,15 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
     delivery::PushNotifier push(ctx.services, ctx.options.push);
     const bool pushOn = ctx.options.push.enabled && !ctx.options.push.url.isEmpty();
-    // The push outcome is a status line; these are the ones the console shows.
-    auto pushAndTell = [&] {
-        const bool sent = push.notify(text, delivery::PushKind::Manual);
-        out << (push.lastOutcome().isEmpty() ? QStringLiteral("Push: not sent") : push.lastOutcome()) << '\n';
-        return sent;
-    };
     if (pushOnly) {
         if (!pushOn) {
             err << "kestrova-cli page: the push route is off; set push.enabled and push.url\n";
             return kExitFailure;
         }
-        return pushAndTell() ? kExitOk : kExitFailure;
+        // The push outcome is a status line; it is the one the console shows.
+        const bool sent = push.notify(text, delivery::PushKind::Manual);
+        out << (push.lastOutcome().isEmpty() ? QStringLiteral("Push: not sent") : push.lastOutcome()) << '\n';
+        return sent ? kExitOk : kExitFailure;
     }
     const std::unique_ptr<delivery::SerialLine> line = delivery::createSerialLine();
     line->setDevice(device.isEmpty() ? ctx.modemDevice : device);
@@ -89,8 +86,9 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
             connection.hangUp();
         }
         return delivery::ManualPageResult{
-            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent};
+            sent ? QStringLiteral("SMTP: Message Sent") : QStringLiteral("Unable to send message"), sent, {}};
     });
+    page.setPush(&push);
     const delivery::ManualPageResult result = page.send(text);
     out << (result.text.isEmpty() ? QStringLiteral("Page not sent") : result.text) << '\n';
     if (ctx.cancel.isSet()) {
@@ -99,7 +97,7 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     }
     // The page went first; the push only mirrors it and never decides the exit status.
     if (pushOn) {
-        pushAndTell();
+        out << (result.pushOutcome.isEmpty() ? QStringLiteral("Push: not sent") : result.pushOutcome) << '\n';
     }
     return result.sent ? kExitOk : kExitFailure;
 }

@@ -3,6 +3,7 @@
 #include "cli/QuoteJson.h"
 #include "cli/QuoteTable.h"
 #include "cli/SignalWatcher.h"
+#include "history/HistoryRecorder.h"
 #include "news/NewsRetrieval.h"
 #include "news/NewsServer.h"
 #include "news/NewsStories.h"
@@ -154,10 +155,16 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     };
     core::Quotes stocks;
     core::Quotes options;
+    const QDateTime fetchedAt = ctx.clock.now();
     const quotes::CycleResult result = quotes::GetQuotes(cycle, stocks, options);
     health.save(healthPath, ctx.clock.today());
     if (ctx.options.news.retrieve)
         news::markFreshNews(stocks, stories);
+    // A cycle from cron fills the chart like one of the program's own updates.
+    history::HistoryRecorder history(ctx.services, QDir(g.dataDir).filePath(history::HistoryStore::defaultFileName()));
+    history.recordCycle(
+        result.completed, stocks, options, fetchedAt,
+        [&](const core::Quote& q) { return quotes::sourceName(q, builtIn, ctx.options.quotes.server); }, false);
     if (ctx.cancel.isSet()) {
         ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
         return kExitFailure;

@@ -12,12 +12,15 @@ struct Options;
 namespace kestrova::delivery {
 
 class ModemLine;
+class PushNotifier;
 
 // The outcome of a manual page: the text shown to the user and whether it went out.
 struct ManualPageResult
 {
     QString text;
     bool sent = false;
+    // The push route's status line for the mirror of this page; empty when it was not tried.
+    QString pushOutcome;
 };
 
 // The free-text page the user sends on demand, by whichever route is configured:
@@ -31,6 +34,12 @@ public:
     ManualPage(ModemLine& modem, const core::Options& options, const core::MailBox* mail = nullptr);
 
     void setSmtpSender(SmtpSender sender) { m_smtp = std::move(sender); }
+    // The push route that mirrors every manual page, when one is set up.
+    void setPush(PushNotifier* push) { m_push = push; }
+
+    // A page of nothing but blanks is no page: every face refuses it with this message.
+    static const QString kNoText;
+    static bool hasText(const QString& text);
 
     // The commas a numeric page starts with, one for each k while k is at most half the
     // wait after dialling, so the digits are not dialled before the service answers.
@@ -45,13 +54,20 @@ public:
     // a numeric page, and a fixed digit string the user recognises on the pager.
     static QString testPageText(const core::Options& options);
 
+    // Refuses a text of blanks (kNoText); otherwise sends it by the configured route and
+    // then, unless the user cancelled, mirrors it to the push route. The push goes after the
+    // page and whether or not the page got through: a second route is most useful exactly
+    // when the first fails.
     ManualPageResult send(const QString& text);
 
 private:
+    ManualPageResult sendByRoute(const QString& text);
+
     ModemLine& m_modem;
     const core::Options& m_options;
     const core::MailBox* m_mail;
     SmtpSender m_smtp;
+    PushNotifier* m_push = nullptr;
 };
 
 } // namespace kestrova::delivery

@@ -102,13 +102,17 @@ void SendPageDialog::textChanged()
         m_message->setTextCursor(cursor);
     }
     m_count->setText(delivery::ManualPage::characterCountText(accepted));
-    m_send->setEnabled(!m_sending && !accepted.trimmed().isEmpty());
+    const bool hasText = delivery::ManualPage::hasText(accepted);
+    m_send->setEnabled(!m_sending && hasText);
+    // A disabled button says why.
+    m_send->setToolTip(hasText ? QString() : delivery::ManualPage::kNoText);
 }
 
 void SendPageDialog::send()
 {
+    // A text of blanks is the engine's to refuse; its answer shows below the text.
     const QString text = m_message->toPlainText();
-    if (m_sending || text.trimmed().isEmpty()) {
+    if (m_sending) {
         return;
     }
     m_sending = true;

@@ -159,6 +159,16 @@ bool HistoryRecorder::writePending()
     return true;
 }
 
+void HistoryRecorder::recordCycle(bool completed, const core::Quotes& stocks, const core::Quotes& options,
+                                  const QDateTime& fetchedAt,
+                                  const std::function<QString(const core::Quote&)>& sourceOf, bool pageWentOut)
+{
+    if (completed) {
+        record(makeCycleRecord(stocks, options, fetchedAt, sourceOf, pageWentOut),
+               readHistorySettings(settings::SettingsStore()));
+    }
+}
+
 void HistoryRecorder::record(const CycleRecord& cycle, const HistorySettings& settings)
 {
     if (!settings.enabled) {

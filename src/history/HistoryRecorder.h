@@ -56,6 +56,12 @@ public:
     ~HistoryRecorder();
 
     void record(const CycleRecord& cycle, const HistorySettings& settings);
+    // What every command that runs a retrieval cycle does with it: a cycle that ran to its
+    // end goes into the history, with this machine's history settings; one cancelled or
+    // stopped part-way does not, since its sets hold whatever happened to come first.
+    void recordCycle(bool completed, const core::Quotes& stocks, const core::Quotes& options,
+                     const QDateTime& fetchedAt, const std::function<QString(const core::Quote&)>& sourceOf,
+                     bool pageWentOut);
 
     bool isOpen() const { return m_store && m_store->isOpen(); }
     int pendingCycles() const { return static_cast<int>(m_pending.size()); }

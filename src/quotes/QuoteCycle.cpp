@@ -81,6 +81,14 @@ int pricingServer(const core::Quote& quote, int defaultServer)
     return std::clamp(index, 0, BuiltInServers::kCount - 1);
 }
 
+QString sourceName(const core::Quote& quote, const BuiltInServers& builtIn, int defaultServer)
+{
+    if (!quote.source().isEmpty()) {
+        return quote.source();
+    }
+    return builtIn.at(pricingServer(quote, defaultServer)).name;
+}
+
 QString optionTicker(const QString& symbol, int serverIndex)
 {
     QString s = symbol;

@@ -110,6 +110,9 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
 // The built-in service whose page priced a quote of the cycle: an option always asks its
 // own service, a stock its own when it names one, else the default service.
 int pricingServer(const core::Quote& quote, int defaultServer);
+// The name of the source that priced a quote, as the history and --json name it: the
+// source it carries, else (never priced yet) the built-in service the cycle would ask.
+QString sourceName(const core::Quote& quote, const BuiltInServers& builtIn, int defaultServer);
 
 // The ticker form a server wants for an option symbol ("%2b" + symbol for built-in
 // servers 5 and 11, "." + symbol for the others); blanks are dropped from the symbol.

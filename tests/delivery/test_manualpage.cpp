@@ -99,13 +99,47 @@ private Q_SLOTS:
         if (haveSender) {
             page.setSmtpSender([&sent](const QString& text) {
                 sent << text;
-                return delivery::ManualPageResult{QStringLiteral("mailed"), true};
+                return delivery::ManualPageResult{QStringLiteral("mailed"), true, {}};
             });
         }
         const delivery::ManualPageResult r = page.send(QStringLiteral("hello"));
         QCOMPARE(sent, haveSender ? QStringList{QStringLiteral("hello")} : QStringList{});
         QCOMPARE(r.text, result);
         QCOMPARE(r.sent, haveSender);
+        QVERIFY(rig.sim.commands.isEmpty());
+    }
+
+    // A text of blanks is no page, whatever the route: nothing is dialled or mailed.
+    void blanksAreNoPage_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("route");
+        const QStringList routes{"numeric", "smtp", "alphanumeric"};
+        for (const QString& route : routes) {
+            QTest::addRow("empty, %s", qPrintable(route)) << "" << route;
+            QTest::addRow("blanks, %s", qPrintable(route)) << "   " << route;
+            QTest::addRow("a tab and a blank, %s", qPrintable(route)) << "\t " << route;
+        }
+    }
+    void blanksAreNoPage()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, route);
+        ModemRig rig;
+        rig.options.paging.numeric = route == QLatin1String("numeric");
+        rig.options.smtp.enabled = route == QLatin1String("smtp");
+        rig.options.paging.phone = QStringLiteral("5559");
+        bool mailed = false;
+        delivery::ManualPage page(rig.modem, rig.options);
+        page.setSmtpSender([&mailed](const QString&) {
+            mailed = true;
+            return delivery::ManualPageResult{QStringLiteral("mailed"), true, {}};
+        });
+        QVERIFY(!delivery::ManualPage::hasText(text));
+        const delivery::ManualPageResult r = page.send(text);
+        QCOMPARE(r.text, delivery::ManualPage::kNoText);
+        QVERIFY(!r.sent);
+        QVERIFY(!mailed);
         QVERIFY(rig.sim.commands.isEmpty());
     }
 

@@ -222,11 +222,17 @@ private Q_SLOTS:
         QTest::addColumn<int>("answer");
         QTest::addColumn<bool>("exits");
         QTest::addColumn<bool>("saved");
+        QTest::addColumn<QString>("chosen"); // a setup with no file yet: the name the save dialog gives
 
-        QTest::newRow("unmodified: no question") << false << -1 << true << false;
-        QTest::newRow("Yes saves") << true << int(support::MsgAnswer::Yes) << true << true;
-        QTest::newRow("No leaves") << true << int(support::MsgAnswer::No) << true << false;
-        QTest::newRow("Cancel stays") << true << int(support::MsgAnswer::Cancel) << false << false;
+        QTest::newRow("unmodified: no question") << false << -1 << true << false << "";
+        QTest::newRow("Yes saves") << true << int(support::MsgAnswer::Yes) << true << true << "";
+        QTest::newRow("No leaves") << true << int(support::MsgAnswer::No) << true << false << "";
+        QTest::newRow("Cancel stays") << true << int(support::MsgAnswer::Cancel) << false << false << "";
+        // Leaving saves where the dialog says and asks nothing more (no startup-file question).
+        QTest::newRow("no file: Yes saves as chosen")
+            << true << int(support::MsgAnswer::Yes) << true << true << "CHOSEN.PGR";
+        QTest::newRow("no file: save dialog cancelled stays")
+            << true << int(support::MsgAnswer::Yes) << false << false << "-";
     }
 
     void exitQuestion()
@@ -235,23 +241,43 @@ private Q_SLOTS:
         QFETCH(int, answer);
         QFETCH(bool, exits);
         QFETCH(bool, saved);
+        QFETCH(QString, chosen);
         DesktopRig rig;
-        const QString file = writePortfolio(rig.path(QStringLiteral("P.PGR")), {});
+        QString file = chosen.isEmpty() ? writePortfolio(rig.path(QStringLiteral("P.PGR")), {}) : QString();
         rig.window->startup(file);
         rig.window->show();
         QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
-        if (modified) {
+        if (!chosen.isEmpty()) {
+            // A first start: no file yet, and something set up that is worth keeping.
+            QVERIFY(rig.app->state().currentFile.isEmpty());
+            rig.app->markModified();
+            file = chosen == QLatin1String("-") ? QString() : rig.path(chosen);
+            rig.host.scriptedFiles.push_back(file);
+        } else if (modified) {
             rig.child<QAction>("mnuEnableSchedule")->trigger();
         }
         if (answer >= 0) {
             rig.host.scriptedAnswers.push_back(support::MsgAnswer(answer));
         }
-        const QByteArray before = testing::readFile(file);
+        const QByteArray before = file.isEmpty() ? QByteArray() : testing::readFile(file);
         QSignalSpy exited(rig.window.get(), &gui::MainWindow::exitAccepted);
+        rig.host.shownMessages.clear();
 
         rig.child<QAction>("mnuExit")->trigger();
 
-        QCOMPARE(rig.host.shownMessages.contains(QStringLiteral("Save File Before Exiting?")), modified);
+        QCOMPARE(rig.host.shownMessages,
+                 modified ? QStringList{QStringLiteral("Save File Before Exiting?")} : QStringList());
+        if (!chosen.isEmpty()) {
+            QCOMPARE(rig.app->state().caption,
+                     saved ? QStringLiteral("Kestrova - ") + file : QStringLiteral("Kestrova"));
+            QVERIFY(rig.app->state().prefs.defaultFile != file);
+            if (!saved) {
+                QCOMPARE(exited.size(), 0);
+                QVERIFY(rig.window->isVisible());
+                QVERIFY(rig.app->state().fileModified);
+                return;
+            }
+        }
         QCOMPARE(exited.size(), exits ? 1 : 0);
         QCOMPARE(rig.window->isVisible(), !exits);
         QCOMPARE(testing::readFile(file) != before, saved);
