@@ -95,7 +95,7 @@ int updateCommand(const GlobalOptions& g, const QStringList& args)
         if (!application.lastOutcome().cancelled) {
             application.services().StatusMessage(QStringLiteral("Operation Cancelled"));
         }
-        return kExitFailure;
+        return signals.exitStatus(kExitFailure);
     }
     // A run from cron or a script must be able to tell that no quote came.
     return host.failuresReported == 0 ? kExitOk : kExitFailure;

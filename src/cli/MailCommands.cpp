@@ -62,7 +62,7 @@ int checkMailCommand(const GlobalOptions& global, const QStringList& args)
     connection.hangUp();
     if (ctx.cancel.isSet()) {
         ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
-        return kExitFailure;
+        return stop.exitStatus(kExitFailure);
     }
     if (!box.countKnown) {
         // The mail watch has said why where it knew; this covers what it could not name.

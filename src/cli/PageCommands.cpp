@@ -93,7 +93,7 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     out << (result.text.isEmpty() ? QStringLiteral("Page not sent") : result.text) << '\n';
     if (ctx.cancel.isSet()) {
         ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
-        return kExitFailure;
+        return stop.exitStatus(kExitFailure);
     }
     // The page went first; the push only mirrors it and never decides the exit status.
     if (pushOn) {

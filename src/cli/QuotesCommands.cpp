@@ -167,7 +167,7 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         [&](const core::Quote& q) { return quotes::sourceName(q, builtIn, ctx.options.quotes.server); }, false);
     if (ctx.cancel.isSet()) {
         ctx.services.StatusMessage(QStringLiteral("Operation Cancelled"));
-        return kExitFailure;
+        return stop.exitStatus(kExitFailure);
     }
 
     const int got = stocks.Count() + options.Count();

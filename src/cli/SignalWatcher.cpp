@@ -29,6 +29,9 @@ SignalWatcher::SignalWatcher(std::function<void(int)> handler, QObject* parent)
     connect(m_notifier, &QSocketNotifier::activated, this, [this] {
         char c = 0;
         while (::read(g_pipe[1], &c, 1) == 1) {
+            if (m_received == 0) {
+                m_received = static_cast<unsigned char>(c);
+            }
             m_onSignal(static_cast<unsigned char>(c));
         }
     });

@@ -81,14 +81,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("peer");
         QTest::addColumn<int>("exitCode");
         const QStringList update{"update"};
+        // A one-shot command stopped by a signal exits 128 + its number, as shells and
+        // service managers expect (130 for SIGINT, 143 for SIGTERM). The daemon is stopped
+        // that way on purpose: it ends normally.
+        const int byInt = 128 + SIGINT;
+        const int byTerm = 128 + SIGTERM;
         // clang-format off
-        QTest::newRow("update, page never answers, SIGTERM") << update << int(SIGTERM) << "http" << 1;
-        QTest::newRow("update, page never answers, SIGINT") << update << int(SIGINT) << "http" << 1;
-        QTest::newRow("update, call never connects, SIGTERM") << update << int(SIGTERM) << "modem" << 1;
-        QTest::newRow("update, mailbox never answers, SIGINT") << update << int(SIGINT) << "pop" << 1;
-        QTest::newRow("quotes, page never answers, SIGTERM") << QStringList{"quotes"} << int(SIGTERM) << "http" << 1;
-        QTest::newRow("check-mail, mailbox never answers, SIGTERM") << QStringList{"check-mail"} << int(SIGTERM) << "pop" << 1;
-        QTest::newRow("page, mail server never answers, SIGINT") << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << 1;
+        QTest::newRow("update, page never answers, SIGTERM") << update << int(SIGTERM) << "http" << byTerm;
+        QTest::newRow("update, page never answers, SIGINT") << update << int(SIGINT) << "http" << byInt;
+        QTest::newRow("update, call never connects, SIGTERM") << update << int(SIGTERM) << "modem" << byTerm;
+        QTest::newRow("update, mailbox never answers, SIGINT") << update << int(SIGINT) << "pop" << byInt;
+        QTest::newRow("quotes, page never answers, SIGTERM") << QStringList{"quotes"} << int(SIGTERM) << "http" << byTerm;
+        QTest::newRow("quotes, page never answers, SIGINT") << QStringList{"quotes"} << int(SIGINT) << "http" << byInt;
+        QTest::newRow("check-mail, mailbox never answers, SIGTERM") << QStringList{"check-mail"} << int(SIGTERM) << "pop" << byTerm;
+        QTest::newRow("page, mail server never answers, SIGINT") << QStringList{"page", "hello"} << int(SIGINT) << "smtp" << byInt;
         // The daemon's first scheduled update comes with the first minute's tick.
         QTest::newRow("run, page never answers, SIGTERM") << QStringList{"run"} << int(SIGTERM) << "http" << 0;
         // clang-format on
