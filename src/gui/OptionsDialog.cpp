@@ -313,7 +313,8 @@ QWidget* OptionsDialog::pagerPage()
     text(form, "pager.id", tr("Pager &Identifier:"), tr("Please enter Pager ID without dashes"));
     text(form, "pager.phone", tr("PGR Service &Phone No.:"));
     text(form, "pager.user", tr("Pager &User:"), tr("Shown as the addressee when a page is sent by hand"));
-    number(form, "pager.max_length", tr("Max Page &Length:"));
+    number(form, "pager.max_length", tr("Max Page &Length:"),
+           tr("Max number of characters per line on your pager display."));
 
     QFormLayout* numForm = nullptr;
     QGroupBox* numeric = group(tr("Numeric pages"), &numForm);

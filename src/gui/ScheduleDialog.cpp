@@ -7,6 +7,7 @@
 
 #include <QCheckBox>
 #include <QDialogButtonBox>
+#include <QFocusEvent>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -14,6 +15,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpressionValidator>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace kestrova::gui {
@@ -113,8 +115,73 @@ ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& 
     main->addWidget(interval);
     main->addStretch();
     main->addWidget(buttons);
+    // A rejected time is pointed out as soon as the field is left, not only on Save.
+    const std::pair<QLineEdit*, core::ScheduleField> timeFields[] = {{m_openTime, core::ScheduleField::OpenTime},
+                                                                     {m_middayTime, core::ScheduleField::MiddayTime},
+                                                                     {m_closeTime, core::ScheduleField::CloseTime},
+                                                                     {m_startTime, core::ScheduleField::StartTime},
+                                                                     {m_stopTime, core::ScheduleField::StopTime}};
+    for (const auto& [edit, field] : timeFields) {
+        m_timeFields.insert(edit, field);
+        edit->installEventFilter(this);
+    }
     m_days[0]->setFocus();
     rememberPlacement(this, objectName());
+}
+
+QString ScheduleDialog::fieldName(core::ScheduleField field)
+{
+    switch (field) {
+    case core::ScheduleField::OpenTime:
+        return tr("Market open time");
+    case core::ScheduleField::MiddayTime:
+        return tr("Midday time");
+    case core::ScheduleField::CloseTime:
+        return tr("Market close time");
+    case core::ScheduleField::StartTime:
+        return tr("Start time");
+    case core::ScheduleField::StopTime:
+        return tr("Stop time");
+    case core::ScheduleField::Interval:
+        return tr("Interval");
+    case core::ScheduleField::None:
+        break;
+    }
+    return {};
+}
+
+bool ScheduleDialog::eventFilter(QObject* watched, QEvent* event)
+{
+    auto* edit = qobject_cast<QLineEdit*>(watched);
+    if (edit && event->type() == QEvent::FocusOut && m_timeFields.contains(edit)) {
+        const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
+        // Another window (the message box itself) taking the focus is not leaving the field.
+        if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason) {
+            checkTimeField(edit);
+        }
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+void ScheduleDialog::checkTimeField(QLineEdit* edit)
+{
+    const QString text = edit->text();
+    // Once for each text: leaving the field again without a change says nothing new.
+    if (m_reported.contains(edit) && m_reported.value(edit) == text) {
+        return;
+    }
+    const core::ScheduleField field = m_timeFields.value(edit);
+    const QString why = core::timeFieldError(field, text);
+    if (why.isEmpty()) {
+        m_reported.remove(edit);
+        return;
+    }
+    m_reported.insert(edit, text);
+    // After the focus has moved on, so the box does not open in the middle of the change.
+    QTimer::singleShot(0, this, [this, field, why] {
+        m_host.messageBox(fieldName(field) + QStringLiteral(": ") + why, support::MsgButtons::Ok,
+                          support::MsgIcon::Exclamation);
+    });
 }
 
 void ScheduleDialog::intervalToggled(bool on)

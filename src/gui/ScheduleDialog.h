@@ -3,6 +3,7 @@
 #include "core/ScheduleRules.h"
 
 #include <QDialog>
+#include <QHash>
 
 #include <array>
 
@@ -19,9 +20,9 @@ namespace kestrova::gui {
 class GuiHost;
 
 // frmSchedule: the weekdays, the three market moments and the interval updates between a
-// start and a stop time. Save checks each time field, refuses a start after the stop with
-// nothing saved, stores everything at once and then warns about very short intervals;
-// Cancel stores nothing.
+// start and a stop time. A time field left with no time in it says so at once, naming the
+// field. Save checks each time field, refuses a start after the stop with nothing saved,
+// stores everything at once and then warns about very short intervals; Cancel stores nothing.
 class ScheduleDialog : public QDialog
 {
     Q_OBJECT
@@ -29,10 +30,17 @@ public:
     ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& host);
 
     void accept() override;
+    // How a message names a field: "Start time", "Market close time".
+    static QString fieldName(core::ScheduleField field);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void intervalToggled(bool on);
     QLineEdit* fieldFor(core::ScheduleField field) const;
+    // Says at once, naming the field, when a time field is left holding no time.
+    void checkTimeField(QLineEdit* edit);
 
     app::Application& m_app;
     GuiHost& m_host;
@@ -50,6 +58,8 @@ private:
     QLabel* m_frequencyLabel;
     QLabel* m_startLabel;
     QLabel* m_stopLabel;
+    QHash<QLineEdit*, core::ScheduleField> m_timeFields;
+    QHash<QLineEdit*, QString> m_reported; // the rejected text each field last reported
 };
 
 } // namespace kestrova::gui

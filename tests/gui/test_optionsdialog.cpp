@@ -142,6 +142,19 @@ private Q_SLOTS:
         QCOMPARE(back.smtp.password, QStringLiteral("Old-Secr3t"));
     }
 
+    // The pager's and the e-mail route's page lengths share a label; what each one means is
+    // told apart where the pointer rests.
+    void pageLengthsToldApart()
+    {
+        GuiRig rig;
+        rig.start();
+        gui::OptionsDialog dlg(nullptr, *rig.app, rig.host);
+        QCOMPARE(child<QLineEdit>(&dlg, QStringLiteral("pager.max_length"))->toolTip(),
+                 QStringLiteral("Max number of characters per line on your pager display."));
+        QVERIFY(child<QLineEdit>(&dlg, QStringLiteral("smtp.max_length"))->toolTip() !=
+                child<QLineEdit>(&dlg, QStringLiteral("pager.max_length"))->toolTip());
+    }
+
     void fieldCheckNamesTheField_data()
     {
         QTest::addColumn<QString>("name");

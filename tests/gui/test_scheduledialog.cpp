@@ -3,7 +3,9 @@
 
 #include "gui/ScheduleDialog.h"
 
+#include <QApplication>
 #include <QCheckBox>
+#include <QFocusEvent>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QtTest>
@@ -76,6 +78,48 @@ private Q_SLOTS:
         QTest::keyClick(&dlg, Qt::Key_Escape);
         QCOMPARE(dlg.result(), int(QDialog::Rejected));
         QVERIFY(!rig.app->state().fileModified);
+    }
+
+    // A time field that is left with no time in it says so at once, naming the field; the
+    // close-time field shows the rejected text right after the colon, the others an example.
+    void timeFieldSaysSoWhenLeft_data()
+    {
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("message"); // empty: none
+        const QString example = QStringLiteral("Invalid Time: ex. 03:42:00 pm");
+        // clang-format off
+        QTest::newRow("start") << "mskStartTime" << "25:00" << "Start time: " + example;
+        QTest::newRow("stop") << "mskStopTime" << "4:61 pm" << "Stop time: " + example;
+        QTest::newRow("open") << "mskOpenTime" << "9" << "Market open time: " + example;
+        QTest::newRow("midday emptied") << "mskMiddayTime" << "" << "Midday time: " + example;
+        QTest::newRow("close") << "mskCloseTime" << "13:75 pm" << "Market close time: Invalid Time:13:75 pm";
+        QTest::newRow("a time") << "mskStartTime" << "10:15 am" << "";
+        // clang-format on
+    }
+    void timeFieldSaysSoWhenLeft()
+    {
+        QFETCH(QString, field);
+        QFETCH(QString, typed);
+        QFETCH(QString, message);
+        GuiRig rig;
+        rig.start();
+        rig.app->state().options.schedule.interval = true;
+        gui::ScheduleDialog dlg(nullptr, *rig.app, rig.host);
+        dlg.show();
+        auto* edit = testing::child<QLineEdit>(&dlg, field);
+        testing::retype(&dlg, field, typed);
+        QCOMPARE(rig.host.shownMessages, QStringList()); // nothing while typing
+        // The offscreen window is never active, so leaving the field is told to it directly.
+        QFocusEvent out(QEvent::FocusOut, Qt::TabFocusReason);
+        QApplication::sendEvent(edit, &out);
+        const QStringList expected = message.isEmpty() ? QStringList() : QStringList{message};
+        QTest::qWait(50);
+        QCOMPARE(rig.host.shownMessages, expected);
+        // Leaving again with the same text says nothing new.
+        QApplication::sendEvent(edit, &out);
+        QTest::qWait(50);
+        QCOMPARE(rig.host.shownMessages, expected);
     }
 
     void intervalSwitchEnablesItsFields()

@@ -1,6 +1,8 @@
-// A new user's first session, with nothing but the desktop program: from an empty start to
-// one security, paging by e-mail through a real SMTP server (aiosmtpd on loopback) and the
-// schedule on; then the program is started again and the setup is all there.
+// A new user's first session, with nothing but the desktop program: the first steps of the
+// user guide, taken in the guide's order from an empty start, pages by e-mail through a real
+// SMTP server (aiosmtpd on loopback); then the program is started again and the setup is
+// all there. A guide that names a menu command the program does not offer at that point
+// fails here.
 #include "DesktopRig.h"
 #include "GuiRig.h"
 #include "PeerProcess.h"
@@ -20,11 +22,16 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTabWidget>
 #include <QtTest>
+
+#include <functional>
+#include <map>
 
 using namespace kestrova;
 using testing::DesktopRig;
@@ -38,13 +45,47 @@ void click(QWidget* dialog, const char* button)
     QTest::mouseClick(dialog->findChild<QPushButton*>(QString::fromLatin1(button)), Qt::LeftButton);
 }
 
-// A menu command as a click on the menu item would run it.
-void menu(DesktopRig& rig, const char* item)
+// A menu or item text as the guide writes it: no mnemonic marks, "..." for an ellipsis.
+QString plain(QString text)
 {
-    auto* action = rig.window->findChild<QAction*>(QString::fromLatin1(item));
-    QVERIFY2(action, item);
-    QVERIFY2(action->isEnabled(), item);
-    action->trigger();
+    text.remove(u'&');
+    text.replace(QChar(0x2026), QStringLiteral("..."));
+    return text.trimmed();
+}
+
+// The menu command a guide step names ("File > Save As..."), found by its texts.
+QAction* menuCommand(DesktopRig& rig, const QString& path)
+{
+    const QString menuTitle = path.section(QStringLiteral(" > "), 0, 0);
+    const QString item = path.section(QStringLiteral(" > "), 1);
+    for (QAction* top : rig.window->menuBar()->actions()) {
+        if (plain(top->text()) != menuTitle || !top->menu()) {
+            continue;
+        }
+        for (QAction* a : top->menu()->actions()) {
+            if (plain(a->text()) == item) {
+                return a;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The numbered first steps of the guide's "Getting started", each led by the menu command
+// in bold.
+QStringList guideSteps()
+{
+    const QString guide =
+        QString::fromUtf8(testing::readFile(qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/docs/user-guide.md"));
+    const qsizetype from = guide.indexOf(QLatin1String("\n## Getting started\n"));
+    const QString section = guide.mid(from, guide.indexOf(QLatin1String("\n## "), from + 5) - from);
+    QStringList steps;
+    static const QRegularExpression step(QStringLiteral("^\\d+\\. \\*\\*([^*]+)\\*\\*"),
+                                         QRegularExpression::MultilineOption);
+    for (auto it = step.globalMatch(section); it.hasNext();) {
+        steps << it.next().captured(1);
+    }
+    return steps;
 }
 
 } // namespace
@@ -77,74 +118,88 @@ private Q_SLOTS:
             rig.window->startup();
             // Nothing set up yet: only the File menu is open to a new user.
             QVERIFY(!rig.window->findChild<QAction*>(QStringLiteral("mnuPortfolio"))->isEnabled());
+            std::shared_ptr<bool> opened; // a dialog the step opens was there and was answered
 
-            // 1. File > Save As gives the setup a file, which becomes the startup file.
-            rig.host.scriptedFiles.push_back(pgr);
-            rig.host.scriptedAnswers.push_back(support::MsgAnswer::Yes);
-            menu(rig, "mnuSaveAs");
+            // What each command of the guide asks of the user, as the guide says it.
+            const std::map<QString, std::function<void()>> steps{
+                {QStringLiteral("File > Save As..."),
+                 [&] {
+                     rig.host.scriptedFiles.push_back(pgr);
+                     rig.host.scriptedAnswers.push_back(support::MsgAnswer::Yes);
+                 }},
+                {QStringLiteral("Edit > Portfolio..."),
+                 [&] {
+                     opened = onModal<gui::PortfolioDialog>([](gui::PortfolioDialog* dlg) {
+                         auto form = onModal<gui::SecurityDialog>([](gui::SecurityDialog* entry) {
+                             retype(entry, QStringLiteral("txtTicker"), QStringLiteral("IBM"));
+                             retype(entry, QStringLiteral("txtShares"), QStringLiteral("50"));
+                             retype(entry, QStringLiteral("txtCostBasis"), QStringLiteral("140"));
+                             retype(entry, QStringLiteral("txtHighLimit"), QStringLiteral("160"));
+                             QTest::mouseClick(entry->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok),
+                                               Qt::LeftButton);
+                         });
+                         click(dlg, "cmdAdd");
+                         QVERIFY(*form);
+                         click(dlg, "cmdSave");
+                     });
+                 }},
+                {QStringLiteral("Settings > Options..."),
+                 [&] {
+                     opened = onModal<gui::OptionsDialog>([port](gui::OptionsDialog* dlg) {
+                         dlg->tabs()->setCurrentIndex(1);
+                         testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("smtp.enabled")));
+                         retype(dlg, QStringLiteral("smtp.address"), QStringLiteral("127.0.0.1"));
+                         retype(dlg, QStringLiteral("smtp.port"), QString::number(port));
+                         retype(dlg, QStringLiteral("smtp.from"), QStringLiteral("kestrova@example.com"));
+                         retype(dlg, QStringLiteral("smtp.recipient"), QStringLiteral("5551234@pager.example.net"));
+                         click(dlg, "cmdSave");
+                     });
+                 }},
+                {QStringLiteral("Paging > Enable Paging"), [] {}},
+                {QStringLiteral("Settings > Schedule..."),
+                 [&] {
+                     opened = onModal<gui::ScheduleDialog>([](gui::ScheduleDialog* dlg) {
+                         testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("chkOther")));
+                         testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("chkMktClose")));
+                         retype(dlg, QStringLiteral("txtFrequency"), QStringLiteral("15"));
+                         click(dlg, "cmdSave");
+                     });
+                 }},
+                {QStringLiteral("Settings > Enable Schedule"), [] {}},
+                {QStringLiteral("Paging > Send a Page..."),
+                 [&] {
+                     opened = onModal<gui::SendPageDialog>([](gui::SendPageDialog* dlg) {
+                         QTest::keyClicks(dlg->findChild<QPlainTextEdit*>(QStringLiteral("txtMessage")),
+                                          QStringLiteral("Kestrova is watching IBM"));
+                         click(dlg, "cmdSend");
+                     });
+                 }},
+                {QStringLiteral("File > Save"), [] {}},
+                {QStringLiteral("File > New"), [] {}},
+            };
+            const QStringList guide = guideSteps();
+            QVERIFY2(guide.size() >= 4, qPrintable(guide.join(u'|')));
+            for (const QString& step : guide) {
+                const auto it = steps.find(step);
+                QVERIFY2(it != steps.end(),
+                         qPrintable(QStringLiteral("the guide's step %1 is not known here").arg(step)));
+                QAction* command = menuCommand(rig, step);
+                QVERIFY2(command, qPrintable(QStringLiteral("no menu command %1").arg(step)));
+                QVERIFY2(command->isEnabled(), qPrintable(QStringLiteral("%1 is not open at this point").arg(step)));
+                opened.reset();
+                it->second();
+                command->trigger();
+                if (opened) {
+                    QVERIFY2(*opened, qPrintable(step));
+                }
+                QVERIFY2(!QTest::currentTestFailed(), qPrintable(step));
+            }
+
             QCOMPARE(rig.window->windowTitle(), QStringLiteral("Kestrova - ") + pgr);
             QCOMPARE(rig.host.shownMessages, QStringList{QStringLiteral("Do you want this to be your startup file?")});
-            rig.host.shownMessages.clear();
-
-            // 2. Edit > Portfolio: one security with a high price alarm.
-            auto portfolio = onModal<gui::PortfolioDialog>([](gui::PortfolioDialog* dlg) {
-                auto form = onModal<gui::SecurityDialog>([](gui::SecurityDialog* entry) {
-                    retype(entry, QStringLiteral("txtTicker"), QStringLiteral("IBM"));
-                    retype(entry, QStringLiteral("txtShares"), QStringLiteral("50"));
-                    retype(entry, QStringLiteral("txtCostBasis"), QStringLiteral("140"));
-                    retype(entry, QStringLiteral("txtHighLimit"), QStringLiteral("160"));
-                    QTest::mouseClick(entry->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok),
-                                      Qt::LeftButton);
-                });
-                click(dlg, "cmdAdd");
-                QVERIFY(*form);
-                click(dlg, "cmdSave");
-            });
-            menu(rig, "mnuPortfolio");
-            QVERIFY(*portfolio);
-
-            // 3. Settings > Options, E-mail Paging: the SMTP server and the pager's address.
-            auto options = onModal<gui::OptionsDialog>([port](gui::OptionsDialog* dlg) {
-                dlg->tabs()->setCurrentIndex(1);
-                testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("smtp.enabled")));
-                retype(dlg, QStringLiteral("smtp.address"), QStringLiteral("127.0.0.1"));
-                retype(dlg, QStringLiteral("smtp.port"), QString::number(port));
-                retype(dlg, QStringLiteral("smtp.from"), QStringLiteral("kestrova@example.com"));
-                retype(dlg, QStringLiteral("smtp.recipient"), QStringLiteral("5551234@pager.example.net"));
-                click(dlg, "cmdSave");
-            });
-            menu(rig, "mnuOptions");
-            QVERIFY(*options);
-            QVERIFY2(rig.host.shownMessages.isEmpty(), qPrintable(rig.host.shownMessages.join(u'|')));
-
-            // 4. Paging > Enable Paging.
-            menu(rig, "mnuEnablePaging");
             QCOMPARE(rig.child<QLabel>("lblPaging")->text(), QStringLiteral("SMTP Paging"));
-
-            // 5. Settings > Schedule: every 15 minutes and at the close; Settings > Enable Schedule.
-            auto schedule = onModal<gui::ScheduleDialog>([](gui::ScheduleDialog* dlg) {
-                testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("chkOther")));
-                testing::toggle(dlg->findChild<QCheckBox*>(QStringLiteral("chkMktClose")));
-                retype(dlg, QStringLiteral("txtFrequency"), QStringLiteral("15"));
-                click(dlg, "cmdSave");
-            });
-            menu(rig, "mnuSchedule");
-            QVERIFY(*schedule);
-            menu(rig, "mnuEnableSchedule");
-
-            // 6. Paging > Send a Page: a first page goes out by e-mail.
-            auto page = onModal<gui::SendPageDialog>([](gui::SendPageDialog* dlg) {
-                QTest::keyClicks(dlg->findChild<QPlainTextEdit*>(QStringLiteral("txtMessage")),
-                                 QStringLiteral("Kestrova is watching IBM"));
-                click(dlg, "cmdSend");
-            });
-            menu(rig, "mnuSend");
-            QVERIFY(*page);
             const QString mail = QString::fromUtf8(testing::readFile(mailDir.filePath(QStringLiteral("mail-1.eml"))));
             QVERIFY2(mail.contains(QStringLiteral("Kestrova is watching IBM")), qPrintable(mail));
-
-            // 7. File > Save.
-            menu(rig, "mnuSave");
             QVERIFY(!rig.app->state().fileModified);
         }
 
