@@ -179,12 +179,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<int>("maxLength");
         QTest::addColumn<QStringList>("pieces");
+        QTest::addColumn<bool>("utf8"); // the mail says its body is UTF-8
         // clang-format off
-        QTest::newRow("exactly one page") << QStringLiteral("ABCDEFGHIJKLMNOPQRST") << 20 << QStringList{QStringLiteral("ABCDEFGHIJKLMNOPQRST")};
+        QTest::newRow("exactly one page") << QStringLiteral("ABCDEFGHIJKLMNOPQRST") << 20 << QStringList{QStringLiteral("ABCDEFGHIJKLMNOPQRST")} << false;
         QTest::newRow("two and a bit") << QStringLiteral("IBM 101.25 +1.50 MSFT 55.10 -0.20 T 9") << 15
                                        << QStringList{QStringLiteral("IBM 101.25 +1.5"),
-                                                      QStringLiteral("0 MSFT 55.10 -0"), QStringLiteral(".20 T 9")};
-        QTest::newRow("line starting with a dot") << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")};
+                                                      QStringLiteral("0 MSFT 55.10 -0"), QStringLiteral(".20 T 9")} << false;
+        QTest::newRow("line starting with a dot") << QStringLiteral(".dot first") << 40 << QStringList{QStringLiteral(".dot first")} << false;
+        QTest::newRow("beyond ASCII") << QStringLiteral("Nestl\u00e9 101.25") << 40 << QStringList{QStringLiteral("Nestl\u00e9 101.25")} << true;
         // clang-format on
     }
     void sendsPiecesByteForByte()
@@ -192,6 +194,7 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QFETCH(int, maxLength);
         QFETCH(QStringList, pieces);
+        QFETCH(bool, utf8);
         Rig rig;
         rig.options.smtp.maxLength = static_cast<qint16>(maxLength);
         PeerProcess peer;
@@ -212,6 +215,7 @@ private Q_SLOTS:
             QVERIFY(headers.contains(
                 QRegularExpression(QStringLiteral("\r\nMessage-ID: <[^>\r\n]+@watcher\\.example\\.test>\r\n"))));
             QVERIFY(!headers.contains(QStringLiteral("Subject"), Qt::CaseInsensitive));
+            QCOMPARE(headers.contains(QStringLiteral("\r\nContent-Type: text/plain; charset=utf-8\r\n")), utf8);
             // Every line of the mail ends in CR LF.
             QVERIFY(!QString(mails[i]).remove(QStringLiteral("\r\n")).contains(u'\n'));
         }
@@ -223,6 +227,34 @@ private Q_SLOTS:
         QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 220 ")));
         QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Recv: 250 OK\r\n")));
         QVERIFY(rig.host.terminal.contains(QStringLiteral("SMTP Socket Closed: ")));
+    }
+
+    // The label goes exactly on mails with a character beyond ASCII: a pager service that
+    // takes an unlabelled body as ASCII or Latin-1 shows "NestlÃ©" otherwise, and a label on a
+    // plain body is noise some gateways page as text.
+    void labelsUtf8Bodies_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::addColumn<bool>("utf8");
+        QTest::newRow("plain quote") << QStringLiteral("IBM 101.25") << false;
+        QTest::newRow("last ASCII character") << QStringLiteral("IBM ~101.25") << false;
+        QTest::newRow("accented name") << QStringLiteral("Nestl\u00e9 101.25") << true;
+        QTest::newRow("euro sign") << QStringLiteral("SAP \u20ac101.25") << true;
+    }
+    void labelsUtf8Bodies()
+    {
+        QFETCH(QString, body);
+        QFETCH(bool, utf8);
+        delivery::SmtpMail mail;
+        mail.from = QStringLiteral("kestrova@example.test");
+        mail.recipient = QStringLiteral("pager@example.test");
+        mail.body = body;
+        mail.date = QDateTime(QDate(2026, 11, 23), QTime(10, 0));
+        const QByteArray message = delivery::CurlSmtpSender::composeMessage(mail, QStringLiteral("<1@example.test>"));
+        const QByteArray headers = message.left(message.indexOf("\r\n\r\n") + 2);
+        QCOMPARE(headers.contains("\r\nContent-Type: text/plain; charset=utf-8\r\n"), utf8);
+        QCOMPARE(headers.contains("\r\nContent-Transfer-Encoding: 8bit\r\n"), utf8);
+        QVERIFY(message.endsWith(QByteArray("\r\n\r\n" + body.toUtf8() + "\r\n")));
     }
 
     // Refusals: every round resends every piece and the one failure line ends in "1".

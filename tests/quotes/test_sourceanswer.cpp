@@ -160,6 +160,13 @@ void TestSourceAnswer::answers_data()
         << QStringList{"a.us", "b.us"}
         << QStringList{"fail: not in the answer",
                        "last=1.5 open=1 high=2 low=0.5 previousClose=1.25 volume=7 name=B time=2026-11-20 10:00:00"};
+    // Column names match whatever their case: every other row spells them as sources.json does.
+    QTest::newRow("stooq header in another case")
+        << "Stooq"
+        << QByteArray("symbol,date,time,open,high,low,CLOSE,volume,name,PREV\r\n"
+                      "A.US,2026-11-20,10:00:00,1,2,0.5,1.5,7,A,1.25\r\n")
+        << QStringList{"a.us"}
+        << QStringList{"last=1.5 open=1 high=2 low=0.5 previousClose=1.25 volume=7 name=A time=2026-11-20 10:00:00"};
     QTest::newRow("stooq without the volume and previous close columns")
         << "Stooq"
         << QByteArray("Symbol,Date,Time,Open,High,Low,Close,Name\r\nA.US,2026-11-20,10:00:00,1,2,0.5,1.5,A\r\n")
