@@ -27,7 +27,7 @@ niceness=${KESTROVA_FUZZ_NICE:-10}
 
 all_targets=(fuzz_portfolio_file fuzz_servers_dat fuzz_server_dat fuzz_news_dat fuzz_news_page fuzz_quote_page
              fuzz_market_summary fuzz_pop_replies fuzz_modem_tap fuzz_ini_migration fuzz_numbers fuzz_source_csv
-             fuzz_source_json fuzz_sources_json)
+             fuzz_source_json fuzz_sources_json fuzz_daily_csv)
 
 # Seeds from the project's own files; fuzz/seeds/TARGET and tests/data/fuzz/TARGET are added
 # to every target's list.

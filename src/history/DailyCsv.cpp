@@ -1,9 +1,14 @@
 #include "history/DailyCsv.h"
 
+#include "support/Format.h"
+
 #include <QDate>
+#include <QLocale>
 #include <QStringList>
 
 #include <array>
+#include <cmath>
+#include <limits>
 
 namespace kestrova::history {
 
@@ -60,21 +65,54 @@ bool isMissing(const QString& text)
     return text.isEmpty() || text.compare(QLatin1String("null"), Qt::CaseInsensitive) == 0;
 }
 
+// A plain decimal number as a file or a service writes one: digits, one point and an
+// exponent. "nan", "inf" and hex forms are refused before Qt sees them (QString::toDouble
+// takes them), and so is one too large for a double ("1e309"). A sign is refused too: no
+// price or volume is negative, and a "-0" is a broken file, not a zero.
+std::optional<double> plainNumber(const QString& text)
+{
+    if (text.isEmpty()) {
+        return std::nullopt;
+    }
+    for (const QChar c : text) {
+        if (!(c.isDigit() || c == u'.' || c == u'e' || c == u'E' || c == u'+')) {
+            return std::nullopt;
+        }
+    }
+    if (text.startsWith(u'+')) {
+        return std::nullopt;
+    }
+    bool ok = false;
+    const double v = QLocale::c().toDouble(text, &ok);
+    if (!ok || !std::isfinite(v)) {
+        return std::nullopt;
+    }
+    return v;
+}
+
 // A price field: true with the value (or nothing for a missing one), false for a text
-// that is not a number.
+// that is not a price.
 bool readPrice(const QString& text, std::optional<double>& out)
 {
     out.reset();
     if (isMissing(text)) {
         return true;
     }
+    out = plainNumber(text);
+    return out.has_value();
+}
+
+// A volume: a whole number of shares that fits the store's 64-bit column. Written as
+// digits it is read exactly; a decimal or exponent form is rounded toward zero.
+std::optional<qint64> readVolume(const QString& text)
+{
     bool ok = false;
-    const double v = text.toDouble(&ok);
-    if (!ok || v < 0) {
-        return false;
+    const qint64 whole = text.toLongLong(&ok);
+    if (ok && !text.startsWith(u'-') && !text.startsWith(u'+')) {
+        return whole;
     }
-    out = v;
-    return true;
+    const std::optional<double> v = plainNumber(text);
+    return v ? support::wholeNumberIn(*v, 0, std::numeric_limits<qint64>::max()) : std::nullopt;
 }
 
 } // namespace
@@ -145,12 +183,9 @@ DailyCsv parseDailyCsv(const QByteArray& bytes, const QString& symbol)
             bad = QStringLiteral("high %1 is below low %2").arg(*r.high).arg(*r.low);
         }
         if (bad.isEmpty() && !isMissing(field(Volume))) {
-            bool ok = false;
-            const double v = field(Volume).toDouble(&ok);
-            if (!ok || v < 0 || v > 9.0e18) {
+            r.volume = readVolume(field(Volume));
+            if (!r.volume) {
                 bad = QStringLiteral("volume \"%1\" is not a number of shares").arg(field(Volume));
-            } else {
-                r.volume = static_cast<qint64>(v);
             }
         }
         if (!bad.isEmpty()) {

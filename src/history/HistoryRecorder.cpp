@@ -9,6 +9,9 @@
 #include "support/Format.h"
 #include "support/Services.h"
 
+#include <cmath>
+#include <limits>
+
 namespace kestrova::history {
 
 namespace {
@@ -56,8 +59,11 @@ std::optional<double> fieldValue(const QString& text)
     t.remove(u',');
     bool ok = false;
     const double v = t.toDouble(&ok);
-    if (ok) {
-        return v;
+    // toDouble takes "nan" and "inf", and a service can send either; a number past a double
+    // ("1e309") comes back infinite and refused. None of them is a number to keep, and the
+    // leading digits of the last one would be a different number.
+    if (ok || std::isinf(v)) {
+        return std::isfinite(v) ? std::optional<double>(v) : std::nullopt;
     }
     for (QChar c : t) {
         if (c.isDigit()) {
@@ -81,7 +87,7 @@ CycleRecord makeCycleRecord(const core::Quotes& stocks, const core::Quotes& opti
             r.change = fieldValue(q->change());
             r.percentChange = fieldValue(q->percentChg());
             if (const auto v = fieldValue(q->volume())) {
-                r.volume = static_cast<qint64>(*v);
+                r.volume = support::wholeNumberIn(*v, 0, std::numeric_limits<qint64>::max());
             }
             r.bid = fieldValue(q->bid());
             r.ask = fieldValue(q->ask());

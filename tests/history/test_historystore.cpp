@@ -352,6 +352,20 @@ private Q_SLOTS:
             << QStringList{"2026-01-02", "2026-01-07"}
             << QStringList{"2: \"2026-13-01\" is not a date", "4: no close price", "5: high \"x\" is not a price",
                            "6: high 1 is below low 2", "7: volume \"-3\" is not a number of shares"};
+        // What a double or a 64-bit volume cannot hold, and the spellings Qt's own reader takes.
+        QTest::newRow("numbers out of range")
+            << header + "2026-01-02,nan,2,1,1.5,7\n2026-01-03,1,inf,1,1.5,7\n2026-01-04,1,2,1,1e309,7\n"
+                        "2026-01-05,1,2,1,1.5,nan\n2026-01-06,1,2,1,1.5,-0\n2026-01-07,1,2,1,1.5,9223372036854775808\n"
+                        "2026-01-08,1,2,-0,1.5,7\n2026-01-09,1,2,1,1.5,9223372036854775807\n"
+                        "2026-01-12,1,2,1,1.5,1e3\n"
+            << QStringList{"2026-01-09", "2026-01-12"}
+            << QStringList{"2: open \"nan\" is not a price",
+                           "3: high \"inf\" is not a price",
+                           "4: close \"1e309\" is not a price",
+                           "5: volume \"nan\" is not a number of shares",
+                           "6: volume \"-0\" is not a number of shares",
+                           "7: volume \"9223372036854775808\" is not a number of shares",
+                           "8: low \"-0\" is not a price"};
         QTest::newRow("header without close") << QByteArray("Date,Price\n2026-01-02,3\n") << QStringList{}
                                               << QStringList{"1: the header names no Date or no Close column"};
         QTest::newRow("quoted fields, BOM") << QByteArray("\xef\xbb\xbf\"Date\",\"Close\"\n\"2026-01-02\",\"1,5\"\n")
@@ -375,6 +389,33 @@ private Q_SLOTS:
         }
         QCOMPARE(gotDays, days);
         QCOMPARE(gotProblems, problems);
+    }
+
+    // A quote's texts go into the history as numbers only when they are finite: a service
+    // that sends "nan" or "inf" leaves the field missing, not a NaN in the database.
+    void fieldValueIsFinite_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("hasValue");
+        QTest::addColumn<double>("value");
+        QTest::newRow("plain") << "101.25" << true << 101.25;
+        QTest::newRow("thousands") << "1,234.5" << true << 1234.5;
+        QTest::newRow("n/a") << "n/a" << false << 0.0;
+        QTest::newRow("nan") << "nan" << false << 0.0;
+        QTest::newRow("inf") << "inf" << false << 0.0;
+        QTest::newRow("minus inf") << "-inf" << false << 0.0;
+        QTest::newRow("past a double") << "1e309" << false << 0.0;
+    }
+    void fieldValueIsFinite()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, hasValue);
+        QFETCH(double, value);
+        const std::optional<double> v = history::fieldValue(text);
+        QCOMPARE(v.has_value(), hasValue);
+        if (hasValue) {
+            QCOMPARE(*v, value);
+        }
     }
 
     void importReplacesTheSameDay()
