@@ -89,8 +89,8 @@ qint16 ModemLine::initialize(const QString& initString)
     const QString command = initCommand(initString);
     m_line.setFlowControl(m_options.flowControl);
     QString why;
-    if (!m_line.open(&why)) {
-        m_result = ResultPortUnavailable;
+    if (!m_line.open(&why) && !(m_line.lastOpenFoundBusy() && waitForFreeLine())) {
+        m_result = m_services.cancel.isSet() ? ResultCancelled : ResultPortUnavailable;
         return m_result;
     }
     m_line.clearInput();
@@ -110,6 +110,29 @@ qint16 ModemLine::initialize(const QString& initString)
         m_result = m_services.cancel.isSet() ? ResultCancelled : ResultInitFailed;
     }
     return m_result;
+}
+
+bool ModemLine::waitForFreeLine()
+{
+    // A page that goes out a minute late is better than one that never goes: a scheduled
+    // page colliding with a manual one (or another process's) waits its turn.
+    m_services.StatusMessage(QStringLiteral("The modem line is in use by another page; waiting up to %1 minutes")
+                                 .arg(kLineWaitSeconds / 60));
+    showStatus(QStringLiteral("Waiting for the modem line"));
+    const QDateTime deadline = m_services.clock.now().addSecs(kLineWaitSeconds);
+    while (!expired(deadline)) {
+        pause(1);
+        if (m_services.cancel.isSet()) {
+            return false;
+        }
+        if (m_line.open()) {
+            return true;
+        }
+        if (!m_line.lastOpenFoundBusy()) {
+            return false; // gone or refused for good: no use waiting
+        }
+    }
+    return false;
 }
 
 void ModemLine::startDial(const QString& number)

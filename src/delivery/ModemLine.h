@@ -33,6 +33,9 @@ class ModemLine
 public:
     // More received text than this aborts a wait: a modem that only produces noise.
     static constexpr int kMaxInput = 5000;
+    // How long a page waits for a modem that another page (of this program or another
+    // process) is using: a call with its retries is over well within this.
+    static constexpr int kLineWaitSeconds = 120;
 
     ModemLine(const support::Services& services, SerialLine& line, const core::ModemOptions& options);
     ~ModemLine();
@@ -48,7 +51,8 @@ public:
 
     // The init command: the profile's string with the speaker mode and volume added.
     QString initCommand(const QString& initString) const;
-    // Opens the port and has the modem accept the init string: result 0, 1, 6 or 9.
+    // Opens the port and has the modem accept the init string: result 0, 1, 6 or 9. A
+    // port that another page is using is waited for, up to kLineWaitSeconds.
     qint16 initialize(const QString& initString);
     // Dials and waits up to 60 s for CONNECT: result 0, 2, 6, 7 or 8.
     qint16 dial(const QString& number);
@@ -77,6 +81,9 @@ private:
     bool dialEnded(const QString& received);
     bool expired(const QDateTime& deadline) const;
     void inputExceeded() const;
+    // Tries the port once a second until it opens, kLineWaitSeconds pass or the user
+    // cancels; true once it is open.
+    bool waitForFreeLine();
 
     const support::Services& m_services;
     SerialLine& m_line;

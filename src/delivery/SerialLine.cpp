@@ -1,11 +1,13 @@
 #include "delivery/SerialLine.h"
 
+#include <QFile>
 #include <QSerialPort>
 #include <QStringList>
 #include <QTimer>
 
 #include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 namespace kestrova::delivery {
 
@@ -128,8 +130,17 @@ public:
         if (m_port.isOpen()) {
             return true;
         }
-        m_port.setPortName(m_device.isEmpty() ? deviceForPort(m_portNumber) : m_device);
+        const QString device = m_device.isEmpty() ? deviceForPort(m_portNumber) : m_device;
+        m_port.setPortName(device);
+        m_busy = false;
+        errno = 0;
         if (!m_port.open(QIODevice::ReadWrite)) {
+            const int err = errno;
+            // QSerialPort keeps a lock file per device (LCK..name) and opens it exclusively:
+            // a port in use is refused as a permission error, or EBUSY, although the device
+            // itself is one this user may open.
+            const bool inUse = m_port.error() == QSerialPort::PermissionError || err == EBUSY;
+            m_busy = inUse && ::access(QFile::encodeName(device).constData(), R_OK | W_OK) == 0;
             if (error) {
                 *error = m_port.errorString();
             }
@@ -184,6 +195,7 @@ public:
         m_port.clearError();
     }
     bool isOpen() const override { return m_port.isOpen(); }
+    bool lastOpenFoundBusy() const override { return m_busy; }
     void write(const QByteArray& bytes) override
     {
         if (m_port.isOpen()) {
@@ -216,6 +228,7 @@ private:
     QString m_settings = QStringLiteral("9600,N,8,1");
     int m_flow = 0;
     bool m_internal = false; // errors raised by our own housekeeping calls
+    bool m_busy = false;
 };
 
 } // namespace

@@ -61,6 +61,9 @@ public:
     virtual void setFlowControl(int mode) = 0;
     // Opens with DTR raised. Returns false with a reason when the port cannot be used.
     virtual bool open(QString* error = nullptr) = 0;
+    // The last open failed only because another program, or another line of this one, has
+    // the port: it is worth trying again once that one is done.
+    virtual bool lastOpenFoundBusy() const { return false; }
     virtual void close() = 0;
     virtual bool isOpen() const = 0;
     virtual void write(const QByteArray& bytes) = 0;

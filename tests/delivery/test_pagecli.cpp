@@ -1,4 +1,5 @@
 #include "../peers/CliRun.h"
+#include "TestUtil.h"
 #include "core/ModemProfiles.h"
 #include "core/Options.h"
 #include "settings/SettingsStore.h"
@@ -8,6 +9,8 @@
 #include <QtTest>
 
 #include <csignal>
+#include <memory>
+#include <vector>
 
 using namespace kestrova;
 
@@ -127,6 +130,48 @@ private Q_SLOTS:
         QVERIFY(sim.waitForFinished(10000));
         // No retry after a cancel: the simulator saw one call only.
         QVERIFY(QString::fromUtf8(sim.readAllStandardOutput()).contains(QStringLiteral("0 pages, 1 calls")));
+    }
+
+    // Three pages sent at once find the modem taken by the first: the other two wait for
+    // the line and go out after it, one call each, instead of failing at once.
+    void pagesAtOnceTakeTurns()
+    {
+        QTemporaryDir tmp;
+        QVERIFY(tmp.isValid());
+        const QString link = tmp.filePath(QStringLiteral("modem"));
+        QProcess sim;
+        QVERIFY(startSimulator(sim, tmp, ""));
+        core::Options options;
+        options.paging.retries = 1;
+        const QString portfolio = writePortfolio(tmp, options);
+        QVERIFY(!portfolio.isEmpty());
+        const QStringList texts{QStringLiteral("first page"), QStringLiteral("second page"),
+                                QStringLiteral("third page")};
+        std::vector<std::unique_ptr<QProcess>> pages;
+        for (const QString& text : texts) {
+            auto page = std::make_unique<QProcess>();
+            page->setProcessEnvironment(testing::cliEnvironment(tmp));
+            page->start(m_cli, {QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
+                                QStringLiteral("--portfolio"), portfolio, QStringLiteral("page"),
+                                QStringLiteral("--device"), link, text});
+            QVERIFY(page->waitForStarted());
+            pages.push_back(std::move(page));
+        }
+        for (auto& page : pages) {
+            QVERIFY(page->waitForFinished(150000));
+            const QString out = QString::fromUtf8(page->readAllStandardOutput());
+            QVERIFY2(page->exitCode() == 0, qPrintable(out + page->readAllStandardError()));
+            QCOMPARE(out.trimmed(), QStringLiteral("Pager: Message Sent"));
+        }
+        sim.terminate();
+        QVERIFY(sim.waitForFinished(10000));
+        const QString received = QString::fromUtf8(sim.readAllStandardOutput());
+        for (const QString& text : texts) {
+            QVERIFY2(received.contains(QStringLiteral("PAGE 7654321 ") + text), qPrintable(received));
+        }
+        QVERIFY2(received.contains(QStringLiteral("3 pages, 3 calls")), qPrintable(received));
+        const QString log = QString::fromUtf8(testing::readFile(tmp.filePath(QStringLiteral("data/activity.txt"))));
+        QVERIFY2(log.contains(QStringLiteral("The modem line is in use by another page")), qPrintable(log));
     }
 
 private:

@@ -5,6 +5,8 @@
 
 #include <QtTest>
 
+#include <memory>
+
 using namespace kestrova;
 using kestrova::testing::ModemRig;
 
@@ -249,6 +251,57 @@ private Q_SLOTS:
         QCOMPARE(rig.line->isOpen(), port == QLatin1String("open"));
         rig.host.yield(5);
         QVERIFY(rig.sim.commands.isEmpty());
+    }
+
+    // A page that finds the modem in use by another line (another page of this program, or
+    // another process) waits for it, up to two minutes of the clock, and then goes out; a
+    // line that stays busy, or a cancel, ends the wait with the classic result.
+    void waitsForABusyLine_data()
+    {
+        QTest::addColumn<int>("releaseAfter"); // seconds of the clock; -1: never
+        QTest::addColumn<bool>("cancel");      // the user cancels after 30 s
+        QTest::addColumn<QString>("result");
+        QTest::newRow("free after 40 s") << 40 << false << "Pager: Message Sent";
+        QTest::newRow("busy past two minutes") << -1 << false << "Comm Port Unavailable";
+        QTest::newRow("cancelled while waiting") << -1 << true << "Pager: User Cancelled";
+    }
+    void waitsForABusyLine()
+    {
+        QFETCH(int, releaseAfter);
+        QFETCH(bool, cancel);
+        QFETCH(QString, result);
+        ModemRig rig;
+        QVERIFY2(rig.sim.isValid(), qPrintable(rig.sim.error()));
+        const std::unique_ptr<delivery::SerialLine> other = delivery::createSerialLine();
+        other->setDevice(rig.sim.slavePath());
+        QVERIFY(other->open());
+        const QDateTime start = rig.clock.now();
+        rig.host.onYield = [&] {
+            const qint64 waited = start.secsTo(rig.clock.now());
+            if (releaseAfter >= 0 && waited >= releaseAfter && other->isOpen())
+                other->close();
+            if (cancel && waited >= 30)
+                rig.cancel.set();
+        };
+        delivery::TapPager pager(rig.modem, rig.options);
+        QCOMPARE(pager.SendPage(QStringLiteral("IBM 101.25")), result);
+        const qint64 waited = start.secsTo(rig.clock.now());
+        const QStringList said = rig.statusMessages();
+        QVERIFY(!said.isEmpty());
+        QCOMPARE(said.first(), QStringLiteral("The modem line is in use by another page; waiting up to 2 minutes"));
+        QCOMPARE(said.last(), result);
+        if (releaseAfter >= 0) {
+            QCOMPARE(rig.sim.pages.size(), 1);
+            QCOMPARE(rig.sim.pages[0].text, QStringLiteral("IBM 101.25"));
+            QVERIFY2(waited >= releaseAfter, qPrintable(QString::number(waited)));
+        } else {
+            QVERIFY(rig.sim.pages.isEmpty());
+            QVERIFY(rig.sim.calls.isEmpty());
+            // Given up at the bound (or at the cancel), not before and not long after.
+            const qint64 bound = cancel ? 30 : delivery::ModemLine::kLineWaitSeconds;
+            QVERIFY2(waited >= bound && waited <= bound + 2, qPrintable(QString::number(waited)));
+        }
+        QVERIFY(!rig.line->isOpen());
     }
 
     void tooManyPagesReportTheSubscriptError()
