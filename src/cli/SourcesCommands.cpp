@@ -146,6 +146,7 @@ int testCommand(const GlobalOptions& g, const QStringList& args)
         request.url = quotes::sourceRequestUrl(*s, {asked}, key, &request.shownUrl);
         for (const auto& [name, value] : s->headers)
             request.headers.append({name, QByteArray(value).replace("{key}", key.toUtf8())});
+        request.carriesSecret = s->needsKey() && !key.isEmpty();
         out << s->name << ": " << request.shownUrl << '\n';
         QElapsedTimer elapsed;
         elapsed.start();

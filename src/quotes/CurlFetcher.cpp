@@ -33,6 +33,8 @@ struct CurlFetcher::Job
     bool finished = false;
     HttpResponse response;
     char error[CURL_ERROR_SIZE] = {};
+    QByteArray currentUrl; // where the request now goes, after the redirects followed
+    int redirects = 0;
 
     static size_t collect(char* data, size_t size, size_t count, void* user)
     {
@@ -100,6 +102,29 @@ QString decodeBody(const QByteArray& body, const char* contentType)
     if (type.contains("charset=utf-8") || type.contains("charset=\"utf-8\""))
         return QString::fromUtf8(body);
     return support::decodeCp1252(body);
+}
+
+bool isHttps(const QUrl& url)
+{
+    return url.scheme().compare(QLatin1String("https"), Qt::CaseInsensitive) == 0;
+}
+
+// Why a redirect from one URL to the next is not followed (empty: it may be). A page never
+// goes from https to http, where anyone on the way could read or change it; a request that
+// carries a key goes on only to the host it was meant for.
+QString refusedRedirect(const QString& from, const QString& to, bool carriesSecret)
+{
+    const QUrl a(from);
+    const QUrl b = a.resolved(QUrl(to));
+    if (isHttps(a) && !isHttps(b)) {
+        return QStringLiteral("the server sent the request on from https to ") + support::redactUrl(b.toString()) +
+               QStringLiteral("; not followed");
+    }
+    if (carriesSecret && a.host().compare(b.host(), Qt::CaseInsensitive) != 0) {
+        return QStringLiteral("the server sent the request on to another host (") + b.host() +
+               QStringLiteral("); a request that carries a key is not followed there");
+    }
+    return {};
 }
 
 // Start of the authority part (after "scheme://"), 0 for a URL without a scheme.
@@ -281,18 +306,21 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
         CURL* e = job.easy;
         // A ticker with a blank ("ES Z6") goes out percent-encoded, as a browser sends it;
         // libcurl refuses a URL with a raw blank.
-        QByteArray url = job.request.url.toUtf8();
-        url.replace(' ', "%20");
+        job.currentUrl = job.request.url.toUtf8();
+        job.currentUrl.replace(' ', "%20");
         job.maxBody = m_maxBodyBytes;
-        curl_easy_setopt(e, CURLOPT_URL, url.constData());
+        curl_easy_setopt(e, CURLOPT_URL, job.currentUrl.constData());
         curl_easy_setopt(e, CURLOPT_PRIVATE, &job);
         curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &Job::collect);
         curl_easy_setopt(e, CURLOPT_WRITEDATA, &job);
         curl_easy_setopt(e, CURLOPT_ERRORBUFFER, job.error);
-        curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 1L);
-        curl_easy_setopt(e, CURLOPT_MAXREDIRS, 10L);
+        // A request with a key follows its redirects here, one by one, after looking where
+        // each goes; libcurl would send the key's header to whatever host a server names.
+        curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, job.request.carriesSecret ? 0L : 1L);
+        curl_easy_setopt(e, CURLOPT_MAXREDIRS, long(kMaxRedirects));
         curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
-        curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+        // From https, only on to https.
+        curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, isHttps(QUrl(job.request.url)) ? "https" : "http,https");
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
         if (!m_caFile.isEmpty())
@@ -405,7 +433,42 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
             long connects = 0;
             curl_easy_getinfo(job->easy, CURLINFO_NUM_CONNECTS, &connects);
             m_connectionsOpened += connects;
-            if (code == CURLE_OK) {
+            char* location = nullptr;
+            curl_easy_getinfo(job->easy, CURLINFO_REDIRECT_URL, &location);
+            QString refused;
+            if (code == CURLE_OK && job->request.carriesSecret && status >= 300 && status < 400 && location) {
+                const QString from = QString::fromUtf8(job->currentUrl);
+                refused = refusedRedirect(from, QString::fromUtf8(location), true);
+                if (refused.isEmpty() && job->redirects >= kMaxRedirects) {
+                    refused = QStringLiteral("more than %1 redirects").arg(kMaxRedirects);
+                }
+                if (refused.isEmpty()) {
+                    // Same host: asked again at the new place, on the same handle and connection.
+                    ++job->redirects;
+                    job->currentUrl = QByteArray(location);
+                    job->response.body.clear();
+                    job->tooLarge = false;
+                    curl_multi_remove_handle(multi, job->easy);
+                    curl_easy_setopt(job->easy, CURLOPT_URL, job->currentUrl.constData());
+                    if (curl_multi_add_handle(multi, job->easy) == CURLM_OK)
+                        continue;
+                    refused = cannotStart;
+                }
+            } else if (code == CURLE_UNSUPPORTED_PROTOCOL && isHttps(QUrl(job->request.url))) {
+                // libcurl stopped at a redirect to a scheme it was not let follow from https;
+                // following itself, it keeps the target as the transfer's URL, not as a redirect.
+                if (!location)
+                    curl_easy_getinfo(job->easy, CURLINFO_EFFECTIVE_URL, &location);
+                if (location)
+                    refused = refusedRedirect(QString::fromUtf8(job->currentUrl), QString::fromUtf8(location), false);
+                if (refused.isEmpty())
+                    refused = QStringLiteral("the server sent the request on from https to plain http; not followed");
+            }
+            if (!refused.isEmpty()) {
+                r.status = int(status);
+                r.body = QByteArray();
+                r.error = refused;
+            } else if (code == CURLE_OK) {
                 r.status = int(status);
                 const char* type = nullptr;
                 curl_easy_getinfo(job->easy, CURLINFO_CONTENT_TYPE, &type);

@@ -28,6 +28,8 @@ public:
     // A full portfolio (50 securities) is handed over in one round; the per-host limit
     // decides how many of them reach one service at once.
     static constexpr int kMaxParallel = 50;
+    // Redirects one request follows at most.
+    static constexpr int kMaxRedirects = 10;
     // What a browser allows itself per host.
     static constexpr int kDefaultHostConnections = 6;
     // No quote page or source answer comes near this; a body past it is cut off and

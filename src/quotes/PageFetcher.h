@@ -26,6 +26,9 @@ struct HttpRequest
     int hostLimit = 0;
     // At least this long between the starts of two requests to one host.
     int spacingMs = 0;
+    // A key travels with the request (in its URL or a header): a redirect is followed only
+    // on the same host, never to another one that would receive the key.
+    bool carriesSecret = false;
 };
 
 // What came back: the HTTP status (0 when no answer arrived) with the body as bytes, or

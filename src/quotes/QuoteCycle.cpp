@@ -188,6 +188,7 @@ QStringList askSource(const SourceStage& stage, const std::vector<SourceItem>& i
             h.headers.append({name, QByteArray(value).replace("{key}", stage.key.toUtf8())});
         h.hostLimit = src.connections;
         h.spacingMs = src.spacingMs;
+        h.carriesSecret = src.needsKey() && !stage.key.isEmpty();
         http.push_back(h);
     }
     sv.host.setStatusText(QStringLiteral("Getting quotes from ") + src.name);

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUrl>
 
 using namespace kestrova;
 
@@ -182,6 +183,77 @@ private Q_SLOTS:
         QCOMPARE(market.market()->requestCount() - before, 2);
         QCOMPARE(stopped.back().status, 0);
         QVERIFY(stopped.back().error.isEmpty());
+    }
+
+    // A page is never sent on from https to plain http, and a request that carries a key
+    // goes on only to its own host: a server cannot hand the key to another one.
+    void redirects_data()
+    {
+        QTest::addColumn<bool>("https");         // the first server speaks TLS
+        QTest::addColumn<bool>("carriesSecret"); // the request carries a key
+        QTest::addColumn<QString>("target");     // where the first server sends it
+        QTest::addColumn<QString>("error");      // empty: followed to the target's answer
+        QTest::newRow("plain page to another host") << false << false << "http://localhost:{port}/landed"
+                                                    << "";
+        QTest::newRow("key, same host") << false << true << "http://127.0.0.1:{port}/landed"
+                                        << "";
+        // The first server answers its own redirect again: a loop on one host ends at the limit.
+        QTest::newRow("key, same host, in a loop") << false << true << "/again"
+                                                   << "more than 10 redirects";
+        QTest::newRow("key, another host") << false << true << "http://localhost:{port}/landed"
+                                           << "sent the request on to another host (localhost)";
+        QTest::newRow("https to http") << true << false << "http://127.0.0.1:{port}/landed"
+                                       << "sent the request on from https to http://127.0.0.1:";
+        QTest::newRow("key, https to http on the same host") << true << true << "http://127.0.0.1:{port}/landed"
+                                                             << "sent the request on from https to http://127.0.0.1:";
+    }
+    void redirects()
+    {
+        QFETCH(bool, https);
+        QFETCH(bool, carriesSecret);
+        QFETCH(QString, target);
+        QFETCH(QString, error);
+        testing::HttpPeer landing(testing::httpResponse(200, "landed", "text/plain"));
+        const quint16 landingPort = QUrl(landing.url(QStringLiteral("/"))).port();
+        QTemporaryDir dir;
+        const QString cert = dir.filePath(QStringLiteral("cert.pem"));
+        const QString key = dir.filePath(QStringLiteral("key.pem"));
+        QStringList extra;
+        if (https) {
+            QVERIFY(testing::makeLoopbackCertificate(cert, key));
+            extra << QStringLiteral("--tls") << cert << key;
+        }
+        const quint16 port = testing::freePort();
+        testing::PeerProcess first;
+        QVERIFY2(first.start(
+                     testing::systemPython(),
+                     QStringList{QStringLiteral(KESTROVA_PEERS_DIR "/http_fault_peer.py"), QString::number(port),
+                                 QStringLiteral("redirect:") +
+                                     QString(target).replace(QLatin1String("{port}"), QString::number(landingPort))} +
+                         extra,
+                     QStringLiteral("READY")),
+                 first.log().constData());
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        if (https) {
+            fetcher.setCaFile(cert);
+        }
+        quotes::HttpRequest request;
+        request.url = QStringLiteral("%1://127.0.0.1:%2/q?s=IBM").arg(https ? "https" : "http").arg(port);
+        request.headers = {{"X-Api-Key", "k-123456"}};
+        request.carriesSecret = carriesSecret;
+        const quotes::HttpResponse r = fetcher.fetch({request}).front();
+        if (error.isEmpty()) {
+            QVERIFY2(r.error.isEmpty(), qPrintable(r.error));
+            QCOMPARE(r.status, 200);
+            QCOMPARE(r.body, QByteArray("landed"));
+            QCOMPARE(landing.heads.size(), 1);
+            QVERIFY(landing.heads[0].startsWith("GET /landed "));
+        } else {
+            QVERIFY2(r.error.contains(error), qPrintable(r.error));
+            QVERIFY(r.body.isEmpty());
+            QVERIFY2(landing.heads.isEmpty(), landing.heads.value(0).constData());
+        }
     }
 
 private:
