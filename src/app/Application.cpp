@@ -748,7 +748,7 @@ QString Application::composePageText(bool smtpRoute, bool includeAll)
         // news.dat was written by the retrieval, before these stories were paged; without
         // the marks the next start (or the next one-shot update) pages the same headlines.
         if (marked > 0 && !m_news->WriteNews()) {
-            m_log.LogMessage(QStringLiteral("WriteNews:: Path/File access error"));
+            m_log.LogMessage(QStringLiteral("WriteNews:: Path/File access error (") + m_news->fileName() + u')');
         }
     }
     return text;
@@ -757,6 +757,14 @@ QString Application::composePageText(bool smtpRoute, bool includeAll)
 QString Application::sourceHealthPath() const
 {
     return QDir(m_dataDir).filePath(QStringLiteral("sources.state"));
+}
+
+void Application::saveSourceHealth()
+{
+    const QString path = sourceHealthPath();
+    if (const support::SaveResult saved = m_health.save(path, m_clock.today()); !saved) {
+        m_services.Failure(quotes::SourceHealth::saveFailure(path, saved));
+    }
 }
 
 void Application::waitForLine()
@@ -913,7 +921,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
                 m_state.quotesAvailable = r.quotesAvailable;
                 cycleCompleted = r.completed;
                 healthWarnings = r.healthWarnings;
-                m_health.save(sourceHealthPath(), m_clock.today());
+                saveSourceHealth();
                 if (o.news.retrieve) {
                     news::markFreshNews(m_stockQuotes, *m_news);
                 }
@@ -982,7 +990,7 @@ void Application::update(bool pagingEnabled, bool marketMoment)
         runStep("PageSourceHealth", [&] {
             deliverText(healthWarnings.join(QStringLiteral("; ")), true, delivery::PushKind::Manual);
             m_health.setPaged(m_clock.today());
-            m_health.save(sourceHealthPath(), m_clock.today());
+            saveSourceHealth();
         });
     }
 

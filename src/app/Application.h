@@ -244,6 +244,7 @@ private:
     void mirrorMailHeaders();
     void waitForLine();
     QString sourceHealthPath() const;
+    void saveSourceHealth();
 
     support::Clock& m_clock;
     support::Host& m_host;

@@ -157,7 +157,8 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     core::Quotes options;
     const QDateTime fetchedAt = ctx.clock.now();
     const quotes::CycleResult result = quotes::GetQuotes(cycle, stocks, options);
-    health.save(healthPath, ctx.clock.today());
+    if (const support::SaveResult saved = health.save(healthPath, ctx.clock.today()); !saved)
+        ctx.services.Failure(quotes::SourceHealth::saveFailure(healthPath, saved));
     if (ctx.options.news.retrieve)
         news::markFreshNews(stocks, stories);
     // A cycle from cron fills the chart like one of the program's own updates.

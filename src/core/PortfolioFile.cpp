@@ -2,14 +2,12 @@
 
 #include "support/Cp1252.h"
 #include "support/Format.h"
-#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 #include "support/VbError.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <charconv>
 #include <cmath>
@@ -456,7 +454,7 @@ void readSections(ItemReader& r, PortfolioTable& t, Options& o)
     }
 }
 
-int errorFromFileDevice(const QFileDevice& f, const QString& path)
+int errorFromFileDevice(QFileDevice::FileError error, const QString& path)
 {
     const QFileInfo info(path);
     if (!info.absoluteDir().exists()) {
@@ -470,7 +468,7 @@ int errorFromFileDevice(const QFileDevice& f, const QString& path)
     if (!QFileInfo(info.absolutePath()).isWritable()) {
         return VbError::PermissionDenied;
     }
-    switch (f.error()) {
+    switch (error) {
     case QFileDevice::PermissionsError:
         return VbError::PermissionDenied;
     case QFileDevice::WriteError:
@@ -602,18 +600,8 @@ PortfolioFileResult PortfolioFile::write(const QString& path, const PortfolioTab
     PortfolioFileResult result;
     try {
         const QByteArray bytes = encode(table, options);
-        QSaveFile file(path);
-        if (!file.open(QIODevice::WriteOnly)) {
-            throw VbError(errorFromFileDevice(file, path));
-        }
-        file.setPermissions(support::kPrivateFile); // it holds passwords
-        if (file.write(bytes) != bytes.size()) {
-            const int err = errorFromFileDevice(file, path);
-            file.cancelWriting();
-            throw VbError(err);
-        }
-        if (!support::commitWhole(file)) {
-            throw VbError(errorFromFileDevice(file, path));
+        if (const support::SaveResult saved = support::saveWhole(path, bytes); !saved) {
+            throw VbError(errorFromFileDevice(saved.error, path));
         }
     } catch (const VbError& e) {
         result.error = e.number();

@@ -127,7 +127,9 @@ NewsRetrievalResult RetrieveNews(const core::PortfolioTable& portfolio, const co
     // the kept days by more than one update's headlines.
     stories.PurgeNews(purgeDays);
     if (!stories.WriteNews()) {
-        throw support::VbError(kFileAccessError, QStringLiteral("Path/File access error"));
+        // Named: on a full disk the user has to know which file kept its old stories.
+        throw support::VbError(kFileAccessError,
+                               QStringLiteral("Path/File access error (") + stories.fileName() + u')');
     }
     services.log.LogMessage(QStringLiteral("Internet: News Retrieved"));
     return result;

@@ -4,13 +4,11 @@
 #include "support/Clock.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
-#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 #include "support/VbError.h"
 
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 namespace kestrova::news {
 
@@ -198,11 +196,7 @@ bool NewsStories::WriteNews() const
                              s->time() + QStringLiteral("\r\n");
         out += support::encodeCp1252(line);
     }
-    QSaveFile file(m_fileName);
-    if (!support::openPrivate(file)) {
-        return false;
-    }
-    return file.write(out) == out.size() && support::commitWhole(file);
+    return support::saveWhole(m_fileName, out).ok;
 }
 
 bool NewsStories::ReadNews()

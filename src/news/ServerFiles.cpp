@@ -4,13 +4,11 @@
 #include "news/ServerDat.h"
 #include "quotes/ServersDat.h"
 #include "support/Paths.h"
-#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 namespace kestrova::news {
 
@@ -29,12 +27,7 @@ bool copyIfMissing(const QDir& to, const QDir& from, const QString& name)
     if (!source.open(QIODevice::ReadOnly)) {
         return false;
     }
-    QSaveFile target(to.filePath(name));
-    if (!support::openPrivate(target)) {
-        return false;
-    }
-    const QByteArray bytes = source.readAll();
-    return target.write(bytes) == bytes.size() && support::commitWhole(target);
+    return support::saveWhole(to.filePath(name), source.readAll()).ok;
 }
 
 } // namespace
@@ -99,13 +92,7 @@ bool retargetDemoMarket(const QString& dataDir, quint16 port)
             continue;
         }
         text.replace(loopback, to);
-        const QByteArray bytes = text.toLatin1();
-        QSaveFile out(path);
-        if (!support::openPrivate(out)) {
-            ok = false;
-            continue;
-        }
-        ok = out.write(bytes) == bytes.size() && support::commitWhole(out) && ok;
+        ok = support::saveWhole(path, text.toLatin1()).ok && ok;
     }
     return ok;
 }

@@ -1,13 +1,11 @@
 #include "quotes/SourceHealth.h"
 
-#include "support/PrivateFiles.h"
 #include "support/SaveFile.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 
 namespace kestrova::quotes {
 
@@ -103,7 +101,7 @@ void SourceHealth::load(const QString& path)
     }
 }
 
-bool SourceHealth::save(const QString& path, const QDate& today) const
+support::SaveResult SourceHealth::save(const QString& path, const QDate& today) const
 {
     QJsonObject sources;
     for (auto it = m_sources.begin(); it != m_sources.end(); ++it) {
@@ -129,11 +127,13 @@ bool SourceHealth::save(const QString& path, const QDate& today) const
     QJsonObject root{{QStringLiteral("sources"), sources}};
     if (m_lastPaged.isValid())
         root.insert(QStringLiteral("lastPaged"), m_lastPaged.toString(Qt::ISODate));
-    QSaveFile f(path);
-    if (!support::openPrivate(f))
-        return false;
-    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
-    return f.write(bytes) == bytes.size() && support::commitWhole(f);
+    return support::saveWhole(path, QJsonDocument(root).toJson(QJsonDocument::Indented));
+}
+
+QString SourceHealth::saveFailure(const QString& path, const support::SaveResult& result)
+{
+    return QStringLiteral("The state of the quote sources could not be saved in ") + path + QStringLiteral(": ") +
+           result.errorString + QStringLiteral("; the file keeps what it held before this update");
 }
 
 } // namespace kestrova::quotes

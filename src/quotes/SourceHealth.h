@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/SaveFile.h"
+
 #include <QDate>
 #include <QDateTime>
 #include <QHash>
@@ -36,7 +38,10 @@ public:
     // Reads the file (a missing or damaged one is a fresh start) and writes it atomically.
     // Securities not asked about for 30 days are forgotten on save.
     void load(const QString& path);
-    bool save(const QString& path, const QDate& today) const;
+    support::SaveResult save(const QString& path, const QDate& today) const;
+    // What the user is told of a save that failed: the rest periods it held are not lost
+    // from the file, but what this update learnt is.
+    static QString saveFailure(const QString& path, const support::SaveResult& result);
 
 private:
     struct Security

@@ -11,4 +11,23 @@ bool commitWhole(QSaveFile& file)
     return file.flush() && file.commit();
 }
 
+SaveResult saveWhole(const QString& path, const QByteArray& bytes)
+{
+    QSaveFile file(path);
+    auto failed = [&file] { return SaveResult{false, file.error(), file.errorString()}; };
+    if (!file.open(QIODevice::WriteOnly)) {
+        return failed();
+    }
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (file.write(bytes) != bytes.size()) {
+        SaveResult r = failed();
+        file.cancelWriting();
+        return r;
+    }
+    if (!commitWhole(file)) {
+        return failed();
+    }
+    return {};
+}
+
 } // namespace kestrova::support
