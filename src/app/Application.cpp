@@ -1,6 +1,7 @@
 #include "app/Application.h"
 
 #include "core/ModemProfiles.h"
+#include "core/OptionChecks.h"
 #include "core/OptionRegistry.h"
 #include "core/PortfolioEntries.h"
 #include "core/PortfolioFile.h"
@@ -31,6 +32,7 @@
 #include "support/Cp1252.h"
 #include "support/Format.h"
 #include "support/Host.h"
+#include "support/Secrets.h"
 #include "support/VbError.h"
 
 #include <QDir>
@@ -44,11 +46,14 @@ namespace kestrova::app {
 namespace {
 constexpr qint16 kConnectionDialup = 0;
 
-// A quote source's API key, kept scrambled in the user's settings store.
+// A quote source's API key, kept scrambled in the user's settings store. Once used it is
+// a secret no text may show.
 QString sourceKey(const QString& sourceName)
 {
-    return settings::SettingsStore().getSecret(settings::kSettingsSection,
-                                               core::OptionRegistry::sourceKeyStoreKey(sourceName));
+    const QString key = settings::SettingsStore().getSecret(settings::kSettingsSection,
+                                                            core::OptionRegistry::sourceKeyStoreKey(sourceName));
+    support::rememberSecret(key);
+    return key;
 }
 constexpr qint16 kConnectionDirect = 1;
 constexpr qint16 kConnectionExternal = 2;
@@ -108,13 +113,13 @@ QStringList mailHeaderTexts(const core::Options& o, const core::MailBox& box)
 } // namespace
 
 Application::Application(support::Clock& clock, support::Host& host, QString dataDir, Transports transports)
-    : m_clock(clock), m_host(host), m_dataDir(std::move(dataDir)),
-      m_log(clock, host), m_services{clock, host, m_cancel, m_log},
+    : m_clock(clock), m_shownHost(host), m_host(m_shownHost), m_dataDir(std::move(dataDir)),
+      m_log(clock, m_host), m_services{clock, m_host, m_cancel, m_log},
       m_newsServers(std::make_unique<news::NewsServers>()),
       m_news(std::make_unique<news::NewsStories>(clock, QDir(m_dataDir).filePath(QStringLiteral("news.dat")))),
-      m_fetcher(std::make_unique<quotes::CurlFetcher>(host, m_state.options.proxy)),
+      m_fetcher(std::make_unique<quotes::CurlFetcher>(m_host, m_state.options.proxy)),
       m_serial(transports.serial ? std::move(transports.serial) : delivery::createSerialLine()),
-      m_smtpSender(std::make_unique<delivery::CurlSmtpSender>(host)),
+      m_smtpSender(std::make_unique<delivery::CurlSmtpSender>(m_host)),
       m_push(std::make_unique<delivery::PushNotifier>(m_services, m_state.options.push)),
       m_history(std::make_unique<history::HistoryRecorder>(
           m_services, QDir(m_dataDir).filePath(history::HistoryStore::defaultFileName()))),
@@ -153,7 +158,7 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     hooks.schedule.runUpdate = [this](bool marketMoment) { update(m_state.options.paging.enabled, marketMoment); };
     hooks.schedule.internetService = [this] { return !m_state.options.modem.quoteService; };
     hooks.schedule.status = [this](const QString& s) { m_services.StatusMessage(s); };
-    m_cycle = std::make_unique<MinuteCycle>(clock, host, std::move(hooks));
+    m_cycle = std::make_unique<MinuteCycle>(clock, m_host, std::move(hooks));
 }
 
 Application::~Application() = default;
@@ -256,6 +261,7 @@ void Application::applyOptions(const core::Options& options)
         m_state.fileModified = true;
     }
     m_state.options = options;
+    core::rememberSecrets(m_state.options);
     m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
     m_fetcher->setProxy(m_state.options.proxy);
     setUpSerial();
@@ -403,6 +409,7 @@ bool Application::openFile(const QString& path)
     // references into the options.
     m_state.portfolio = *portfolio;
     m_state.options = *options;
+    core::rememberSecrets(m_state.options);
     m_state.currentFile = path;
     m_fileStamp = stamp;
     m_state.caption = QStringLiteral("Kestrova - ") + path;
@@ -688,7 +695,7 @@ QString Application::lastFetchUrl() const
 
 QString Application::lastFetchPage() const
 {
-    return m_fetcher->lastPage();
+    return support::redactSecrets(m_fetcher->lastPage());
 }
 
 QString Application::diagnostics() const

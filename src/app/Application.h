@@ -18,6 +18,7 @@
 #include "settings/Preferences.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
+#include "support/Secrets.h"
 #include "support/Services.h"
 
 #include <QHash>
@@ -247,6 +248,8 @@ private:
     void saveSourceHealth();
 
     support::Clock& m_clock;
+    // The face as the engine talks to it: no text reaches it with a secret in it.
+    support::RedactingHost m_shownHost;
     support::Host& m_host;
     QString m_dataDir;
     support::CancelFlag m_cancel;

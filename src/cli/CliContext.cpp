@@ -1,6 +1,7 @@
 #include "cli/CliContext.h"
 
 #include "core/ModemProfiles.h"
+#include "core/OptionChecks.h"
 #include "core/OptionRegistry.h"
 #include "core/PortfolioFile.h"
 #include "settings/IniMigration.h"
@@ -11,7 +12,8 @@
 
 namespace kestrova::cli {
 
-CliContext::CliContext(const GlobalOptions& g) : global(g), log(clock, host), services{clock, host, cancel, log}
+CliContext::CliContext(const GlobalOptions& g)
+    : global(g), log(clock, shownHost), services{clock, shownHost, cancel, log}
 {
     host.showTerminal = g.verbose;
     log.setPath(g.dataDir);
@@ -33,7 +35,7 @@ CliContext::CliContext(const GlobalOptions& g) : global(g), log(clock, host), se
 
 bool CliContext::fail(const QString& message)
 {
-    QTextStream(stderr) << message << '\n';
+    QTextStream(stderr) << support::redactSecrets(message) << '\n';
     log.LogMessage(message);
     return false;
 }
@@ -52,6 +54,7 @@ bool CliContext::loadPortfolio()
 {
     m_stamp = core::FileStamp::of(portfolioPath);
     const core::PortfolioFileResult r = core::PortfolioFile::read(portfolioPath, portfolio, options);
+    core::rememberSecrets(options);
     if (r.ok()) {
         return true;
     }
@@ -63,8 +66,10 @@ bool CliContext::loadPortfolio()
 
 QString CliContext::sourceKey(const QString& sourceName)
 {
-    return settings::SettingsStore().getSecret(settings::kSettingsSection,
-                                               core::OptionRegistry::sourceKeyStoreKey(sourceName));
+    const QString key = settings::SettingsStore().getSecret(settings::kSettingsSection,
+                                                            core::OptionRegistry::sourceKeyStoreKey(sourceName));
+    support::rememberSecret(key);
+    return key;
 }
 
 void CliContext::showOnlyResults()

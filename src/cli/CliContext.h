@@ -9,6 +9,7 @@
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
+#include "support/Secrets.h"
 #include "support/Services.h"
 
 #include <memory>
@@ -41,6 +42,8 @@ public:
     GlobalOptions global;
     support::SystemClock clock;
     ConsoleHost host;
+    // The console as the engine talks to it: no text reaches it with a secret in it.
+    support::RedactingHost shownHost{host};
     support::CancelFlag cancel;
     support::CLogFile log;
     support::Services services;

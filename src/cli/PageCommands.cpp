@@ -76,7 +76,7 @@ int pageCommand(const GlobalOptions& global, const QStringList& args)
     line->setDevice(device.isEmpty() ? ctx.modemDevice : device);
     delivery::ModemLine modem(ctx.services, *line, ctx.options.modem);
     delivery::ManualPage page(modem, ctx.options);
-    delivery::CurlSmtpSender smtpSender(ctx.host);
+    delivery::CurlSmtpSender smtpSender(ctx.shownHost);
     smtpSender.setCancelCheck([&ctx] { return ctx.cancel.isSet(); });
     net::DialupConnection connection(ctx.services, ctx.options.connection);
     delivery::SmtpPager smtp(ctx.services, ctx.options, smtpSender, &connection);

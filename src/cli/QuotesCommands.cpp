@@ -14,11 +14,13 @@
 #include "quotes/ServersDat.h"
 #include "quotes/SourceHealth.h"
 
+#include "support/Secrets.h"
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
+
 #include <QTextStream>
 #include <QUrl>
 
@@ -41,7 +43,7 @@ const QString kQuotesUsage =
 bool loadDefinitions(CliContext& ctx, const quotes::BuiltInServers& builtIn, quotes::ServerDefinitions& defs,
                      news::NewsServers& newsServers)
 {
-    return news::loadServerDefinitions(ctx.global.dataDir, newsServers, defs, builtIn, ctx.host);
+    return news::loadServerDefinitions(ctx.global.dataDir, newsServers, defs, builtIn, ctx.shownHost);
 }
 
 void listServers(QTextStream& out, const QString& title, const quotes::QServers& servers,
@@ -103,7 +105,7 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     news::NewsServers newsServers;
     loadDefinitions(ctx, builtIn, defs, newsServers);
 
-    quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
+    quotes::CurlFetcher fetcher(ctx.shownHost, ctx.options.proxy);
     fetcher.setHostConnections(ctx.prefs.hostConnections);
     // Ctrl-C and SIGTERM drop the transfers in flight at once.
     SignalWatcher stop([&ctx](int) { ctx.cancel.set(); });
@@ -172,7 +174,9 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
     }
 
     const int got = stocks.Count() + options.Count();
-    QTextStream out(stdout);
+    // What the services sent is printed as the rest of the program shows text: without a secret.
+    QString text;
+    QTextStream out(&text);
     if (json) {
         auto toJson = [&](const core::Quote& q) {
             const int source = quotes::pricingServer(q, ctx.options.quotes.server);
@@ -216,6 +220,8 @@ int quotesCommand(const GlobalOptions& g, const QStringList& args)
         }
         out << got << " of " << result.requested << " quotes retrieved\n";
     }
+    out.flush();
+    QTextStream(stdout) << support::redactSecrets(text);
     return got > 0 ? kExitOk : kExitFailure;
 }
 

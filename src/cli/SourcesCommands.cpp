@@ -8,6 +8,7 @@
 #include "quotes/SourceHealth.h"
 #include "support/Format.h"
 #include "support/Paths.h"
+#include "support/Secrets.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -131,10 +132,27 @@ int testCommand(const GlobalOptions& g, const QStringList& args)
             chosen.push_back(&s);
     }
 
-    quotes::CurlFetcher fetcher(ctx.host, ctx.options.proxy);
+    quotes::CurlFetcher fetcher(ctx.shownHost, ctx.options.proxy);
     fetcher.setHostConnections(ctx.prefs.hostConnections);
     bool allPriced = !chosen.empty();
+    out.flush();
+    // Each source's report is printed as the rest of the program shows text: a service that
+    // quotes its request back, key and all, shows "***" in the key's place.
+    QString report;
+    out.setString(&report);
+    struct Printed
+    {
+        QTextStream& out;
+        QString& report;
+        ~Printed()
+        {
+            out.flush();
+            QTextStream(stdout) << support::redactSecrets(report);
+            report.clear();
+        }
+    };
     for (const quotes::SourceDefinition* s : chosen) {
+        const Printed printed{out, report};
         const QString key = CliContext::sourceKey(s->name);
         if (s->needsKey() && key.isEmpty()) {
             out << s->name << ": needs a key: kestrova-cli options set "

@@ -1,10 +1,13 @@
 #include "core/OptionChecks.h"
 
 #include "core/OptionRegistry.h"
+#include "core/Options.h"
 #include "core/ScheduleRules.h"
 #include "support/Format.h"
+#include "support/Secrets.h"
 
 #include <QRegularExpression>
+#include <QUrl>
 
 #include <algorithm>
 
@@ -20,6 +23,17 @@ bool truthy(const QString& text)
 }
 
 } // namespace
+
+void rememberSecrets(const Options& options)
+{
+    support::rememberSecret(options.mail.password);
+    support::rememberSecret(options.smtp.password);
+    support::rememberSecret(options.push.token);
+    support::rememberSecret(QUrl(options.push.url).password());
+    for (const ServerLogon& logon : options.quotes.logons) {
+        support::rememberSecret(logon.password);
+    }
+}
 
 bool isHostName(const QString& text)
 {

@@ -11,6 +11,12 @@
 
 namespace kestrova::core {
 
+struct Options;
+
+// Tells support::rememberSecret every secret the options hold (passwords, the push token,
+// a log-on in the push URL), so no text shown or logged carries one.
+void rememberSecrets(const Options& options);
+
 // Text forms the option fields take. Each answers whether the whole text is of that form;
 // an empty text is never one (fields that may stay empty test for that first).
 bool isEmailAddress(const QString& text);

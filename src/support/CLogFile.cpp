@@ -5,6 +5,7 @@
 #include "support/Format.h"
 #include "support/Host.h"
 #include "support/PrivateFiles.h"
+#include "support/Secrets.h"
 
 #include <QDir>
 #include <QFile>
@@ -116,7 +117,7 @@ void CLogFile::LogMessage(const QString& message, QString* textBox)
         return;
     }
     try {
-        const QString line = message + u' ' + generalDate(m_clock.now()) + QStringLiteral("\r\n");
+        const QString line = redactSecrets(message) + u' ' + generalDate(m_clock.now()) + QStringLiteral("\r\n");
         appendBytes(encodeCp1252(line), true);
         if (textBox) {
             *textBox += line;

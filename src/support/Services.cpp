@@ -5,6 +5,7 @@
 #include "support/Clock.h"
 #include "support/Format.h"
 #include "support/Host.h"
+#include "support/Secrets.h"
 #include "support/StatusLine.h"
 
 #include <algorithm>
@@ -13,14 +14,15 @@ namespace kestrova::support {
 
 void Services::StatusMessage(const QString& message) const
 {
-    host.appendStatusLine(statusLine(message, clock.now()));
-    log.LogMessage(message);
+    const QString shown = redactSecrets(message);
+    host.appendStatusLine(statusLine(shown, clock.now()));
+    log.LogMessage(shown);
 }
 
 void Services::Failure(const QString& message) const
 {
     StatusMessage(message);
-    host.reportFailure(message);
+    host.reportFailure(redactSecrets(message));
 }
 
 void Services::pause(double seconds) const

@@ -1,6 +1,7 @@
 #include "support/Text.h"
 
 #include "support/Format.h"
+#include "support/Secrets.h"
 
 #include <cmath>
 
@@ -105,15 +106,16 @@ QString redactUrl(const QString& url)
     while (end < url.size() && url[end] != u'/' && url[end] != u'?' && url[end] != u'#') {
         ++end;
     }
+    // A key the URL carries elsewhere (a query parameter) goes like every other secret.
     const qsizetype at = url.lastIndexOf(u'@', end - 1);
     if (at < start) {
-        return url;
+        return redactSecrets(url);
     }
     const qsizetype colon = url.indexOf(u':', start);
     if (colon < 0 || colon > at) {
-        return url;
+        return redactSecrets(url);
     }
-    return url.left(colon + 1) + QStringLiteral("***") + url.mid(at);
+    return redactSecrets(url.left(colon + 1) + QStringLiteral("***") + url.mid(at));
 }
 
 } // namespace kestrova::support

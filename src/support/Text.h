@@ -16,8 +16,9 @@ QString ExtractBetween(const QString& startKey, const QString& endKey, const QSt
 // formatted "####0." + digits zeros; "n/a" stays; a negative digit count is taken as 2.
 QString ConvertFraction(const QString& text, int digits);
 
-// The URL with the password of a "user:password@" part replaced by "***": the only form
-// in which a URL that may carry a log-on reaches a log line, a status line or the screen.
+// The URL with the password of a "user:password@" part and every known secret (a key in
+// the query) replaced by "***": the only form in which a URL that may carry a log-on
+// reaches a log line, a status line or the screen.
 QString redactUrl(const QString& url);
 
 // "####0." followed by `digits` zeros: the price pattern shared by quotes and fractions.
