@@ -176,8 +176,13 @@ bool openForReading(CliContext& ctx, history::HistoryStore& store, bool& exists)
         return true;
     }
     if (!store.open()) {
-        QTextStream(stderr) << "History is off: " << store.lastError() << '\n';
-        return false;
+        // A folder this process cannot write (a read-only mount) still has a history to show.
+        const QString why = store.lastError();
+        if (!store.openReadOnly()) {
+            QTextStream(stderr) << "History is off: " << why << '\n';
+            return false;
+        }
+        return true;
     }
     if (!store.setAsidePath().isEmpty()) {
         const QString line = QStringLiteral("History: the damaged history file was kept as ") + store.setAsidePath() +

@@ -11,6 +11,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
+#include <QUrl>
 
 #include <limits>
 
@@ -340,6 +341,56 @@ bool HistoryStore::open()
         break;
     }
     return startOver();
+}
+
+bool HistoryStore::openReadOnly()
+{
+    close();
+    m_setAside.clear();
+    m_damaged = false;
+    m_error.clear();
+    if (!QFileInfo::exists(m_path)) {
+        m_error = m_path + QStringLiteral(" does not exist");
+        return false;
+    }
+    const QString uri = QStringLiteral("file:") + QString::fromLatin1(QUrl::toPercentEncoding(m_path, "/"));
+    QString firstError;
+    for (const char* how : {"?mode=ro", "?immutable=1"}) {
+        int version = -1;
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
+            db.setDatabaseName(uri + QLatin1String(how));
+            db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_OPEN_URI;QSQLITE_BUSY_TIMEOUT=5000"));
+            if (!db.open()) {
+                fail(QStringLiteral("cannot open ") + m_path, db.lastError());
+            } else {
+                QSqlQuery q(db);
+                if (q.exec(QStringLiteral("SELECT version FROM schema_version")) && q.next()) {
+                    version = q.value(0).toInt();
+                } else {
+                    fail(QStringLiteral("cannot read ") + m_path, q.lastError());
+                }
+            }
+        }
+        if (version == kSchemaVersion) {
+            m_error.clear();
+            m_damaged = false;
+            m_open = true;
+            return true;
+        }
+        close();
+        if (version >= 0) {
+            m_error = m_path + QStringLiteral(" holds schema %1, which this version reads only after an upgrade; "
+                                              "the folder cannot be written")
+                                   .arg(version);
+            return false;
+        }
+        if (firstError.isEmpty()) {
+            firstError = m_error;
+        }
+    }
+    m_error = firstError;
+    return false;
 }
 
 bool HistoryStore::startOver()

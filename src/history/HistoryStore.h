@@ -35,6 +35,12 @@ public:
     // Opens (creating or upgrading the schema). False when the history cannot be kept
     // here; lastError() says why.
     bool open();
+    // Opens an existing store of the current schema only to read it, creating, upgrading
+    // and repairing nothing: for a data folder this process cannot write (a read-only
+    // mount), where open() fails because WAL wants a shared-memory file beside the database.
+    // Where no such file can be had, the database is read as immutable: on a read-only
+    // folder nobody can be writing it.
+    bool openReadOnly();
     void close();
     bool isOpen() const { return m_open; }
     const QString& path() const { return m_path; }

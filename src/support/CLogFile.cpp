@@ -29,6 +29,13 @@ QString systemError(int error, const QString& file)
 
 CLogFile::CLogFile(const Clock& clock, Host& host) : m_clock(clock), m_host(host) {}
 
+CLogFile::~CLogFile()
+{
+    if (m_lockFd >= 0) {
+        ::close(m_lockFd); // gives up this program's mark on the folder
+    }
+}
+
 void CLogFile::setPath(const QString& path)
 {
     m_path = path;
@@ -54,6 +61,52 @@ QString CLogFile::oldFullPath() const
     return m_path + u'/' + m_oldFileName;
 }
 
+QString CLogFile::lockFullPath() const
+{
+    return m_path + u'/' + m_oldFileName.chopped(3) + QStringLiteral("lock");
+}
+
+bool CLogFile::claimFolder()
+{
+    // Open file description locks: they belong to this descriptor, so two programs in one
+    // process (tests, a demo beside a window) see each other as two programs, and they go
+    // with the process however it ends, so a crashed program never leaves a mark behind.
+    if (m_lockFd < 0) {
+        const QByteArray path = QFile::encodeName(lockFullPath());
+        m_lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (m_lockFd < 0) {
+            // No mark can be made here (a read-only folder), so nobody else made one either.
+            return true;
+        }
+    }
+    struct flock lock = {};
+    lock.l_whence = SEEK_SET;
+    lock.l_start = 0;
+    lock.l_len = 1;
+    // The exclusive lock is had only when no other program holds its shared one. It is held
+    // while the log turns over and then becomes shared in one step, so a program starting
+    // meanwhile cannot turn over the log this one just began.
+    lock.l_type = F_WRLCK;
+    const bool alone = ::fcntl(m_lockFd, F_OFD_SETLK, &lock) == 0;
+    if (alone) {
+        StartNewLog();
+    }
+    lock.l_type = F_RDLCK;
+    // Waits only while another program turns its log over.
+    while (::fcntl(m_lockFd, F_OFD_SETLKW, &lock) != 0 && errno == EINTR) {
+    }
+    return alone;
+}
+
+bool CLogFile::alreadySaid(const QString& failure)
+{
+    if (failure == m_lastFailure) {
+        return true;
+    }
+    m_lastFailure = failure;
+    return false;
+}
+
 void CLogFile::setLogEnable(bool enable, Start start)
 {
     if (m_path.isEmpty() || m_logFileName.isEmpty()) {
@@ -61,8 +114,8 @@ void CLogFile::setLogEnable(bool enable, Start start)
         return;
     }
     m_logEnable = enable;
-    if (!m_previousEnable && enable && start == Start::NewLog) {
-        StartNewLog();
+    if (!m_previousEnable && enable) {
+        m_joined = start == Start::Append || !claimFolder();
     }
     m_previousEnable = enable;
 }
@@ -73,11 +126,17 @@ void CLogFile::StartNewLog()
     const QString old = oldFullPath();
     if (QFileInfo::exists(log)) {
         if (QFileInfo::exists(old) && ::unlink(QFile::encodeName(old).constData()) != 0) {
-            m_host.messageBox(systemError(errno, old), MsgButtons::Ok, MsgIcon::Exclamation);
+            const QString failure = systemError(errno, old);
+            if (!alreadySaid(failure)) {
+                m_host.messageBox(failure, MsgButtons::Ok, MsgIcon::Exclamation);
+            }
             return;
         }
         if (::rename(QFile::encodeName(log).constData(), QFile::encodeName(old).constData()) != 0) {
-            m_host.messageBox(systemError(errno, log), MsgButtons::Ok, MsgIcon::Exclamation);
+            const QString failure = systemError(errno, log);
+            if (!alreadySaid(failure)) {
+                m_host.messageBox(failure, MsgButtons::Ok, MsgIcon::Exclamation);
+            }
             return;
         }
         makePrivate(old); // a log an older version left readable
@@ -92,20 +151,27 @@ bool CLogFile::appendBytes(const QByteArray& bytes, bool askOnFailure)
     const QByteArray path = QFile::encodeName(fullPath());
     const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kPrivateFileMode);
     if (fd < 0) {
-        m_host.messageBox(systemError(errno, fullPath()), MsgButtons::Ok, MsgIcon::Exclamation);
+        const QString failure = systemError(errno, fullPath());
+        if (!alreadySaid(failure)) {
+            m_host.messageBox(failure, MsgButtons::Ok, MsgIcon::Exclamation);
+        }
         return false;
     }
     bool ok = true;
     while (!bytes.isEmpty()) {
         const ssize_t n = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
         if (n == bytes.size()) {
+            m_lastFailure.clear();
             break;
         }
         const QString err = systemError(n < 0 ? errno : ENOSPC, fullPath());
-        if (!askOnFailure || m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
+        if (!askOnFailure || alreadySaid(err) ||
+            m_host.messageBox(err, MsgButtons::RetryCancel, MsgIcon::Critical) != MsgAnswer::Retry) {
             ok = false;
             break;
         }
+        // Asked again should the retry fail too.
+        m_lastFailure.clear();
     }
     ::close(fd);
     return ok;

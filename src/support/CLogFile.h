@@ -10,13 +10,24 @@ class Host;
 // The activity log. One line per message (message, one space, general date, CR LF),
 // appended and closed again at once, so the file is never held open. Switching logging
 // on starts a fresh log and keeps the previous one under the ".old" name, unless the
-// process only joins the current log (a one-shot command beside a running program).
+// process only joins the current log: a one-shot command always does, and a program
+// does when another one already has the folder (see NewLog).
 class CLogFile
 {
 public:
-    enum class Start { NewLog, Append };
+    enum class Start {
+        // A program that runs (the desktop, the daemon, an update): it marks the folder as
+        // in use for as long as it logs, and starts a fresh log only when no other program
+        // has marked it. The mark is a shared lock on "activity.lock" beside the log.
+        NewLog,
+        // A one-shot command: only adds to the current log.
+        Append
+    };
 
     CLogFile(const Clock& clock, Host& host);
+    ~CLogFile();
+    CLogFile(const CLogFile&) = delete;
+    CLogFile& operator=(const CLogFile&) = delete;
 
     // Stores the folder and creates it (one level) when it does not exist.
     void setPath(const QString& path);
@@ -30,6 +41,9 @@ public:
 
     QString fullPath() const;
     QString oldFullPath() const;
+    QString lockFullPath() const;
+    // Whether the last switch-on found another program using the folder and joined its log.
+    bool joinedLog() const { return m_joined; }
 
     // Appends one line; when textBox is given the same line is appended to it.
     void LogMessage(const QString& message, QString* textBox = nullptr);
@@ -42,6 +56,11 @@ public:
 private:
     void StartNewLog();
     bool appendBytes(const QByteArray& bytes, bool askOnFailure);
+    // Marks the folder as used by this program; true when no other program had it.
+    bool claimFolder();
+    // A failure of the file system is said once, not at every line (on a read-only folder
+    // every line would bring the same box); said again only after a line got through.
+    bool alreadySaid(const QString& failure);
 
     const Clock& m_clock;
     Host& m_host;
@@ -50,6 +69,9 @@ private:
     QString m_oldFileName;
     bool m_logEnable = false;
     bool m_previousEnable = false;
+    bool m_joined = false;
+    int m_lockFd = -1;
+    QString m_lastFailure;
 };
 
 } // namespace kestrova::support
