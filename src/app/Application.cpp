@@ -146,6 +146,7 @@ Application::Application(support::Clock& clock, support::Host& host, QString dat
     });
 
     MinuteCycle::Hooks hooks;
+    hooks.beforeCheck = [this] { reloadIfChangedOnDisk(); };
     hooks.scheduleEnabled = [this] { return m_state.options.schedule.enabled && ownsSchedule(); };
     hooks.portOpen = [this] { return portOpen(); };
     hooks.setClockLabel = [this](const QString& s) {
@@ -431,10 +432,7 @@ bool Application::save()
     }
     const QString& file = m_state.currentFile;
     core::FileLock lock(core::portfolioLockPath(file));
-    if (!lock.acquire(core::kPortfolioLockWaitMs)) {
-        const QString message = core::portfolioLockMessage(file, lock);
-        m_host.messageBox(message, support::MsgButtons::Ok, support::MsgIcon::Critical);
-        m_log.LogMessage(message);
+    if (!lockPortfolioFile(lock, file)) {
         return false;
     }
     if (!core::FileStamp::of(file).sameContentAs(m_fileStamp) &&
@@ -476,10 +474,7 @@ bool Application::writeAs(const QString& path)
         name += QStringLiteral(".pgr");
     }
     core::FileLock lock(core::portfolioLockPath(name));
-    if (!lock.acquire(core::kPortfolioLockWaitMs)) {
-        const QString message = core::portfolioLockMessage(name, lock);
-        m_host.messageBox(message, support::MsgButtons::Ok, support::MsgIcon::Critical);
-        m_log.LogMessage(message);
+    if (!lockPortfolioFile(lock, name)) {
         return false;
     }
     const core::PortfolioFileResult r = core::PortfolioFile::write(name, m_state.portfolio, m_state.options);
@@ -499,6 +494,40 @@ bool Application::writeAs(const QString& path)
     return true;
 }
 
+bool Application::reloadIfChangedOnDisk()
+{
+    if (!m_followFileOnDisk || m_updating || m_state.fileModified || m_state.currentFile.isEmpty()) {
+        return false;
+    }
+    const core::FileStamp onDisk = core::FileStamp::of(m_state.currentFile);
+    if (!onDisk.exists || onDisk.sameContentAs(m_fileStamp) || onDisk.sameContentAs(m_unreadableStamp)) {
+        return false;
+    }
+    m_services.StatusMessage(QStringLiteral("The portfolio file ") + m_state.currentFile +
+                             QStringLiteral(" was changed by another program; it is read again"));
+    if (openFile(m_state.currentFile)) {
+        m_unreadableStamp = {};
+        return true;
+    }
+    // The setup read before stays in force; the same damaged file is not reported every minute.
+    m_unreadableStamp = onDisk;
+    return false;
+}
+
+bool Application::lockPortfolioFile(core::FileLock& lock, const QString& file)
+{
+    if (!lock.acquire(core::kPortfolioLockWaitMs)) {
+        const QString message = core::portfolioLockMessage(file, lock);
+        m_host.messageBox(message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(message);
+        return false;
+    }
+    if (!lock.tookOver().isEmpty()) {
+        m_log.LogMessage(lock.tookOver());
+    }
+    return true;
+}
+
 void Application::startMinuteCycle(int intervalMs)
 {
     if (m_state.options.schedule.enabled) {
@@ -513,8 +542,11 @@ bool Application::ownsSchedule()
         m_scheduleLock = std::make_unique<core::FileLock>(QDir(m_dataDir).filePath(QStringLiteral("schedule.lock")));
     }
     if (m_scheduleLock->acquire(0)) {
-        if (!m_scheduleHolder.isEmpty()) {
-            m_scheduleHolder.clear();
+        if (!m_scheduleLock->tookOver().isEmpty()) {
+            m_services.StatusMessage(m_scheduleLock->tookOver());
+        }
+        if (m_scheduleHolder) {
+            m_scheduleHolder.reset();
             m_services.StatusMessage(QStringLiteral("The schedule now runs in this process"));
         }
         return true;
@@ -523,7 +555,11 @@ bool Application::ownsSchedule()
         // No lock can be made here (a read-only folder): nobody else can hold one either.
         return true;
     }
-    const QString who = m_scheduleLock->holder();
+    // A holder that has not written its name yet is still another process: said all the same.
+    QString who = m_scheduleLock->holder();
+    if (who.isEmpty()) {
+        who = QStringLiteral("not named in ") + m_scheduleLock->path();
+    }
     if (who != m_scheduleHolder) {
         m_scheduleHolder = who;
         m_services.StatusMessage(QStringLiteral("The schedule runs in another process (") + who +

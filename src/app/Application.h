@@ -213,6 +213,14 @@ public:
     const support::Clock& clock() const { return m_clock; }
     mail::PopClient& popClient() { return *m_pop; }
     MinuteCycle& minuteCycle() { return *m_cycle; }
+    // A face that never holds unsaved edits (the daemon) follows the portfolio file: before
+    // each minute's schedule check, a file that another program changed is read again, so
+    // a `portfolio add` or an `options set` beside it takes effect at the next update. A
+    // face that may hold edits (the desktop) leaves this off and asks before it saves.
+    void setFollowFileOnDisk(bool follow) { m_followFileOnDisk = follow; }
+    // Reads the current file again when its content on disk is not what was read; true
+    // when it did.
+    bool reloadIfChangedOnDisk();
     // Starts the minute cycle. Only one process on a data folder runs the schedule: a
     // second one says which process holds it and runs without it until that one ends.
     void startMinuteCycle(int intervalMs = 60000);
@@ -246,6 +254,8 @@ private:
     void waitForLine();
     QString sourceHealthPath() const;
     void saveSourceHealth();
+    // Takes a portfolio file's lock for a save; says why and returns false when it cannot.
+    bool lockPortfolioFile(core::FileLock& lock, const QString& file);
 
     support::Clock& m_clock;
     // The face as the engine talks to it: no text reaches it with a secret in it.
@@ -277,10 +287,12 @@ private:
     std::unique_ptr<MinuteCycle> m_cycle;
     core::FileStamp m_fileStamp;
     std::unique_ptr<core::FileLock> m_scheduleLock;
-    QString m_scheduleHolder;      // the other process last reported as running the schedule
-    QSet<QString> m_failuresShown; // host and cause of each fetch failure this update reported
+    std::optional<QString> m_scheduleHolder; // the other process last reported as running the schedule
+    QSet<QString> m_failuresShown;           // host and cause of each fetch failure this update reported
     bool m_updating = false;
     bool m_starting = false;
+    bool m_followFileOnDisk = false;
+    core::FileStamp m_unreadableStamp; // a changed file that could not be read, not tried again
     AppObserver m_observer;
     UpdateOutcome m_outcome;
 };

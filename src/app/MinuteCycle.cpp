@@ -57,8 +57,13 @@ void MinuteCycle::tick()
     if (m_hooks.setClockLabel) {
         m_hooks.setClockLabel(support::formatDate(m_clock.now(), u"m/d/yy  h:mm am/pm"));
     }
-    if (!m_hooks.portOpen() && m_hooks.scheduleEnabled()) {
-        CheckSchedule(m_hooks.options(), m_state, m_clock, m_hooks.schedule);
+    if (!m_hooks.portOpen()) {
+        if (m_hooks.beforeCheck) {
+            m_hooks.beforeCheck();
+        }
+        if (m_hooks.scheduleEnabled()) {
+            CheckSchedule(m_hooks.options(), m_state, m_clock, m_hooks.schedule);
+        }
     }
     m_inTick = false;
 }

@@ -26,6 +26,8 @@ class MinuteCycle : public QObject
 public:
     struct Hooks
     {
+        // Runs at every tick before the schedule check, when the modem is free.
+        std::function<void()> beforeCheck;
         std::function<bool()> scheduleEnabled;
         std::function<bool()> portOpen;
         std::function<void(const QString&)> setClockLabel;

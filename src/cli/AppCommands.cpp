@@ -141,6 +141,9 @@ int runCommand(const GlobalOptions& g, const QStringList& args)
     if (application.state().currentFile.isEmpty()) {
         return kExitFailure;
     }
+    // The daemon holds no edits of its own: what one-shot commands save beside it is taken
+    // up before the next scheduled update.
+    application.setFollowFileOnDisk(true);
     application.startMinuteCycle();
     QCoreApplication::exec();
     application.minuteCycle().stop();

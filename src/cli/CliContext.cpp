@@ -46,6 +46,9 @@ bool CliContext::lockPortfolio()
     if (!m_lock->acquire(core::kPortfolioLockWaitMs)) {
         return fail(core::portfolioLockMessage(portfolioPath, *m_lock));
     }
+    if (!m_lock->tookOver().isEmpty()) {
+        log.LogMessage(m_lock->tookOver());
+    }
     m_stamp = core::FileStamp::of(portfolioPath);
     return true;
 }

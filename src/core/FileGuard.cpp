@@ -5,6 +5,10 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
+#include <QSysInfo>
+
+#include <cerrno>
+#include <csignal>
 
 namespace kestrova::core {
 
@@ -40,12 +44,43 @@ bool FileLock::acquire(int waitMs)
     if (m_lock.isLocked()) {
         return true;
     }
+    m_tookOver.clear();
+    takeOverIfStale();
     if (!m_lock.tryLock(waitMs)) {
         return false;
     }
     // It names this process and this machine: the user's own business.
     support::makePrivate(m_path);
     return true;
+}
+
+void FileLock::takeOverIfStale()
+{
+    const QFileInfo file(m_path);
+    if (!file.exists()) {
+        return;
+    }
+    qint64 pid = 0;
+    QString host;
+    QString program;
+    QString why;
+    if (!m_lock.getLockInfo(&pid, &host, &program)) {
+        // Without an owner the lock cannot tell a crash from a process still writing its
+        // name into it; only age can.
+        const qint64 age = file.lastModified().secsTo(QDateTime::currentDateTime());
+        if (age < kUnreadableStaleSeconds) {
+            return;
+        }
+        why = QStringLiteral("it names no owner and is %1 s old").arg(age);
+    } else if (pid > 0 && host == QSysInfo::machineHostName() && ::kill(static_cast<pid_t>(pid), 0) != 0 &&
+               errno == ESRCH) {
+        why = QStringLiteral("its owner, PID %1, is gone").arg(pid);
+    } else {
+        return;
+    }
+    if (m_lock.removeStaleLockFile()) {
+        m_tookOver = QStringLiteral("Took over the lock ") + m_path + QStringLiteral(": ") + why;
+    }
 }
 
 QString FileLock::holder() const
@@ -70,11 +105,16 @@ QString portfolioLockPath(const QString& portfolioPath)
 
 QString portfolioLockMessage(const QString& portfolioPath, const FileLock& lock)
 {
-    const QString who = lock.holder();
-    if (!lock.heldElsewhere() || who.isEmpty()) {
-        // No holder to name: the lock file itself could not be made (a read-only folder).
+    QString who = lock.holder();
+    if (!lock.heldElsewhere()) {
+        // The lock file itself could not be made (a read-only folder).
         return QStringLiteral("The portfolio file ") + portfolioPath + QStringLiteral(" cannot be locked (") +
                lock.path() + QStringLiteral("); nothing was changed.");
+    }
+    if (who.isEmpty()) {
+        // Created a moment ago and not written yet, or left empty by a crash less than
+        // kUnreadableStaleSeconds ago.
+        who = QStringLiteral("not named in ") + lock.path();
     }
     return QStringLiteral("The portfolio file ") + portfolioPath + QStringLiteral(" is in use by another process (") +
            who + QStringLiteral("); nothing was changed.");

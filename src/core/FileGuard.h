@@ -24,14 +24,20 @@ struct FileStamp
 
 // An exclusive lock beside a file (FILE.lock), held while a process reads, changes and
 // saves it, or for as long as it runs a piece of work only one process may run. A lock
-// left behind by a process that died is taken over.
+// left behind by a process that died is taken over, and so is one that names no owner
+// once it is older than kUnreadableStaleSeconds (a crash between creating the lock file
+// and writing the owner into it leaves an empty one).
 class FileLock
 {
 public:
+    static constexpr int kUnreadableStaleSeconds = 30;
+
     explicit FileLock(const QString& lockPath);
 
     // Waits up to waitMs for the lock (0: one try).
     bool acquire(int waitMs);
+    // What the last acquire took over from a dead or unknown owner, for the log ("" if nothing).
+    const QString& tookOver() const { return m_tookOver; }
     bool held() const { return m_lock.isLocked(); }
     // The last acquire failed because another process holds the lock (not for want of
     // a place to create it).
@@ -42,8 +48,11 @@ public:
     QString path() const { return m_path; }
 
 private:
+    void takeOverIfStale();
+
     QString m_path;
     QLockFile m_lock;
+    QString m_tookOver;
 };
 
 // How long a read-change-save waits for another process to finish its own.

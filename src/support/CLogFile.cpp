@@ -73,7 +73,7 @@ bool CLogFile::claimFolder()
     // with the process however it ends, so a crashed program never leaves a mark behind.
     if (m_lockFd < 0) {
         const QByteArray path = QFile::encodeName(lockFullPath());
-        m_lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        m_lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode);
         if (m_lockFd < 0) {
             // No mark can be made here (a read-only folder), so nobody else made one either.
             return true;
