@@ -1,9 +1,12 @@
 #include "../peers/CliRun.h"
+#include "../peers/PeerProcess.h"
 #include "core/ModemProfiles.h"
 #include "core/PortfolioFile.h"
 #include "news/ServerFiles.h"
 #include "quotes/BuiltInServers.h"
+#include "sim/DemoMarket.h"
 #include "sim/ModemSimulator.h"
+#include "support/Clock.h"
 
 #include "TestUtil.h"
 
@@ -242,6 +245,84 @@ private Q_SLOTS:
         QCOMPARE(testing::fileMode(data + QStringLiteral("/DEFAULT.PGR")), QStringLiteral("600"));
         QCOMPARE(testing::fileMode(data + QStringLiteral("/servers.dat")), QStringLiteral("600"));
         QCOMPARE(testing::filesNotInMode(data, QStringLiteral("600")), QStringList());
+    }
+
+    // The daemon holds no edits of its own: a member added and a recipient changed by
+    // one-shot commands beside it are what its next scheduled update fetches and pages.
+    void daemonFollowsChangesOnDisk()
+    {
+        if (QDate::currentDate().dayOfWeek() > 5) {
+            QSKIP("the schedule runs updates on weekdays only");
+        }
+        if (QProcess::execute(testing::systemPython(), {QStringLiteral("-c"), QStringLiteral("import aiosmtpd")}) !=
+            0) {
+            QSKIP("aiosmtpd is not installed (scripts/install-deps.sh --test installs it)");
+        }
+        QTemporaryDir dir;
+        const QString data = dir.filePath(QStringLiteral("data"));
+        const QString mailDir = dir.filePath(QStringLiteral("mail"));
+        QDir().mkpath(data);
+        QDir().mkpath(mailDir);
+        support::SystemClock clock;
+        sim::DemoMarketThread market(clock);
+        QVERIFY(market.start());
+        QVERIFY(news::installServerFiles(data, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
+        QVERIFY(news::retargetDemoMarket(data, market.port()));
+        const quint16 smtpPort = testing::freePort();
+        testing::PeerProcess smtp;
+        QVERIFY2(smtp.start(testing::systemPython(),
+                            {qEnvironmentVariable("KESTROVA_SOURCE_DIR") + QStringLiteral("/tests/peers/smtp_peer.py"),
+                             QString::number(smtpPort), mailDir, QStringLiteral("accept")},
+                            QStringLiteral("READY")),
+                 smtp.log().constData());
+
+        core::PortfolioTable table;
+        table.count = 1;
+        table.records[0].ticker = QStringLiteral("IBM");
+        table.records[0].toPager = 1;
+        core::Options o;
+        o.connection.type = 1;
+        o.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        o.quotes.marketSummary = false;
+        o.sources.order = QStringLiteral("servers.dat");
+        o.paging.enabled = true;
+        o.smtp.enabled = true;
+        o.smtp.hostAddress = QStringLiteral("127.0.0.1");
+        o.smtp.port = static_cast<qint16>(smtpPort);
+        o.smtp.from = QStringLiteral("watch@example.test");
+        o.smtp.recipient = QStringLiteral("old-pager@example.test");
+        o.smtp.maxLength = 500;
+        o.schedule.enabled = true;
+        o.schedule.interval = true;
+        o.schedule.intervalMinutes = 1;
+        o.schedule.startTime = QStringLiteral("12:00 am");
+        o.schedule.stopTime = QStringLiteral("11:59 pm");
+        const QString pgr = dir.filePath(QStringLiteral("watch.pgr"));
+        QVERIFY(core::PortfolioFile::write(pgr, table, o).ok());
+        const QStringList globals{QStringLiteral("--data-dir"), data, QStringLiteral("--portfolio"), pgr};
+
+        QProcess daemon;
+        daemon.setProcessEnvironment(testing::cliEnvironment(dir));
+        daemon.start(qEnvironmentVariable("KESTROVA_CLI"), globals + QStringList{QStringLiteral("run")});
+        QByteArray seen;
+        QTRY_VERIFY2_WITH_TIMEOUT((seen += daemon.readAllStandardOutput()).contains("Kestrova started on"),
+                                  seen.constData(), 20000);
+        // Before the first minute's tick, which runs the first update.
+        for (const QStringList& change : {QStringList{"portfolio", "add", "MSFT", "--pager"},
+                                          QStringList{"options", "set", "smtp.recipient", "new-pager@example.test"}}) {
+            const testing::CliRun r = testing::runCli(dir, globals + change);
+            QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
+        }
+        const QString firstMail = mailDir + QStringLiteral("/mail-1.eml");
+        QTRY_VERIFY2_WITH_TIMEOUT(QFileInfo::exists(firstMail),
+                                  (seen += daemon.readAllStandardOutput() + daemon.readAllStandardError()).constData(),
+                                  100000);
+        ::kill(static_cast<pid_t>(daemon.processId()), SIGTERM);
+        QVERIFY(daemon.waitForFinished(10000));
+        const QString mail = QString::fromUtf8(testing::readFile(firstMail));
+        QVERIFY2(mail.contains(QStringLiteral("\r\nTo: new-pager@example.test\r\n")), qPrintable(mail));
+        QVERIFY2(mail.contains(QStringLiteral("MSFT")) && mail.contains(QStringLiteral("IBM")), qPrintable(mail));
+        QVERIFY(testing::readFile(data + QStringLiteral("/activity.txt")).contains("was changed by another program"));
     }
 
     void demoPagesThroughTheSimulatedModem()

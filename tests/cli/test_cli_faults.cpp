@@ -12,11 +12,17 @@
 #include "quotes/BuiltInServers.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using namespace kestrova;
 using kestrova::testing::PeerProcess;
@@ -184,44 +190,198 @@ private Q_SLOTS:
         }
     }
 
-    // A full disk during a save: the command fails naming the file, and the file keeps what
-    // it held. The tests run as root, for whom no folder is read-only, so the full disk is a
-    // file-size limit on the child (writes past it fail with EFBIG).
-    void failedSaveNamesTheFile_data()
+    // A full disk during any save: the command fails naming the file, and the file keeps
+    // what it held. The tests run as root, for whom no folder is read-only, so the full disk
+    // is a file-size limit on the child (writes past it fail with EFBIG).
+    void failedSaveKeepsTheFile_data()
     {
+        QTest::addColumn<QString>("file"); // "portfolio", or a file of the data folder
         QTest::addColumn<QStringList>("command");
-        QTest::newRow("portfolio add") << QStringList{"portfolio", "add", "CSCO", "--high", "99"};
-        QTest::newRow("portfolio remove") << QStringList{"portfolio", "remove", "IBM"};
-        QTest::newRow("options set") << QStringList{"options", "set", "pager.id", "4711"};
+        QTest::addColumn<QString>("said"); // in the error output or the log; {file} is the file
+        const QString portfolio = QStringLiteral("ERROR 57 occurred. The portfolio file {file} was not saved");
+        // clang-format off
+        QTest::newRow("portfolio add") << "portfolio" << QStringList{"portfolio", "add", "CSCO", "--high", "99"} << portfolio;
+        QTest::newRow("portfolio remove") << "portfolio" << QStringList{"portfolio", "remove", "IBM"} << portfolio;
+        QTest::newRow("options set") << "portfolio" << QStringList{"options", "set", "pager.id", "4711"} << portfolio;
+        // What the quote sources asked for (rest periods after "too many requests").
+        QTest::newRow("update, sources.state") << "sources.state" << QStringList{"update"}
+                                               << "The state of the quote sources could not be saved in {file}";
+        QTest::newRow("update, news.dat") << "news.dat" << QStringList{"update"} << "Path/File access error ({file})";
+        // clang-format on
     }
-    void failedSaveNamesTheFile()
+    void failedSaveKeepsTheFile()
     {
+        QFETCH(QString, file);
         QFETCH(QStringList, command);
+        QFETCH(QString, said);
         QTemporaryDir tmp;
+        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        QDir().mkpath(dataDir);
+        // Quotes and news from a port where nobody listens: refused at once, and the update
+        // goes on to its saves.
+        QVERIFY(news::installServerFiles(dataDir, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
+        QVERIFY(news::retargetDemoMarket(dataDir, testing::freePort()));
         core::PortfolioTable table;
         table.count = 1;
         table.records[0].ticker = QStringLiteral("IBM");
+        table.records[0].news = 1;
+        core::Options options;
+        options.connection.type = 1;
+        options.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        options.quotes.marketSummary = false;
+        options.sources.order = QStringLiteral("servers.dat");
+        options.news.retrieve = file == QLatin1String("news.dat");
         const QString portfolio = tmp.filePath(QStringLiteral("full disk.pgr"));
-        QVERIFY(core::PortfolioFile::write(portfolio, table, core::Options()).ok());
-        const QByteArray before = testing::readFile(portfolio);
+        QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
+        const QStringList globals{QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio};
+        // The history has a test of its own; here it would only take the room first.
+        QCOMPARE(testing::runCli(tmp, globals + QStringList{"options", "set", "history.enabled", "0"}).code, 0);
+
+        const QString watched = file == QLatin1String("portfolio") ? portfolio : dataDir + u'/' + file;
+        if (file == QLatin1String("sources.state")) {
+            QJsonObject securities;
+            for (int i = 0; i < 400; ++i) {
+                securities.insert(QStringLiteral("T%1").arg(i, 4, 10, QLatin1Char('0')),
+                                  QJsonObject{{QStringLiteral("priced"), true},
+                                              {QStringLiteral("misses"), 0},
+                                              {QStringLiteral("warned"), false},
+                                              {QStringLiteral("seen"), QDate::currentDate().toString(Qt::ISODate)}});
+            }
+            const QJsonObject source{
+                {QStringLiteral("securities"), securities},
+                {QStringLiteral("restUntil"), QDateTime::currentDateTime().addSecs(3600).toString(Qt::ISODate)}};
+            testing::writeFile(watched, QJsonDocument(QJsonObject{{QStringLiteral("sources"),
+                                                                   QJsonObject{{QStringLiteral("stooq"), source}}}})
+                                            .toJson(QJsonDocument::Indented));
+        } else if (file == QLatin1String("news.dat")) {
+            QByteArray stories;
+            for (int i = 0; i < 400; ++i) {
+                stories +=
+                    "IBM\tHeadline number " + QByteArray::number(i) + " of a busy day\tWire\tFalse\tTrue\t\t\r\n";
+            }
+            testing::writeFile(watched, stories);
+        }
+        const QByteArray before = testing::readFile(watched);
         const rlim_t limit = static_cast<rlim_t>(before.size() / 2);
-        const testing::CliRun run =
-            testing::runCli(tmp,
-                            QStringList{QStringLiteral("--data-dir"), tmp.filePath(QStringLiteral("data")),
-                                        QStringLiteral("--portfolio"), portfolio} +
-                                command,
-                            30000, {}, [limit] {
-                                std::signal(SIGXFSZ, SIG_IGN);
-                                const rlimit rl{limit, limit};
-                                setrlimit(RLIMIT_FSIZE, &rl);
-                            });
+        const testing::CliRun run = testing::runCli(tmp, globals + command, 60000, {}, [limit] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit rl{limit, limit};
+            setrlimit(RLIMIT_FSIZE, &rl);
+        });
         QVERIFY2(run.code == 1, qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
-        QVERIFY2(run.err.contains(QStringLiteral("ERROR 57 occurred. The portfolio file ") + portfolio +
-                                  QStringLiteral(" was not saved")),
-                 qPrintable(run.err));
+        const QString activity = QString::fromUtf8(testing::readFile(dataDir + QStringLiteral("/activity.txt")));
+        const QString named = QString(said).replace(QLatin1String("{file}"), watched);
+        QVERIFY2(run.err.contains(named) || activity.contains(named), qPrintable(run.err + activity));
         QVERIFY2(!run.out.contains(QStringLiteral("Added")) && !run.out.contains(QStringLiteral("Removed")),
                  qPrintable(run.out));
-        QCOMPARE(testing::readFile(portfolio), before);
+        QCOMPARE(testing::readFile(watched), before);
+    }
+
+    // A service that quotes its request back ("bad request /q?s=IBM&apikey=...") must not
+    // bring the key onto the console, the status lines or the log: every sink shows "***".
+    void quotedKeyIsHidden_data()
+    {
+        QTest::addColumn<QStringList>("command");
+        QTest::newRow("sources test") << QStringList{"sources", "test", "Echo", "IBM"};
+        QTest::newRow("quotes") << QStringList{"--verbose", "quotes"};
+        QTest::newRow("update") << QStringList{"--verbose", "update"};
+    }
+    void quotedKeyIsHidden()
+    {
+        QFETCH(QStringList, command);
+        const QString key = QStringLiteral("SeKrEt-4711-key");
+        const quint16 port = testing::freePort();
+        PeerProcess peer;
+        QVERIFY2(peer.start(testing::systemPython(),
+                            {QStringLiteral(KESTROVA_PEERS_DIR "/http_fault_peer.py"), QString::number(port),
+                             QStringLiteral("echo")},
+                            QStringLiteral("READY")),
+                 peer.log().constData());
+        QTemporaryDir tmp;
+        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        QDir().mkpath(dataDir);
+        const QJsonObject echo{
+            {QStringLiteral("name"), QStringLiteral("Echo")},
+            {QStringLiteral("format"), QStringLiteral("json")},
+            {QStringLiteral("url"), QStringLiteral("http://127.0.0.1:%1/q?s={symbol}&apikey={key}").arg(port)},
+            {QStringLiteral("fields"), QJsonObject{{QStringLiteral("last"), QStringLiteral("/c")}}},
+            {QStringLiteral("errors"), QJsonArray{QStringLiteral("/error")}}};
+        testing::writeFile(dataDir + QStringLiteral("/sources.json"),
+                           QJsonDocument(QJsonObject{{QStringLiteral("sources"), QJsonArray{echo}}}).toJson());
+        core::PortfolioTable table;
+        table.count = 1;
+        table.records[0].ticker = QStringLiteral("IBM");
+        core::Options options;
+        options.connection.type = 1;
+        options.quotes.marketSummary = false;
+        options.sources.order = QStringLiteral("Echo");
+        const QString portfolio = tmp.filePath(QStringLiteral("echo.pgr"));
+        QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
+        const QStringList globals{QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio};
+        const testing::CliRun set = testing::runCli(
+            tmp, globals + QStringList{"options", "set", "sources.key.echo", "-"}, 30000, key.toUtf8() + '\n');
+        QVERIFY2(set.code == 0, qPrintable(set.err));
+
+        // No price came: "sources test" and "quotes" fail; "update" logs the source's answer.
+        const testing::CliRun run = testing::runCli(tmp, globals + command, 60000);
+        QVERIFY2(run.code == (command.contains(QStringLiteral("update")) ? 0 : 1),
+                 qPrintable(QString::number(run.code) + u'\n' + run.out + run.err));
+        const QString activity = QString::fromUtf8(testing::readFile(dataDir + QStringLiteral("/activity.txt")));
+        const QString everything = run.out + run.err + activity;
+        QVERIFY2(!everything.contains(key), qPrintable(everything));
+        // The service's words are still there, with the key's place marked.
+        QVERIFY2(everything.contains(QStringLiteral("bad request /q?s=IBM&apikey=***")), qPrintable(everything));
+    }
+
+    // A data folder on a read-only file system: an update says so once, not at every line
+    // of the log, and the history that is there can still be read.
+    void readOnlyDataFolder()
+    {
+        QTemporaryDir tmp;
+        const QString dataDir = tmp.filePath(QStringLiteral("data"));
+        QDir().mkpath(dataDir);
+        const QString csv = tmp.filePath(QStringLiteral("IBM.csv"));
+        testing::writeFile(csv, "Date,Open,High,Low,Close,Volume\n2026-11-20,147,149,146,148.5,1000\n");
+        core::PortfolioTable table;
+        table.count = 1;
+        table.records[0].ticker = QStringLiteral("IBM");
+        core::Options options;
+        options.connection.type = 1;
+        options.quotes.server = quotes::BuiltInServers::kDemoMarket;
+        options.quotes.marketSummary = false;
+        options.sources.order = QStringLiteral("servers.dat");
+        const QString portfolio = tmp.filePath(QStringLiteral("watch.pgr"));
+        QVERIFY(core::PortfolioFile::write(portfolio, table, options).ok());
+        const QStringList globals{QStringLiteral("--data-dir"), dataDir, QStringLiteral("--portfolio"), portfolio};
+        QVERIFY(news::installServerFiles(dataDir, qEnvironmentVariable("KESTROVA_SOURCE_DIR") + "/data"));
+        QVERIFY(news::retargetDemoMarket(dataDir, testing::freePort()));
+        QCOMPARE(testing::runCli(tmp, globals + QStringList{"history", "--import", csv, "IBM"}).code, 0);
+        testing::writeFile(dataDir + QStringLiteral("/activity.txt"), "an earlier run\r\n");
+
+        // The data folder is mounted read-only for the child alone, in a mount namespace of
+        // its own; 77 says the machine does not allow that.
+        const QByteArray folder = QFile::encodeName(dataDir);
+        const auto readOnly = [folder] {
+            if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                ::mount(folder.constData(), folder.constData(), nullptr, MS_BIND, nullptr) != 0 ||
+                ::mount(nullptr, folder.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
+                ::_exit(77);
+            }
+        };
+        const testing::CliRun update = testing::runCli(tmp, globals + QStringList{"update"}, 60000, {}, readOnly);
+        if (update.code == 77) {
+            QSKIP("no read-only bind mount here (needs a mount namespace)");
+        }
+        QCOMPARE(update.code, 1);
+        const QString logFailure =
+            QStringLiteral("Read-only file system (") + dataDir + QStringLiteral("/activity.txt)");
+        QVERIFY2(update.err.count(logFailure) == 1, qPrintable(update.err));
+
+        const testing::CliRun history =
+            testing::runCli(tmp, globals + QStringList{"history", "IBM"}, 60000, {}, readOnly);
+        QVERIFY2(history.code == 0, qPrintable(history.out + history.err));
+        QVERIFY2(history.out.contains(QStringLiteral("148.5")), qPrintable(history.out));
+        QCOMPARE(testing::readFile(dataDir + QStringLiteral("/activity.txt")), QByteArray("an earlier run\r\n"));
     }
 };
 

@@ -3,6 +3,7 @@
 
 #include "TestUtil.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QLockFile>
 #include <QProcess>
@@ -41,6 +42,39 @@ class TestCliSharing : public QObject
     CliRun cli(const QStringList& args, int timeoutMs = 30000)
     {
         return testing::runCli(*m_home, globals() + args, timeoutMs);
+    }
+
+    // A setup that never leaves the machine: no members, a direct line, nothing scheduled.
+    void writeQuietPortfolio(bool scheduleOn = false)
+    {
+        core::Options options;
+        core::PortfolioTable table;
+        options.connection.type = 1;
+        options.quotes.marketSummary = false;
+        options.schedule.enabled = scheduleOn;
+        options.schedule.days.fill(false);
+        QVERIFY(core::PortfolioFile::write(portfolio(), table, options).ok());
+    }
+
+    // Reads a process's output until it shows text (or the time runs out).
+    static bool waitForOutput(QProcess& p, QByteArray& seen, const QByteArray& text, int timeoutMs = 20000)
+    {
+        QDeadlineTimer deadline(timeoutMs);
+        while (!seen.contains(text) && !deadline.hasExpired() && p.state() != QProcess::NotRunning) {
+            p.waitForReadyRead(100);
+            seen += p.readAllStandardOutput();
+        }
+        seen += p.readAllStandardOutput();
+        return seen.contains(text);
+    }
+
+    static void stop(QProcess& p)
+    {
+        ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
+        if (!p.waitForFinished(10000)) {
+            p.kill();
+            p.waitForFinished(3000);
+        }
     }
 
 private Q_SLOTS:
@@ -94,6 +128,140 @@ private Q_SLOTS:
         } else {
             QCOMPARE(readFile(oldLogPath()), olderRun);
             QVERIFY2(readFile(logPath()).startsWith(daemonLines), readFile(logPath()).constData());
+        }
+    }
+
+    // The log belongs to the first program on a data folder: a program started beside the
+    // daemon adds its own start line to the daemon's log instead of turning it over.
+    void programBesideTheDaemonJoinsItsLog_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::newRow("update") << "update";
+        QTest::newRow("a second daemon") << "run";
+        QTest::newRow("the desktop") << "desktop";
+    }
+    void programBesideTheDaemonJoinsItsLog()
+    {
+        QFETCH(QString, program);
+        const QString desktop = qEnvironmentVariable("KESTROVA_DESKTOP");
+        if (program == QLatin1String("desktop") && !QFileInfo(desktop).isExecutable()) {
+            QSKIP("KESTROVA_DESKTOP does not name the desktop program");
+        }
+        writeQuietPortfolio();
+        const QByteArray olderRun = "an older run\r\n";
+        writeFile(oldLogPath(), olderRun);
+        writeFile(logPath(), "the run before\r\n");
+        QProcess daemon;
+        startCli(daemon, {QStringLiteral("run")});
+        QByteArray seen;
+        QVERIFY2(waitForOutput(daemon, seen, "Kestrova started on"), seen.constData());
+        // The status line reaches the console a moment before the log.
+        QTRY_VERIFY(readFile(logPath()).startsWith("Kestrova started on"));
+        const QByteArray daemonLog = readFile(logPath());
+
+        QProcess other;
+        if (program == QLatin1String("update")) {
+            const CliRun r = cli({QStringLiteral("update")});
+            QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
+        } else {
+            if (program == QLatin1String("run")) {
+                startCli(other, {QStringLiteral("run")});
+            } else {
+                other.setProcessEnvironment(testing::cliEnvironment(*m_home));
+                other.start(desktop, {QStringLiteral("--data-dir"), dataDir(), portfolio()});
+            }
+            QTRY_VERIFY_WITH_TIMEOUT(readFile(logPath()).count("Kestrova started on") == 2, 30000);
+            stop(other);
+        }
+        const QByteArray log = readFile(logPath());
+        QVERIFY2(log.startsWith(daemonLog), log.constData());
+        QCOMPARE(log.count("Kestrova started on"), 2);
+        QCOMPARE(readFile(oldLogPath()), QByteArray("the run before\r\n"));
+        stop(daemon);
+        QCOMPARE(daemon.exitCode(), 0);
+        // Once the folder is free again, the next program starts a log of its own.
+        QCOMPARE(cli({QStringLiteral("update")}).code, 0);
+        QVERIFY(readFile(oldLogPath()).startsWith(daemonLog));
+    }
+
+    // A lock whose owner is gone, or that names no owner and is older than half a minute,
+    // is taken over and the log says so; a lock just made is respected, and a schedule held
+    // by a process that has not named itself yet is still said to be held.
+    void staleLocks_data()
+    {
+        QTest::addColumn<QString>("lock");     // the portfolio file's or the schedule's
+        QTest::addColumn<QString>("owner");    // "empty" or "dead"
+        QTest::addColumn<int>("ageSeconds");   // how old the lock file is
+        QTest::addColumn<QString>("expected"); // what the log says
+        QTest::addColumn<bool>("takenOver");
+        QTest::newRow("portfolio, empty, two hours old") << "portfolio"
+                                                         << "empty" << 7200 << "Took over the lock" << true;
+        QTest::newRow("portfolio, owner gone") << "portfolio"
+                                               << "dead" << 0 << "Took over the lock" << true;
+        QTest::newRow("portfolio, empty, just made")
+            << "portfolio"
+            << "empty" << 0 << "is in use by another process (not named in" << false;
+        QTest::newRow("schedule, empty, two hours old") << "schedule"
+                                                        << "empty" << 7200 << "Took over the lock" << true;
+        QTest::newRow("schedule, owner gone") << "schedule"
+                                              << "dead" << 0 << "Took over the lock" << true;
+        QTest::newRow("schedule, empty, just made")
+            << "schedule"
+            << "empty" << 0 << "The schedule runs in another process (not named in" << false;
+    }
+    void staleLocks()
+    {
+        QFETCH(QString, lock);
+        QFETCH(QString, owner);
+        QFETCH(int, ageSeconds);
+        QFETCH(QString, expected);
+        QFETCH(bool, takenOver);
+        const bool schedule = lock == QLatin1String("schedule");
+        writeQuietPortfolio(schedule);
+        const QString lockPath =
+            schedule ? dataDir() + QStringLiteral("/schedule.lock") : portfolio() + QStringLiteral(".lock");
+        if (owner == QLatin1String("dead")) {
+            // What a process that died holding the lock leaves: a lock file as QLockFile
+            // writes it, naming a process that has ended.
+            QByteArray contents;
+            {
+                QLockFile mine(lockPath);
+                QVERIFY(mine.tryLock(0));
+                contents = readFile(lockPath);
+            }
+            QProcess ended;
+            ended.start(QStringLiteral("true"), QStringList());
+            QVERIFY(ended.waitForStarted());
+            const qint64 deadPid = ended.processId();
+            QVERIFY(ended.waitForFinished());
+            const QByteArray ownPid = QByteArray::number(QCoreApplication::applicationPid());
+            QVERIFY(contents.startsWith(QByteArray(ownPid + '\n')));
+            writeFile(lockPath, QByteArray::number(deadPid) + contents.mid(ownPid.size()));
+        } else {
+            writeFile(lockPath, QByteArray());
+        }
+        QFile file(lockPath);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(-ageSeconds), QFileDevice::FileModificationTime));
+        file.close();
+
+        QString said;
+        if (schedule) {
+            QProcess daemon;
+            startCli(daemon, {QStringLiteral("run")});
+            QByteArray seen;
+            waitForOutput(daemon, seen, expected.toUtf8());
+            stop(daemon);
+            said = QString::fromUtf8(seen);
+            QCOMPARE(said.contains(QLatin1String("The schedule runs in another process")), !takenOver);
+        } else {
+            const CliRun r = cli({QStringLiteral("portfolio"), QStringLiteral("add"), QStringLiteral("MSFT")});
+            QCOMPARE(r.code, takenOver ? 0 : 1);
+            said = r.err + QString::fromUtf8(readFile(logPath()));
+        }
+        QVERIFY2(said.contains(expected), qPrintable(said));
+        if (takenOver) {
+            QVERIFY2(said.contains(lockPath), qPrintable(said));
         }
     }
 
