@@ -11,8 +11,6 @@
 
 namespace kestrova::core {
 
-struct Options;
-
 // Tells support::rememberSecret every secret the options hold (passwords, the push token,
 // a log-on in the push URL), so no text shown or logged carries one.
 void rememberSecrets(const Options& options);
