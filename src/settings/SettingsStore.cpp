@@ -1,6 +1,13 @@
 #include "settings/SettingsStore.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace kestrova::settings {
 
@@ -20,16 +27,50 @@ QByteArray xorPad(QByteArray bytes)
     return bytes;
 }
 
+// Takes every right of other users off an existing file; a missing file is made by the
+// first write.
+void makePrivate(const QString& path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat st = {};
+    if (::stat(name.constData(), &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 077) != 0) {
+        ::chmod(name.constData(), st.st_mode & 0700);
+    }
+}
+
 } // namespace
 
 SettingsStore::SettingsStore()
     : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Kestrova"),
                                              QStringLiteral("Kestrova")))
-{}
+{
+    makePrivate(m_settings->fileName());
+}
 
 SettingsStore::SettingsStore(const QString& iniFile)
     : m_settings(std::make_unique<QSettings>(iniFile, QSettings::IniFormat))
-{}
+{
+    makePrivate(m_settings->fileName());
+}
+
+void SettingsStore::prepareFile()
+{
+    if (m_prepared) {
+        return;
+    }
+    m_prepared = true;
+    const QString path = m_settings->fileName();
+    const QString folder = QFileInfo(path).absolutePath();
+    if (!QFileInfo::exists(folder)) {
+        QDir().mkpath(QFileInfo(folder).absolutePath());
+        ::mkdir(QFile::encodeName(folder).constData(), 0700);
+    }
+    // O_EXCL: an existing file keeps its contents; its mode was put right on opening.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+}
 
 SettingsStore::~SettingsStore() = default;
 
@@ -57,6 +98,7 @@ QString SettingsStore::get(const QString& section, const QString& key, const QSt
 
 void SettingsStore::save(const QString& section, const QString& key, const QString& text)
 {
+    prepareFile();
     const QString found = findKey(section, key);
     if (!found.isEmpty() && found != key) {
         m_settings->remove(section + u'/' + found);
@@ -99,6 +141,7 @@ void SettingsStore::remove(const QString& section, const QString& key)
 {
     const QString found = findKey(section, key);
     if (!found.isEmpty()) {
+        prepareFile();
         m_settings->remove(section + u'/' + found);
     }
 }

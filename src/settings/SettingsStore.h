@@ -11,7 +11,8 @@ namespace kestrova::settings {
 // The per-user preferences store: QSettings in INI form under the user's config folder,
 // organisation and application "Kestrova". Values are text. Key names are matched without
 // regard to case, because older releases read "DefaultFile" as "Defaultfile" and the
-// Windows store they were written for never cared.
+// Windows store they were written for never cared. The file is the user's alone (0600):
+// it is made so before anything is written to it, and an older file is put right when opened.
 class SettingsStore
 {
 public:
@@ -40,6 +41,11 @@ public:
 
 private:
     QString findKey(const QString& section, const QString& key) const;
+    // Creates the file (and its folder, 0700) before the first write so that QSettings,
+    // which keeps a file's mode when it replaces it, never writes it readable by others.
+    void prepareFile();
+
+    bool m_prepared = false;
 
     std::unique_ptr<QSettings> m_settings;
 };

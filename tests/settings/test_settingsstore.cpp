@@ -4,16 +4,26 @@
 
 #include "TestUtil.h"
 
+#include <QDir>
 #include <QFile>
 #include <QMap>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace kestrova::settings;
+using kestrova::testing::readFile;
 using kestrova::testing::writeFile;
 
 namespace {
+
+int modeOf(const QString& path)
+{
+    struct stat st = {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+}
 
 // The preference a key feeds, as text, so one table covers flags and numbers alike.
 QString reading(const Preferences& p, const QString& key)
@@ -152,6 +162,46 @@ private Q_SLOTS:
         QCOMPARE(store.fileName(), home + QStringLiteral("/Kestrova/Kestrova.ini"));
         SettingsStore again;
         QCOMPARE(readPreferences(again, QStringLiteral("/d")).modemDevice, QStringLiteral("/dev/pts/7"));
+    }
+
+    // The store is the user's alone whether it is new, left by an older version with the
+    // usual rights, or only read; QSettings rewrites the file on every sync and must keep that.
+    void storeIsPrivate_data()
+    {
+        QTest::addColumn<int>("before"); // mode of an existing file; -1: none yet
+        QTest::addColumn<bool>("write");
+        // clang-format off
+        QTest::newRow("new") << -1 << true;
+        QTest::newRow("older file, written") << 0644 << true;
+        QTest::newRow("older file, only read") << 0644 << false;
+        QTest::newRow("group may write") << 0664 << true;
+        // clang-format on
+    }
+    void storeIsPrivate()
+    {
+        QFETCH(int, before);
+        QFETCH(bool, write);
+        QTemporaryDir dir;
+        const QString folder = dir.filePath(QStringLiteral("config/Kestrova"));
+        const QString path = folder + QStringLiteral("/Kestrova.ini");
+        if (before >= 0) {
+            QVERIFY(QDir().mkpath(folder));
+            writeFile(path, "[Settings]\nShowStatus=0\n");
+            QVERIFY(::chmod(QFile::encodeName(path).constData(), mode_t(before)) == 0);
+        }
+        SettingsStore store(path);
+        if (write) {
+            store.save(kSettingsSection, QStringLiteral("ModemDevice"), QStringLiteral("/dev/pts/1"));
+            QVERIFY(store.sync());
+            QCOMPARE(modeOf(path), 0600);
+            store.save(kSettingsSection, QStringLiteral("MailSize"), QStringLiteral("30"));
+            QVERIFY(store.sync());
+            QVERIFY(readFile(path).contains("MailSize=30"));
+        }
+        QCOMPARE(modeOf(path), 0600);
+        if (before < 0) {
+            QCOMPARE(modeOf(folder), 0700);
+        }
     }
 
     void preferencesSurviveSaving()
