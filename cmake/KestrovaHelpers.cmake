@@ -13,7 +13,8 @@ endfunction()
 
 # kestrova_add_test(NAME SOURCES ... [DEPS target ...] [LABELS ...] [TIMEOUT s] [LAUNCHER cmd ...] [ARGS ...])
 # A QtTest program registered with CTest. Each test gets its own settings and data
-# folders under the build tree so tests never read the developer's real settings.
+# folders under the build tree so tests never read the developer's real settings, and a
+# session bus address where no bus listens, so none reaches the developer's secret service.
 function(kestrova_add_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS;LAUNCHER;ARGS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
@@ -26,7 +27,7 @@ function(kestrova_add_test name)
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${ARG_TIMEOUT}
         LABELS "${ARG_LABELS}"
-        ENVIRONMENT "XDG_CONFIG_HOME=${home}/config;XDG_DATA_HOME=${home}/data;KESTROVA_HOME=;QT_QPA_PLATFORM=offscreen;KESTROVA_SOURCE_DIR=${PROJECT_SOURCE_DIR};KESTROVA_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data;KESTROVA_CLI=$<TARGET_FILE:kestrova-cli>;ASAN_OPTIONS=detect_leaks=1")
+        ENVIRONMENT "XDG_CONFIG_HOME=${home}/config;DBUS_SESSION_BUS_ADDRESS=unix:path=${home}/no-session-bus;XDG_DATA_HOME=${home}/data;KESTROVA_HOME=;QT_QPA_PLATFORM=offscreen;KESTROVA_SOURCE_DIR=${PROJECT_SOURCE_DIR};KESTROVA_TEST_DATA=${PROJECT_SOURCE_DIR}/tests/data;KESTROVA_CLI=$<TARGET_FILE:kestrova-cli>;ASAN_OPTIONS=detect_leaks=1")
 endfunction()
 
 # kestrova_add_gui_test(NAME SOURCES ... [DEPS target ...] [SCREENSHOTS] [TIMEOUT s])

@@ -26,6 +26,7 @@
 #include "news/ServerFiles.h"
 #include "quotes/CurlFetcher.h"
 #include "quotes/QuoteCycle.h"
+#include "secrets/SecretStore.h"
 #include "settings/IniMigration.h"
 #include "settings/SettingsStore.h"
 #include "support/Clock.h"
@@ -46,14 +47,10 @@ namespace kestrova::app {
 namespace {
 constexpr qint16 kConnectionDialup = 0;
 
-// A quote source's API key, kept scrambled in the user's settings store. Once used it is
-// a secret no text may show.
+// A quote source's API key, from the user's secret store.
 QString sourceKey(const QString& sourceName)
 {
-    const QString key = settings::SettingsStore().getSecret(settings::kSettingsSection,
-                                                            core::OptionRegistry::sourceKeyStoreKey(sourceName));
-    support::rememberSecret(key);
-    return key;
+    return core::OptionRegistry::storedSourceKey(sourceName);
 }
 constexpr qint16 kConnectionDirect = 1;
 constexpr qint16 kConnectionExternal = 2;
@@ -180,6 +177,7 @@ void Application::startup(const QString& commandLineFile)
 
     settings::SettingsStore store;
     runStep("INI_to_Registry", [&] { settings::migrateLegacyIni(m_dataDir, store); });
+    secrets::SecretStore(&store).moveLegacySecrets();
     m_state.clockLabel = support::formatDate(m_clock.now(), u"m/d/yy  h:mm am/pm");
     m_services.StatusMessage(QStringLiteral("Kestrova started on"));
 
@@ -272,12 +270,12 @@ void Application::applyOptions(const core::Options& options)
 void Application::applyStoreValues(const QHash<QString, QString>& values)
 {
     settings::SettingsStore store;
-    for (auto it = values.begin(); it != values.end(); ++it) {
-        store.save(settings::kSettingsSection, it.key(), it.value());
-    }
+    QStringList failures = core::OptionRegistry::keepStoreTexts(values, store);
     if (!store.sync()) {
-        m_host.messageBox(QStringLiteral("The settings could not be saved in ") + store.fileName(),
-                          support::MsgButtons::Ok, support::MsgIcon::Exclamation);
+        failures << QStringLiteral("The settings could not be saved in ") + store.fileName();
+    }
+    if (!failures.isEmpty()) {
+        m_host.messageBox(failures.join(u'\n'), support::MsgButtons::Ok, support::MsgIcon::Exclamation);
     }
     m_state.prefs = settings::readPreferences(store, m_dataDir);
     m_mailSettings->checkMail = m_state.prefs.checkMail;
@@ -748,6 +746,7 @@ QString Application::diagnostics() const
         << "Data directory: " << QDir::toNativeSeparators(m_dataDir) << '\n'
         << "Activity log: " << QDir::toNativeSeparators(m_log.fullPath()) << '\n'
         << "Settings file: " << QDir::toNativeSeparators(store.fileName()) << '\n'
+        << "Secrets: " << secrets::SecretStore(&store).where() << '\n'
         << "Portfolio file: "
         << (m_state.currentFile.isEmpty() ? QStringLiteral("(none)") : QDir::toNativeSeparators(m_state.currentFile))
         << '\n'

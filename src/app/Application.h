@@ -174,8 +174,8 @@ public:
     // What the dialogs commit, each in one step. A change to what the portfolio file stores
     // marks the file modified; the labels and the transports follow the new values.
     void applyOptions(const core::Options& options);
-    // Preferences arrive as settings-store texts by key (as the option registry stores them)
-    // and are read back by start-up's own rules.
+    // Preferences arrive as settings-store texts by key (as the option registry stores them;
+    // API keys go on to the secret store) and are read back by start-up's own rules.
     void applyStoreValues(const QHash<QString, QString>& values);
     void applyPortfolio(const core::PortfolioTable& table);
 

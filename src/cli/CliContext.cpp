@@ -4,6 +4,7 @@
 #include "core/OptionChecks.h"
 #include "core/OptionRegistry.h"
 #include "core/PortfolioFile.h"
+#include "secrets/SecretStore.h"
 #include "settings/IniMigration.h"
 #include "settings/Preferences.h"
 #include "settings/SettingsStore.h"
@@ -24,6 +25,7 @@ CliContext::CliContext(const GlobalOptions& g)
 
     settings::SettingsStore store;
     settings::migrateLegacyIni(g.dataDir, store);
+    secrets::SecretStore(&store).moveLegacySecrets();
     prefs = settings::readPreferences(store, g.dataDir);
     modemDevice = prefs.modemDevice;
     portfolioPath = g.portfolioFile.isEmpty() ? prefs.defaultFile : g.portfolioFile;
@@ -69,10 +71,7 @@ bool CliContext::loadPortfolio()
 
 QString CliContext::sourceKey(const QString& sourceName)
 {
-    const QString key = settings::SettingsStore().getSecret(settings::kSettingsSection,
-                                                            core::OptionRegistry::sourceKeyStoreKey(sourceName));
-    support::rememberSecret(key);
-    return key;
+    return core::OptionRegistry::storedSourceKey(sourceName);
 }
 
 void CliContext::showOnlyResults()

@@ -35,8 +35,9 @@ const QString kListUsage =
     QStringLiteral("Usage: kestrova-cli [global options] options list\n"
                    "Lists every option: name, type and value (passwords as ***), and under each one what\n"
                    "it is and the values it takes. Options named prefs.*, modem.device, fetch.host_connections\n"
-                   "and sources.key.* are kept in the settings store for this user (the keys scrambled);\n"
-                   "all others travel with the portfolio file.\n");
+                   "are kept in the settings store for this user, sources.key.* in the secret store (the\n"
+                   "desktop's secret service, or without one ~/.config/Kestrova/secrets); all others travel\n"
+                   "with the portfolio file.\n");
 
 int listCommand(const GlobalOptions& g, const QStringList& args)
 {
@@ -145,8 +146,9 @@ int setCommand(const GlobalOptions& g, const QStringList& args)
     }
     settings::SettingsStore store;
     if (!check.storeTexts.isEmpty()) {
-        for (auto it = check.storeTexts.begin(); it != check.storeTexts.end(); ++it) {
-            store.save(settings::kSettingsSection, it.key(), it.value());
+        if (const QStringList failures = OptionRegistry::keepStoreTexts(check.storeTexts, store); !failures.isEmpty()) {
+            err << failures.join(u'\n') << '\n';
+            return kExitFailure;
         }
         if (!store.sync()) {
             err << "the settings store could not be written (" << store.fileName() << ")\n";

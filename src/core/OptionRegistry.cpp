@@ -3,6 +3,8 @@
 #include "core/EntryRules.h"
 #include "core/OptionChecks.h"
 
+#include "secrets/SecretStore.h"
+#include "support/Secrets.h"
 #include "settings/SettingsStore.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
@@ -13,6 +15,7 @@
 
 #include <deque>
 #include <limits>
+#include <memory>
 
 namespace kestrova::core {
 
@@ -73,6 +76,9 @@ OptionDef textOption(const char* name, RefText ref, const char* description, Opt
 }
 
 using Prefs = settings::Preferences;
+
+// Store keys of quote sources' API keys; these are secrets and go to the secret store.
+const QLatin1String kSourceKeyPrefix("SourceKey_");
 
 QString boolText(bool b)
 {
@@ -161,21 +167,21 @@ QString sourceId(const QString& sourceName)
     return id;
 }
 
-// A quote source's API key: the user's own secret, so it lives scrambled in the settings
-// store, not in a portfolio file that may be passed around.
+// A quote source's API key: the user's own secret, so it lives in the secret store, not in
+// a portfolio file that may be passed around.
 OptionDef sourceKeyDef(const QString& id)
 {
     OptionDef d;
     d.name = QStringLiteral("sources.key.") + id;
     d.type = OptionType::Password;
     d.description = QStringLiteral("API key of the quote source %1 in sources.json, on this machine").arg(id);
-    d.storeKey = QStringLiteral("SourceKey_") + id;
+    d.storeKey = kSourceKeyPrefix + id;
+    d.secret = true;
     d.getPref = [key = d.storeKey](const settings::Preferences&) {
-        return settings::SettingsStore().getSecret(settings::kSettingsSection, key).isEmpty() ? QString()
-                                                                                              : QStringLiteral("***");
+        return secrets::SecretStore().read(key).isEmpty() ? QString() : QStringLiteral("***");
     };
     d.allowed = QStringLiteral("the key the service gave you; give - as the value to type it on standard input");
-    d.storeText = [](const QString& v) { return settings::SettingsStore::scrambledSecret(v); };
+    d.storeText = [](const QString& v) { return v; };
     return d;
 }
 
@@ -656,7 +662,35 @@ QString OptionRegistry::sourceKeyOption(const QString& sourceName)
 
 QString OptionRegistry::sourceKeyStoreKey(const QString& sourceName)
 {
-    return QStringLiteral("SourceKey_") + sourceId(sourceName);
+    return kSourceKeyPrefix + sourceId(sourceName);
+}
+
+QString OptionRegistry::storedSourceKey(const QString& sourceName)
+{
+    // Once read it is a secret no text may show.
+    const QString key = secrets::SecretStore().read(sourceKeyStoreKey(sourceName));
+    support::rememberSecret(key);
+    return key;
+}
+
+QStringList OptionRegistry::keepStoreTexts(const QHash<QString, QString>& texts, settings::SettingsStore& store)
+{
+    QStringList failures;
+    std::unique_ptr<secrets::SecretStore> secretStore;
+    for (auto it = texts.begin(); it != texts.end(); ++it) {
+        if (!it.key().startsWith(kSourceKeyPrefix)) {
+            store.save(settings::kSettingsSection, it.key(), it.value());
+            continue;
+        }
+        if (!secretStore) {
+            secretStore = std::make_unique<secrets::SecretStore>(&store);
+        }
+        if (QString why; !secretStore->write(it.key(), it.value(), &why)) {
+            failures << QStringLiteral("sources.key.") + it.key().mid(kSourceKeyPrefix.size()) + QStringLiteral(": ") +
+                            why;
+        }
+    }
+    return failures;
 }
 
 QString OptionRegistry::typeName(OptionType type)

@@ -3,10 +3,16 @@
 #include "core/Options.h"
 #include "settings/Preferences.h"
 
+#include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <vector>
+
+namespace kestrova::settings {
+class SettingsStore;
+}
 
 namespace kestrova::core {
 
@@ -30,7 +36,8 @@ struct OptionDef
     // Extra check on the value text; returns why it is refused, or nothing.
     std::function<QString(const Options&, const QString&)> check;
 
-    QString storeKey; // set when the option lives in the settings store
+    QString storeKey;    // set when the option lives in the settings store (or, secret, the secret store)
+    bool secret = false; // kept in the secret store under storeKey, never in the settings store
     // Store options: the value as start-up reads it, and the text stored for a checked value
     // (flags as "1"/"0", CheckUpdates as "True"/"False").
     std::function<QString(const settings::Preferences&)> getPref;
@@ -69,6 +76,12 @@ public:
                             QString* normalised = nullptr);
     // validate() then set(); returns the refusal message or nothing.
     static QString assign(const OptionDef& def, Options& options, const QString& value);
+    // Keeps the store texts of a check (by store key): secrets in the secret store (at once),
+    // everything else in the settings store (written by store.sync()). Returns why a text
+    // could not be kept, one line each; empty when all were.
+    static QStringList keepStoreTexts(const QHash<QString, QString>& texts, settings::SettingsStore& store);
+    // The stored API key of a quote source; empty when none is set.
+    static QString storedSourceKey(const QString& sourceName);
 
     // Accepted spellings of a boolean: true/false, yes/no, on/off, 1/0.
     static bool parseBool(const QString& text, bool* ok);

@@ -11,6 +11,7 @@
 #include "quotes/BuiltInServers.h"
 #include "quotes/QuoteCycle.h"
 #include "quotes/SourceDefinition.h"
+#include "secrets/SecretStore.h"
 #include "settings/SettingsStore.h"
 #include "support/Text.h"
 
@@ -232,7 +233,8 @@ QLineEdit* OptionsDialog::password(QFormLayout* form, const char* option, const 
 QLineEdit* OptionsDialog::secretPreference(QFormLayout* form, const QString& option, const QString& label)
 {
     // Like a password: the field starts empty and only says whether a secret is stored.
-    // Left alone, the stored secret is handed back as it is; "Forget" removes it.
+    // Left alone, the stored secret is not touched (it is not even read: a keyring that
+    // cannot be asked just now must not cost the key); "Forget" removes it.
     auto* edit = new QLineEdit;
     edit->setEchoMode(QLineEdit::Password);
     auto* forget = edit->addAction(QIcon::fromTheme(QStringLiteral("edit-clear")), QLineEdit::TrailingPosition);
@@ -250,15 +252,15 @@ QLineEdit* OptionsDialog::secretPreference(QFormLayout* form, const QString& opt
         showState();
     });
     form->addRow(label, edit);
-    const QString storeKey = core::OptionRegistry::find(option)->storeKey;
     bindPreference(
         option.toLatin1().constData(), label, edit,
-        [edit, forgotten, storeKey] {
+        [edit, forgotten] {
             const QString typed = edit->text().trimmed();
             if (!typed.isEmpty()) {
                 return typed;
             }
-            return *forgotten ? QString() : settings::SettingsStore().getSecret(settings::kSettingsSection, storeKey);
+            // Null: left alone; empty: forgotten.
+            return *forgotten ? QStringLiteral("") : QString();
         },
         [edit, stored, forgotten, showState](const QString& shown) {
             edit->clear();
@@ -725,8 +727,8 @@ QWidget* OptionsDialog::sourcesPage()
 
     QFormLayout* keysForm = nullptr;
     QGroupBox* keys = group(tr("API keys"), &keysForm);
-    auto* keysHint =
-        new QLabel(tr("Kept scrambled on this computer, never in the portfolio file or the activity log."));
+    auto* keysHint = new QLabel(
+        tr("Kept in %1, never in the portfolio file or the activity log.").arg(secrets::SecretStore().where()));
     keysHint->setWordWrap(true);
     keysForm->addRow(keysHint);
     // The names come from the file, so each label takes the first of its letters that no
@@ -906,7 +908,11 @@ QList<core::OptionText> OptionsDialog::entered(bool withPreferences) const
         if (f.preference && !withPreferences) {
             continue;
         }
-        out.append({f.name, f.read()});
+        const QString text = f.read();
+        if (f.preference && f.def->secret && text.isNull()) {
+            continue;
+        }
+        out.append({f.name, text});
     }
     return out;
 }

@@ -13,8 +13,8 @@ namespace kestrova::settings {
 
 namespace {
 
-// Scrambling, not encryption: the store is the user's own file, and the point is that a
-// key never shows in it (or in a backup, or on a screen share) as the text it is.
+// How older versions kept API keys here: not encryption, only so that a key never stood in
+// the file as typed. Kept to read such keys once and move them to the secret store.
 const QLatin1String kScrambledPrefix("scrambled:");
 constexpr char kPad[] = "Kestrova quote source keys";
 
@@ -76,10 +76,7 @@ SettingsStore::~SettingsStore() = default;
 
 QString SettingsStore::findKey(const QString& section, const QString& key) const
 {
-    m_settings->beginGroup(section);
-    const QStringList keys = m_settings->childKeys();
-    m_settings->endGroup();
-    for (const QString& k : keys) {
+    for (const QString& k : keys(section)) {
         if (k.compare(key, Qt::CaseInsensitive) == 0) {
             return k;
         }
@@ -106,30 +103,21 @@ void SettingsStore::save(const QString& section, const QString& key, const QStri
     m_settings->setValue(section + u'/' + key, text);
 }
 
-void SettingsStore::saveSecret(const QString& section, const QString& key, const QString& text)
-{
-    if (text.isEmpty()) {
-        remove(section, key);
-        return;
-    }
-    save(section, key, scrambledSecret(text));
-}
-
-QString SettingsStore::scrambledSecret(const QString& text)
-{
-    if (text.isEmpty()) {
-        return {};
-    }
-    return kScrambledPrefix + QString::fromLatin1(xorPad(text.toUtf8()).toBase64());
-}
-
-QString SettingsStore::getSecret(const QString& section, const QString& key) const
+std::optional<QString> SettingsStore::legacySecret(const QString& section, const QString& key) const
 {
     const QString stored = get(section, key);
     if (!stored.startsWith(kScrambledPrefix)) {
-        return {};
+        return std::nullopt;
     }
     return QString::fromUtf8(xorPad(QByteArray::fromBase64(stored.mid(kScrambledPrefix.size()).toLatin1())));
+}
+
+QStringList SettingsStore::keys(const QString& section) const
+{
+    m_settings->beginGroup(section);
+    const QStringList keys = m_settings->childKeys();
+    m_settings->endGroup();
+    return keys;
 }
 
 bool SettingsStore::contains(const QString& section, const QString& key) const

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class QSettings;
 
@@ -27,13 +28,11 @@ public:
     // Replaces the value under any existing spelling of the key.
     void save(const QString& section, const QString& key, const QString& text);
     bool contains(const QString& section, const QString& key) const;
-    // A secret (an API key) kept scrambled, so that it never stands in the file as typed
-    // and a search of the file for it finds nothing. An empty text removes the key.
-    void saveSecret(const QString& section, const QString& key, const QString& text);
-    // The secret as it was saved; empty when absent or not in the scrambled form.
-    QString getSecret(const QString& section, const QString& key) const;
-    // The stored form of a secret (empty stays empty).
-    static QString scrambledSecret(const QString& text);
+    // A value an older version kept here scrambled ("scrambled:" and the base64 of its
+    // UTF-8 XOR-ed with a fixed text): what it was, or nothing when the key holds no such
+    // value. Secrets live in the secret store now; this is only read to move them there.
+    std::optional<QString> legacySecret(const QString& section, const QString& key) const;
+    QStringList keys(const QString& section) const;
     void remove(const QString& section, const QString& key);
     // Writes pending changes to disk and reports whether the file could be written.
     bool sync();

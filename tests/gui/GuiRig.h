@@ -4,6 +4,7 @@
 #include "gui/GuiHost.h"
 #include "news/News.h"
 #include "news/NewsStories.h"
+#include "secrets/FileSecrets.h"
 #include "settings/SettingsStore.h"
 #include "support/Clock.h"
 #include "support/EventWait.h"
@@ -70,6 +71,7 @@ struct GuiRig
 inline void clearSettingsStore()
 {
     QFile::remove(settings::SettingsStore().fileName());
+    QDir(secrets::FileSecrets::defaultFolder()).removeRecursively();
 }
 
 // Runs `act` on the next modal dialog of type T once it is shown (a dialog opened with

@@ -6,6 +6,8 @@
 #include "core/PortfolioFile.h"
 #include "gui/ModemDialog.h"
 #include "gui/OptionsDialog.h"
+#include "secrets/FileSecrets.h"
+#include "secrets/SecretStore.h"
 #include "settings/SettingsStore.h"
 #include "sim/ModemSimulator.h"
 
@@ -19,6 +21,8 @@
 #include <QRadioButton>
 #include <QTabWidget>
 #include <QtTest>
+
+#include <sys/stat.h>
 
 using namespace kestrova;
 using testing::child;
@@ -327,9 +331,10 @@ private Q_SLOTS:
         rig.app->state().options.sources.order = storedOrder;
         goodSetup(rig);
         {
+            // As an older version left the key: scrambled in the settings store.
             settings::SettingsStore store;
             store.save(settings::kSettingsSection, QStringLiteral("SourceKey_keyed"),
-                       settings::SettingsStore::scrambledSecret(QStringLiteral("K-old-42")));
+                       QStringLiteral("scrambled:AEgcGBZCQlM="));
             QVERIFY(store.sync());
         }
         gui::OptionsDialog dlg(nullptr, *rig.app, rig.host);
@@ -367,11 +372,15 @@ private Q_SLOTS:
         QCOMPARE(rig.host.shownMessages, QStringList{});
         QCOMPARE(dlg.result(), int(QDialog::Accepted));
         QCOMPARE(rig.app->state().options.sources.order, savedOrder);
-        // A key is kept scrambled at rest.
-        const settings::SettingsStore store;
-        QCOMPARE(store.getSecret(settings::kSettingsSection, QStringLiteral("SourceKey_keyed")), keyStored);
+        // The key is in the secret store (no secret service here: its private folder) and
+        // has left the settings store.
+        QCOMPARE(secrets::SecretStore().read(QStringLiteral("SourceKey_keyed")), keyStored);
+        QVERIFY(!settings::SettingsStore().contains(settings::kSettingsSection, QStringLiteral("SourceKey_keyed")));
+        struct stat st = {};
+        const QByteArray keyFile = QFile::encodeName(secrets::FileSecrets::defaultFolder() + "/SourceKey_keyed");
+        QCOMPARE(::stat(keyFile.constData(), &st) == 0, !keyStored.isEmpty());
         if (!keyStored.isEmpty()) {
-            QVERIFY(!store.get(settings::kSettingsSection, QStringLiteral("SourceKey_keyed")).contains(keyStored));
+            QCOMPARE(st.st_mode & 0777, 0600u);
         }
     }
 
