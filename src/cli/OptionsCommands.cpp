@@ -92,9 +92,10 @@ const QString kSetUsage =
                    "whole (a pager ID without dashes, a non-zero page length, a recipient when e-mail paging\n"
                    "is on, a host when the proxy is on), and the schedule's times and interval. Related\n"
                    "options can so be changed together. Options are saved in the portfolio file, or the\n"
-                   "settings store for modem.device, prefs.*, history.*, fetch.host_connections and the\n"
-                   "sources.key.* keys. A VALUE of - reads the value from the next line of standard input,\n"
-                   "which is the way to give a password, a key or a push URL that carries a log-on.\n");
+                   "settings store for modem.device, prefs.*, history.* and fetch.host_connections, or the\n"
+                   "secret store for the sources.key.* keys. A VALUE of - reads the value from the next line\n"
+                   "of standard input, which is the way to give a password, a key or a push URL that\n"
+                   "carries a log-on.\n");
 
 int setCommand(const GlobalOptions& g, const QStringList& args)
 {
