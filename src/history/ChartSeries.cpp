@@ -1,5 +1,7 @@
 #include "history/ChartSeries.h"
 
+#include "history/SqliteStatement.h"
+
 #include <QAtomicInteger>
 #include <QFileInfo>
 #include <QSqlDatabase>
@@ -63,21 +65,18 @@ ChartData loadChartData(const QString& databasePath, const QString& symbol, cons
         } else {
             const qint64 lo = from.isValid() ? from.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
             const qint64 hi = until.isValid() ? until.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
-            QSqlQuery q(db);
-            q.setForwardOnly(true);
-            q.prepare(QStringLiteral("SELECT fetched_at, last, volume FROM quotes WHERE symbol = ? AND "
-                                     "fetched_at >= ? AND fetched_at <= ? AND last > 0 ORDER BY fetched_at"));
-            q.bindValue(0, symbol);
-            q.bindValue(1, lo);
-            q.bindValue(2, hi);
-            if (!q.exec()) {
-                data.error = q.lastError().text();
-            } else {
-                while (q.next()) {
-                    data.times << q.value(0).toLongLong();
-                    data.prices << q.value(1).toDouble();
-                    data.volumes << q.value(2).toDouble();
-                }
+            SqliteStatement q(db, "SELECT fetched_at, last, volume FROM quotes WHERE symbol = ? AND fetched_at >= ? "
+                                  "AND fetched_at <= ? AND last > 0 ORDER BY fetched_at");
+            q.bind(1, symbol);
+            q.bind(2, lo);
+            q.bind(3, hi);
+            while (q.next()) {
+                data.times << q.int64(0);
+                data.prices << q.real(1);
+                data.volumes << q.real(2);
+            }
+            if (q.errorCode() != 0) {
+                data.error = q.errorText();
             }
             QSqlQuery a(db);
             a.setForwardOnly(true);

@@ -1,5 +1,6 @@
 #include "history/HistoryStore.h"
 
+#include "history/SqliteStatement.h"
 #include "support/Clock.h"
 #include "support/PrivateFiles.h"
 
@@ -57,11 +58,6 @@ QVariant optionalValue(const std::optional<qint64>& v)
     return v ? QVariant(*v) : QVariant(QMetaType::fromType<qint64>());
 }
 
-std::optional<double> optionalDouble(const QVariant& v)
-{
-    return v.isNull() ? std::nullopt : std::optional<double>(v.toDouble());
-}
-
 // Each step takes the schema from the version before it to its own number.
 const QList<QStringList>& migrations()
 {
@@ -85,6 +81,11 @@ const QList<QStringList>& migrations()
          QStringLiteral("DROP INDEX quotes_by_symbol"),
          QStringLiteral("CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at, last, volume)"),
          QStringLiteral("CREATE INDEX alarms_by_symbol ON alarms (symbol, fired_at)")},
+        // 3: the symbol index in the order one symbol's rows are listed (fetch time, then
+        // the order they were stored in), so a listing streams from it without a sort in a
+        // temporary B-tree; it still carries price and volume for the chart.
+        {QStringLiteral("DROP INDEX quotes_by_symbol"),
+         QStringLiteral("CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at, id, last, volume)")},
     };
     return steps;
 }
@@ -92,28 +93,33 @@ const QList<QStringList>& migrations()
 const char* const kQuoteColumns = "symbol, fetched_at, quoted_at, last, change, percent_change, volume, bid, ask, "
                                   "high, low, open, source, imported";
 
-QuoteRow readQuote(const QSqlQuery& q)
+// Times come back in UTC: making them local would look the zone up again for every row.
+QDateTime utcTime(qint64 ms)
 {
-    QuoteRow r;
-    r.symbol = q.value(0).toString();
-    r.fetchedAt = QDateTime::fromMSecsSinceEpoch(q.value(1).toLongLong());
-    if (!q.value(2).isNull()) {
-        r.quotedAt = QDateTime::fromMSecsSinceEpoch(q.value(2).toLongLong());
-    }
-    r.last = optionalDouble(q.value(3));
-    r.change = optionalDouble(q.value(4));
-    r.percentChange = optionalDouble(q.value(5));
-    if (!q.value(6).isNull()) {
-        r.volume = q.value(6).toLongLong();
-    }
-    r.bid = optionalDouble(q.value(7));
-    r.ask = optionalDouble(q.value(8));
-    r.high = optionalDouble(q.value(9));
-    r.low = optionalDouble(q.value(10));
-    r.open = optionalDouble(q.value(11));
-    r.source = q.value(12).toString();
-    r.imported = q.value(13).toInt() != 0;
-    return r;
+    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC);
+}
+
+std::optional<double> optionalReal(const SqliteStatement& q, int column)
+{
+    return q.isNull(column) ? std::nullopt : std::optional<double>(q.real(column));
+}
+
+void readQuote(const SqliteStatement& q, QuoteRow& r)
+{
+    q.text(0, r.symbol);
+    r.fetchedAt = utcTime(q.int64(1));
+    r.quotedAt = q.isNull(2) ? QDateTime() : utcTime(q.int64(2));
+    r.last = optionalReal(q, 3);
+    r.change = optionalReal(q, 4);
+    r.percentChange = optionalReal(q, 5);
+    r.volume = q.isNull(6) ? std::nullopt : std::optional<qint64>(q.int64(6));
+    r.bid = optionalReal(q, 7);
+    r.ask = optionalReal(q, 8);
+    r.high = optionalReal(q, 9);
+    r.low = optionalReal(q, 10);
+    r.open = optionalReal(q, 11);
+    q.text(12, r.source);
+    r.imported = q.int64(13) != 0;
 }
 
 void bindQuote(QSqlQuery& q, const QuoteRow& r)
@@ -563,25 +569,41 @@ bool HistoryStore::setMeta(const QString& key, const QString& value)
     return q.exec() || fail(QStringLiteral("cannot write ") + m_path, q.lastError());
 }
 
-QList<QuoteRow> HistoryStore::quotes(const QString& symbol, const QDateTime& from, const QDateTime& until) const
+bool HistoryStore::forEachQuote(const QString& symbol, const QDateTime& from, const QDateTime& until,
+                                const std::function<void(const QuoteRow&)>& onRow)
+{
+    m_error.clear();
+    m_damaged = false;
+    if (!m_open) {
+        m_error = QStringLiteral("the history is not open");
+        return false;
+    }
+    static const QByteArray sql = QStringLiteral("SELECT %1 FROM quotes WHERE symbol = ? AND fetched_at >= ? AND "
+                                                 "fetched_at <= ? ORDER BY fetched_at, id")
+                                      .arg(QLatin1String(kQuoteColumns))
+                                      .toLatin1();
+    SqliteStatement q(QSqlDatabase::database(m_connection, false), sql.constData());
+    q.bind(1, symbol);
+    q.bind(2, toMs(from, std::numeric_limits<qint64>::min()));
+    q.bind(3, toMs(until, std::numeric_limits<qint64>::max()));
+    // One row object for the whole run: its texts keep their storage while they repeat.
+    QuoteRow row;
+    while (q.next()) {
+        readQuote(q, row);
+        onRow(row);
+    }
+    if (q.errorCode() != 0) {
+        m_damaged = q.errorCode() == kSqliteCorrupt || q.errorCode() == kSqliteNotADatabase;
+        m_error = QStringLiteral("cannot read ") + m_path + QStringLiteral(": ") + q.errorText();
+        return false;
+    }
+    return true;
+}
+
+QList<QuoteRow> HistoryStore::quotes(const QString& symbol, const QDateTime& from, const QDateTime& until)
 {
     QList<QuoteRow> rows;
-    if (!m_open) {
-        return rows;
-    }
-    QSqlQuery q(QSqlDatabase::database(m_connection, false));
-    q.setForwardOnly(true);
-    q.prepare(QStringLiteral("SELECT %1 FROM quotes WHERE symbol = ? AND fetched_at >= ? AND fetched_at <= ? "
-                             "ORDER BY fetched_at, id")
-                  .arg(QLatin1String(kQuoteColumns)));
-    q.bindValue(0, symbol);
-    q.bindValue(1, toMs(from, std::numeric_limits<qint64>::min()));
-    q.bindValue(2, toMs(until, std::numeric_limits<qint64>::max()));
-    if (q.exec()) {
-        while (q.next()) {
-            rows << readQuote(q);
-        }
-    }
+    forEachQuote(symbol, from, until, [&](const QuoteRow& r) { rows << r; });
     return rows;
 }
 

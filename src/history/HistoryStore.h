@@ -6,6 +6,8 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
+
 class QSqlError;
 
 namespace kestrova::support {
@@ -24,7 +26,7 @@ namespace kestrova::history {
 class HistoryStore
 {
 public:
-    static constexpr int kSchemaVersion = 2;
+    static constexpr int kSchemaVersion = 3;
     static QString defaultFileName() { return QStringLiteral("history.sqlite"); }
 
     HistoryStore(QString path, const support::Clock& clock);
@@ -71,8 +73,14 @@ public:
     QString meta(const QString& key) const;
     bool setMeta(const QString& key, const QString& value);
 
-    // One symbol's quotes with from <= fetchedAt <= until, oldest first; an invalid bound is open.
-    QList<QuoteRow> quotes(const QString& symbol, const QDateTime& from = {}, const QDateTime& until = {}) const;
+    // One symbol's quotes with from <= fetchedAt <= until, oldest first (rows of one time in
+    // the order they were stored); an invalid bound is open. The rows are handed over one by
+    // one as SQLite steps to them, so a listing of years holds one row at a time; times are
+    // in UTC. False when the store is not open or the read failed part way (lastError()).
+    bool forEachQuote(const QString& symbol, const QDateTime& from, const QDateTime& until,
+                      const std::function<void(const QuoteRow&)>& onRow);
+    // The same rows collected, for short ranges.
+    QList<QuoteRow> quotes(const QString& symbol, const QDateTime& from = {}, const QDateTime& until = {});
     // Alarms with from <= firedAt <= until, oldest first; all symbols when symbol is empty.
     QList<AlarmRow> alarms(const QDateTime& from = {}, const QDateTime& until = {}, const QString& symbol = {}) const;
 

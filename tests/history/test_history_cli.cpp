@@ -121,6 +121,7 @@ private Q_SLOTS:
         QTest::newRow("csv quotes the source") << "IBM" << QStringList{"--csv", "--until", "2026-11-23"} << 0
             << QStringList{"Symbol,Fetched,Quoted,Last,Change,PercentChange,Volume,Bid,Ask,High,Low,Open,Source",
                            "IBM,2026-11-23 09:45:00,2026-11-23 09:43:00,150.25,-0.75,-0.5,1200000,150.15,,151.25,149.25,,\"Demo, Market\""} << "";
+        QTest::newRow("json, nothing in range") << "IBM" << QStringList{"--json", "--until", "2026-11-22"} << 0 << QStringList{"[", "]"} << "";
         QTest::newRow("csv and json") << "IBM" << QStringList{"--csv", "--json"} << 2 << none << "cannot be used together";
         QTest::newRow("no symbol") << "" << none << 2 << none << "a SYMBOL is needed";
         // clang-format on
@@ -142,6 +143,63 @@ private Q_SLOTS:
             QCOMPARE(r.out.trimmed().split(u'\n'), out);
         }
         QVERIFY2(r.err.contains(err), qPrintable(r.err));
+    }
+
+    // The listing's times in the user's zone on both sides of its clock changes (an hour
+    // that comes twice, an hour that never comes), and its prices rounded as they always
+    // were: a tie at the fifth decimal away from zero, negative zero without its sign.
+    void csvAcrossClockChanges_data()
+    {
+        QTest::addColumn<QString>("zone");
+        QTest::addColumn<QStringList>("lines");
+        // clang-format off
+        QTest::newRow("New York") << "America/New_York" << QStringList{
+            "IBM,2026-03-08 01:59:59,,0.0313,,,,,,,,,x",
+            "IBM,2026-03-08 03:00:00,,-0.0313,,,,,,,,,x",
+            "IBM,2026-11-01 01:30:00,,0,,,,,,,,,x",
+            "IBM,2026-11-01 01:30:00,,100000000000000000000,,,,,,,,,x",
+            "IBM,2026-11-01 01:59:59,,150.25,,,,,,,,,x"};
+        QTest::newRow("London") << "Europe/London" << QStringList{
+            "IBM,2026-03-08 06:59:59,,0.0313,,,,,,,,,x",
+            "IBM,2026-03-08 07:00:00,,-0.0313,,,,,,,,,x",
+            "IBM,2026-11-01 05:30:00,,0,,,,,,,,,x",
+            "IBM,2026-11-01 06:30:00,,100000000000000000000,,,,,,,,,x",
+            "IBM,2026-11-01 06:59:59,,150.25,,,,,,,,,x"};
+        // clang-format on
+    }
+    void csvAcrossClockChanges()
+    {
+        QFETCH(QString, zone);
+        QFETCH(QStringList, lines);
+        QTemporaryDir dir;
+        const QString data = dir.filePath(QStringLiteral("data"));
+        QVERIFY(QDir().mkpath(data));
+        {
+            support::SystemClock clock;
+            history::HistoryStore store(QDir(data).filePath(history::HistoryStore::defaultFileName()), clock);
+            QVERIFY2(store.open(), qPrintable(store.lastError()));
+            const std::pair<const char*, double> rows[] = {{"2026-03-08T06:59:59Z", 0.03125},
+                                                           {"2026-03-08T07:00:00Z", -0.03125},
+                                                           {"2026-11-01T05:30:00Z", -0.0},
+                                                           {"2026-11-01T06:30:00Z", 1e20},
+                                                           {"2026-11-01T06:59:59Z", 150.25}};
+            history::CycleRecord c;
+            for (const auto& [at, last] : rows) {
+                QuoteRow r;
+                r.symbol = QStringLiteral("IBM");
+                r.fetchedAt = QDateTime::fromString(QLatin1String(at), Qt::ISODate);
+                r.last = last;
+                r.source = QStringLiteral("x");
+                c.quotes << r;
+            }
+            QVERIFY(store.append(c));
+        }
+        const testing::CliRun r = testing::runCli(dir,
+                                                  {QStringLiteral("--data-dir"), data, QStringLiteral("history"),
+                                                   QStringLiteral("IBM"), QStringLiteral("--csv")},
+                                                  60000, {}, {}, {{QStringLiteral("TZ"), zone}});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(r.out.trimmed().split(u'\n').mid(1), lines);
     }
 
     void alarmsSince()

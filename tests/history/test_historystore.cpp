@@ -61,6 +61,48 @@ qint64 countRows(HistoryStore& store, const QString& table)
     return q.exec(QStringLiteral("SELECT count(*) FROM ") + table) && q.next() ? q.value(0).toLongLong() : -1;
 }
 
+// A store as the first version wrote it, with one quote in it.
+bool writeFirstSchema(const QString& path)
+{
+    bool ok = true;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("v1"));
+        db.setDatabaseName(path);
+        ok = db.open();
+        QSqlQuery q(db);
+        for (const char* sql :
+             {"CREATE TABLE schema_version (version INTEGER NOT NULL)", "INSERT INTO schema_version VALUES (1)",
+              "CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL)",
+              "CREATE TABLE quotes (id INTEGER PRIMARY KEY, symbol TEXT NOT NULL COLLATE NOCASE, fetched_at "
+              "INTEGER NOT NULL, quoted_at INTEGER, last REAL, change REAL, percent_change REAL, volume INTEGER, "
+              "bid REAL, ask REAL, high REAL, low REAL, source TEXT NOT NULL DEFAULT '')",
+              "CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at)",
+              "CREATE TABLE alarms (id INTEGER PRIMARY KEY, symbol TEXT NOT NULL COLLATE NOCASE, fired_at "
+              "INTEGER NOT NULL, kind TEXT NOT NULL, limit_value REAL NOT NULL, value REAL NOT NULL, paged "
+              "INTEGER NOT NULL)",
+              "CREATE INDEX alarms_by_time ON alarms (fired_at)",
+              "INSERT INTO quotes (symbol, fetched_at, last, source) VALUES ('IBM', 1000, 150.5, 'Demo Market')"}) {
+            ok = ok && q.exec(QLatin1String(sql));
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("v1"));
+    return ok;
+}
+
+// SQLite's plan for a query, one step a line.
+QString queryPlan(HistoryStore& store, const char* sql)
+{
+    QSqlQuery q(QSqlDatabase::database(store.connectionName()));
+    QStringList steps;
+    if (q.exec(QStringLiteral("EXPLAIN QUERY PLAN ") + QLatin1String(sql))) {
+        while (q.next()) {
+            steps << q.value(3).toString();
+        }
+    }
+    return steps.join(u'\n');
+}
+
 QStringList setAsideFiles(const QString& dir)
 {
     return QDir(dir).entryList({QStringLiteral("history.sqlite.damaged-*")}, QDir::Files, QDir::Name);
@@ -212,30 +254,7 @@ private Q_SLOTS:
     {
         testing::ServicesRig rig;
         const QString path = rig.dir.filePath(HistoryStore::defaultFileName());
-        {
-            // A store as the first version wrote it, with one quote in it.
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("v1"));
-            db.setDatabaseName(path);
-            QVERIFY(db.open());
-            QSqlQuery q(db);
-            for (const char* sql :
-                 {"CREATE TABLE schema_version (version INTEGER NOT NULL)", "INSERT INTO schema_version VALUES (1)",
-                  "CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL)",
-                  "CREATE TABLE quotes (id INTEGER PRIMARY KEY, symbol TEXT NOT NULL COLLATE NOCASE, fetched_at "
-                  "INTEGER NOT NULL, quoted_at INTEGER, last REAL, change REAL, percent_change REAL, volume INTEGER, "
-                  "bid REAL, ask REAL, high REAL, low REAL, source TEXT NOT NULL DEFAULT '')",
-                  "CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at)",
-                  "CREATE TABLE alarms (id INTEGER PRIMARY KEY, symbol TEXT NOT NULL COLLATE NOCASE, fired_at "
-                  "INTEGER NOT NULL, kind TEXT NOT NULL, limit_value REAL NOT NULL, value REAL NOT NULL, paged "
-                  "INTEGER NOT NULL)",
-                  "CREATE INDEX alarms_by_time ON alarms (fired_at)",
-                  "INSERT INTO quotes (symbol, fetched_at, last, source) VALUES ('IBM', 1000, 150.5, 'Demo Market')"}) {
-                QVERIFY2(q.exec(QLatin1String(sql)), sql);
-            }
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("v1"));
-
+        QVERIFY(writeFirstSchema(path));
         HistoryStore store(path, rig.clock);
         QVERIFY2(store.open(), qPrintable(store.lastError()));
         QCOMPARE(store.schemaVersion(), HistoryStore::kSchemaVersion);
@@ -243,6 +262,46 @@ private Q_SLOTS:
         QCOMPARE(rows.size(), 1);
         QCOMPARE(rows.first().last, std::optional<double>(150.5));
         QVERIFY(!rows.first().open && !rows.first().imported);
+    }
+
+    // A listing of years streams from the index in the order it prints (no sort in a
+    // temporary B-tree, which holds every row before the first comes out), and the chart's
+    // read never touches the table; in a new store and in upgraded ones.
+    void readsAreServedByTheIndex_data()
+    {
+        QTest::addColumn<int>("startSchema");
+        QTest::newRow("new store") << 0;
+        QTest::newRow("upgraded from schema 1") << 1;
+        QTest::newRow("upgraded from schema 2") << 2;
+    }
+    void readsAreServedByTheIndex()
+    {
+        QFETCH(int, startSchema);
+        testing::ServicesRig rig;
+        const QString path = rig.dir.filePath(HistoryStore::defaultFileName());
+        if (startSchema == 1) {
+            QVERIFY(writeFirstSchema(path));
+        } else if (startSchema == 2) {
+            HistoryStore older(path, rig.clock);
+            QVERIFY(older.open());
+            QSqlQuery q(QSqlDatabase::database(older.connectionName()));
+            for (const char* sql : {"DROP INDEX quotes_by_symbol",
+                                    "CREATE INDEX quotes_by_symbol ON quotes (symbol, fetched_at, last, volume)",
+                                    "UPDATE schema_version SET version = 2"}) {
+                QVERIFY2(q.exec(QLatin1String(sql)), sql);
+            }
+        }
+        HistoryStore store(path, rig.clock);
+        QVERIFY2(store.open(), qPrintable(store.lastError()));
+        const QString listing = queryPlan(store, "SELECT * FROM quotes WHERE symbol = 'IBM' AND fetched_at >= 0 AND "
+                                                 "fetched_at <= 9 ORDER BY fetched_at, id");
+        QVERIFY2(listing.contains(QLatin1String("USING INDEX quotes_by_symbol")), qPrintable(listing));
+        QVERIFY2(!listing.contains(QLatin1String("TEMP B-TREE")), qPrintable(listing));
+        const QString chart =
+            queryPlan(store, "SELECT fetched_at, last, volume FROM quotes WHERE symbol = 'IBM' AND fetched_at >= 0 AND "
+                             "fetched_at <= 9 AND last > 0 ORDER BY fetched_at");
+        QVERIFY2(chart.contains(QLatin1String("USING COVERING INDEX quotes_by_symbol")), qPrintable(chart));
+        QVERIFY2(!chart.contains(QLatin1String("TEMP B-TREE")), qPrintable(chart));
     }
 
     void retentionRemovesOnlyOldRows_data()

@@ -29,12 +29,18 @@ struct CliRun
 };
 
 // Runs kestrova-cli to its end with input on its standard input; childSetup runs in the
-// child before it starts the program (limits, signal dispositions).
+// child before it starts the program (limits, signal dispositions); extraEnv is added to
+// its environment (TZ=...).
 inline CliRun runCli(const QTemporaryDir& dir, const QStringList& args, int timeoutMs = 60000,
-                     const QByteArray& input = {}, const std::function<void()>& childSetup = {})
+                     const QByteArray& input = {}, const std::function<void()>& childSetup = {},
+                     const QList<QPair<QString, QString>>& extraEnv = {})
 {
     QProcess p;
-    p.setProcessEnvironment(cliEnvironment(dir));
+    QProcessEnvironment env = cliEnvironment(dir);
+    for (const auto& [name, value] : extraEnv) {
+        env.insert(name, value);
+    }
+    p.setProcessEnvironment(env);
     if (childSetup) {
         p.setChildProcessModifier(childSetup);
     }
