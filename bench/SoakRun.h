@@ -18,7 +18,7 @@ namespace kestrova::bench {
 // moment ran, and every update asks the market for each ticker once.
 struct SoakConfig
 {
-    int tradingDays = 30;
+    int tradingDays = 120;
     // A Thursday: the first weekend comes on the third day.
     QDate firstDay{2026, 11, 26};
     int intervalMinutes = 30;

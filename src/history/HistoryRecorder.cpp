@@ -162,6 +162,11 @@ bool HistoryRecorder::writePending()
         return false;
     }
     m_pending.clear();
+    // The run keeps the store open for months, and SQLite's page cache keeps every page it
+    // has touched up to its 2 MB limit: the resident set would climb with the file for weeks.
+    // A cycle's write needs only the pages at the end of the table and its indexes, read
+    // again from the operating system's cache next time.
+    m_store->releaseCache();
     return true;
 }
 

@@ -638,6 +638,13 @@ QList<AlarmRow> HistoryStore::alarms(const QDateTime& from, const QDateTime& unt
     return rows;
 }
 
+void HistoryStore::releaseCache()
+{
+    if (m_open) {
+        QSqlQuery(QSqlDatabase::database(m_connection, false)).exec(QStringLiteral("PRAGMA shrink_memory"));
+    }
+}
+
 int HistoryStore::schemaVersion() const
 {
     if (!m_open) {

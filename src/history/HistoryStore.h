@@ -86,6 +86,9 @@ public:
 
     int schemaVersion() const;
 
+    // Hands the memory of SQLite's page cache back (PRAGMA shrink_memory).
+    void releaseCache();
+
 private:
     enum class OpenState { Ok, Damaged, Failed };
     OpenState tryOpen();

@@ -257,6 +257,9 @@ void DemoMarket::nextRequest(QTcpSocket* socket)
     {
         const QMutexLocker lock(&m_targetsLock);
         m_targets << QString::fromLatin1(target);
+        if (m_targets.size() > kKeptTargets) {
+            m_targets.removeFirst();
+        }
     }
     if (m_latencyMs <= 0) {
         sendResponse(socket, route(target));

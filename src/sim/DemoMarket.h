@@ -83,7 +83,9 @@ public:
     int maxPending() const { return m_maxPending.load(); }
     // Connections accepted since the market started listening.
     int connectionCount() const { return m_connections.load(); }
-    // Every request target received, in order (safe to read from another thread).
+    // The request targets received, in order: the last kKeptTargets of them, so a market
+    // left running for months keeps no growing log (safe to read from another thread).
+    static constexpr qsizetype kKeptTargets = 100;
     QStringList targets() const;
     // While set, the modern-source endpoints know no symbol (as a changed service would).
     void setSourcesSilent(bool silent) { m_sourcesSilent = silent; }

@@ -9,10 +9,21 @@
 #include <pty.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kestrova::sim {
 
 namespace {
+
+// Appends to one of the terminal's logs, dropping its oldest entry past the kept number.
+template <typename List, typename Entry> void keep(List& list, Entry&& entry)
+{
+    list.append(std::forward<Entry>(entry));
+    if (list.size() > ModemSimulator::kKeptEntries) {
+        list.removeFirst();
+    }
+}
+
 constexpr char kStx = 2;
 constexpr char kEtx = 3;
 constexpr char kEot = 4;
@@ -251,7 +262,7 @@ void ModemSimulator::commandBytes(const QByteArray& bytes)
 
 void ModemSimulator::runCommand(const QString& line)
 {
-    commands << line;
+    keep(commands, line);
     Q_EMIT commandReceived(line);
     if (m_script.muteModem) {
         return;
@@ -295,13 +306,13 @@ void ModemSimulator::dial(const QString& number)
                 // A numeric service never answers with a carrier: the digits are taken by
                 // its voice side while the line is held.
                 SimCall call{number, number.mid(service.size()), true};
-                calls << call;
+                keep(calls, call);
                 Q_EMIT callReceived(call.number, call.digits, true);
                 m_state = State::Numeric;
                 return;
             }
         }
-        calls << SimCall{number, {}, false};
+        keep(calls, SimCall{number, {}, false});
         Q_EMIT callReceived(number, {}, false);
         m_pendingResult = QStringLiteral("CONNECT 2400");
     }
@@ -462,7 +473,7 @@ void ModemSimulator::block(const QByteArray& bytes)
     const qsizetype idEnd = body.indexOf(kCr);
     SimPage page{QString::fromLatin1(body.mid(1, idEnd - 1)),
                  QString::fromLatin1(body.mid(idEnd + 1, body.size() - idEnd - 3))};
-    pages << page;
+    keep(pages, page);
     Q_EMIT pageReceived(page.pagerId, page.text);
     send(QByteArray("211 Page(s) Sent") + kCr + kAck + kCr);
 }

@@ -69,12 +69,15 @@ public:
 
     ModemScript& script() { return m_script; }
 
+    // What the terminal received, in order: the last kKeptEntries pages, calls and AT command
+    // lines, so a simulator left running for months keeps no growing log.
+    static constexpr qsizetype kKeptEntries = 50;
     QList<SimPage> pages;
     QList<SimCall> calls;
-    QStringList commands; // every AT command line, as received
-    int logonCrs = 0;     // CRs received while waiting for the logon
-    int blocks = 0;       // blocks received (good or bad)
-    int hangUps = 0;      // ATH commands
+    QStringList commands;
+    int logonCrs = 0; // CRs received while waiting for the logon
+    int blocks = 0;   // blocks received (good or bad)
+    int hangUps = 0;  // ATH commands
 
 Q_SIGNALS:
     void pageReceived(const QString& pagerId, const QString& text);

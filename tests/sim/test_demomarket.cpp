@@ -173,9 +173,9 @@ private Q_SLOTS:
         if (labelled) {
             kestrova::quotes::Qserver server;
             server.setServerName(m_builtIn.at(kestrova::quotes::BuiltInServers::kLabelledPage).name);
-            QVERIFY(server.fillQuote(q, QString::fromLatin1(market.labelledPage(ticker)), ctx()));
+            QVERIFY(server.fillQuote(q, {market.labelledPage(ticker)}, ctx()));
         } else {
-            const QString body = QString::fromLatin1(type ? market.optionPage(ticker) : market.stockPage(ticker));
+            const kestrova::quotes::PageBody body{type ? market.optionPage(ticker) : market.stockPage(ticker)};
             const auto server = (type ? m_defs.option : m_defs.stock).Item(QStringLiteral("Demo Market"));
             QVERIFY(server->fillQuote(q, body, ctx()));
         }
