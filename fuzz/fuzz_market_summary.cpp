@@ -24,6 +24,10 @@ public:
     {
         return QStringList(urls.size(), body);
     }
+    std::vector<quotes::PageBody> getPages(const QStringList& urls, int, const PageCallback&) override
+    {
+        return std::vector<quotes::PageBody>(size_t(urls.size()), {body.toUtf8(), quotes::PageCharset::Utf8});
+    }
     std::vector<quotes::HttpResponse> fetch(const std::vector<quotes::HttpRequest>& requests,
                                             const ResponseCallback&) override
     {

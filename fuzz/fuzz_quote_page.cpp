@@ -63,13 +63,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto type = in.ConsumeIntegralInRange<qint16>(0, 3);
     const auto keyChoice = in.ConsumeIntegral<uint8_t>();
     const auto keyLength = in.ConsumeIntegralInRange<int>(1, 12);
-    const QString body = QString::fromUtf8(QByteArray::fromStdString(in.ConsumeRemainingBytesAsString()));
+    const auto charset = in.ConsumeBool() ? quotes::PageCharset::Utf8 : quotes::PageCharset::Cp1252;
+    const quotes::PageBody body{QByteArray::fromStdString(in.ConsumeRemainingBytesAsString()), charset};
+    const QString text = body.text();
 
     // One tab per tag: never more tabs than tags, tabs and numeric entities in the input.
-    const QString tabs = quotes::markupToTabs(body);
-    fuzzCheck(countOf(tabs, u"\t") <= countOf(body, u"<") + countOf(body, u"\t") + countOf(body, u"&#"));
+    const QString tabs = quotes::markupToTabs(text);
+    fuzzCheck(countOf(tabs, u"\t") <= countOf(text, u"<") + countOf(text, u"\t") + countOf(text, u"&#"));
+    // Converted from the bytes, decoding only the text kept, it is the same as from the text.
+    fuzzCheck(quotes::markupToTabs(body.bytes, charset) == tabs);
 
-    const QString page = quotes::Qserver::preparePage(body, w.fetcher);
+    const QString page = quotes::Qserver::preparePage(body);
     // A key cut from the page itself, or one of the demo market's.
     const size_t fixed = std::size(kKeys);
     const QString key = keyChoice < fixed ? QString::fromLatin1(kKeys[keyChoice])

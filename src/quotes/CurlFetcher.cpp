@@ -1,7 +1,6 @@
 #include "quotes/CurlFetcher.h"
 
 #include "quotes/MarkupText.h"
-#include "support/Cp1252.h"
 #include "support/Host.h"
 #include "support/Text.h"
 
@@ -94,14 +93,6 @@ QString hostOf(const QString& url)
         QStringLiteral(R"(^[A-Za-z][A-Za-z0-9+.-]*://(?:[^/?#@]*@)?(\[[^\]/]*\]|[^/?#:]+))"));
     const QRegularExpressionMatch m = authority.match(url);
     return m.hasMatch() ? m.captured(1) : url;
-}
-
-QString decodeBody(const QByteArray& body, const char* contentType)
-{
-    const QByteArray type = QByteArray(contentType ? contentType : "").toLower();
-    if (type.contains("charset=utf-8") || type.contains("charset=\"utf-8\""))
-        return QString::fromUtf8(body);
-    return support::decodeCp1252(body);
 }
 
 bool isHttps(const QUrl& url)
@@ -229,25 +220,35 @@ QStringList CurlFetcher::getMany(const QStringList& urls, int maxParallel, const
 {
     QStringList bodies;
     bodies.resize(urls.size());
+    getPages(urls, maxParallel, [&](int index, const PageBody& page) {
+        bodies[index] = page.text();
+        return !onDone || onDone(index, bodies[index]);
+    });
+    return bodies;
+}
+
+std::vector<PageBody> CurlFetcher::getPages(const QStringList& urls, int maxParallel, const PageCallback& onDone)
+{
+    std::vector<PageBody> pages(size_t(urls.size()));
     std::vector<Job> jobs(size_t(urls.size()));
     for (int i = 0; i < urls.size(); ++i) {
         jobs[size_t(i)].request.url = urls[i];
         jobs[size_t(i)].failOnError = true;
     }
     run(jobs, qBound(1, maxParallel, m_parallelLimit), [&](Job& job) {
-        QString body;
+        PageBody& page = pages[size_t(job.index)];
         if (job.response.error.isEmpty()) {
-            body = decodeBody(job.response.body, job.response.contentType.constData());
+            page.bytes = std::move(job.response.body);
+            page.charset = charsetOf(job.response.contentType);
         } else {
             reportError(redactUrl(urls[job.index]), job.response.error);
         }
         job.response.body = QByteArray();
         m_lastUrl = urls[job.index];
-        m_lastPage = body;
-        bodies[job.index] = body;
-        return !onDone || onDone(job.index, body);
+        m_lastPage = page;
+        return !onDone || onDone(job.index, page);
     });
-    return bodies;
+    return pages;
 }
 
 std::vector<HttpResponse> CurlFetcher::fetch(const std::vector<HttpRequest>& requests, const ResponseCallback& onDone)

@@ -65,6 +65,8 @@ public:
     QString get(const QString& url) override;
     QStringList getMany(const QStringList& urls, int maxParallel = kMaxParallel,
                         const CompletionCallback& onDone = {}) override;
+    std::vector<PageBody> getPages(const QStringList& urls, int maxParallel = kMaxParallel,
+                                   const PageCallback& onDone = {}) override;
     std::vector<HttpResponse> fetch(const std::vector<HttpRequest>& requests,
                                     const ResponseCallback& onDone = {}) override;
     QString markupToText(const QString& page) const override;
@@ -72,7 +74,7 @@ public:
     // The last transfer that ended (in completion order) and the page it brought, for
     // the raw-page window; the URL as requested, so redact it before showing it.
     QString lastUrl() const { return m_lastUrl; }
-    QString lastPage() const { return m_lastPage; }
+    QString lastPage() const { return m_lastPage.text(); }
     // "libcurl/7.88.1 OpenSSL/3.0.11 ...", for the diagnostics window.
     static QString libraryVersion();
 
@@ -106,7 +108,7 @@ private:
     QString m_host;
     QString m_path;
     QString m_lastUrl;
-    QString m_lastPage;
+    PageBody m_lastPage;
 };
 
 } // namespace kestrova::quotes

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "quotes/PageBody.h"
+
+#include <QByteArrayView>
 #include <QString>
 
 namespace kestrova::quotes {
@@ -23,5 +26,8 @@ namespace kestrova::quotes {
 //
 // One pass, no regular expressions: it runs on every fetched page.
 QString markupToTabs(const QString& page);
+// The same from a page's bytes as they came over the wire: markupToTabs(decodePage(page,
+// charset)), decoding only the text it keeps, not the tags, scripts and comments around it.
+QString markupToTabs(QByteArrayView page, PageCharset charset);
 
 } // namespace kestrova::quotes

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quotes/PageBody.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QPair>
@@ -77,6 +79,12 @@ public:
     // through the completion callback.
     virtual QStringList getMany(const QStringList& urls, int maxParallel = 50,
                                 const CompletionCallback& onDone = {}) = 0;
+
+    // The same fetch with each page handed over as its bytes and charset: a quote fill
+    // decodes only the part of a page it keeps. onDone is called as for getMany.
+    using PageCallback = std::function<bool(int index, const PageBody& page)>;
+    virtual std::vector<PageBody> getPages(const QStringList& urls, int maxParallel = 50,
+                                           const PageCallback& onDone = {}) = 0;
 
     // Fetches every request (HTTP errors included, with status, body and Retry-After),
     // keeping to each request's host limit and spacing. onDone is called once per finished

@@ -1,6 +1,7 @@
 #include "quotes/Qserver.h"
 
 #include "core/Quote.h"
+#include "quotes/MarkupText.h"
 #include "quotes/PageFetcher.h"
 #include "support/Clock.h"
 #include "support/Format.h"
@@ -150,35 +151,36 @@ qsizetype firstOccurrence(const QString& page, const QString& key)
     return -1;
 }
 
-// Whether the page holds "<sup>", "</sup>", "<sub>" or "</sub>". A page is full of '<', so
-// the scan looks for the rarer pair "su" eight characters at a time and checks around it.
-bool hasSupOrSub(QStringView page)
+// Whether the page holds "<sup>", "</sup>", "<sub>" or "</sub>", looked for in its bytes
+// (the tags are ASCII). A page is full of '<', so the scan looks for the rarer pair "su"
+// sixteen bytes at a time and checks around it.
+bool hasSupOrSub(QByteArrayView page)
 {
-    const auto* text = reinterpret_cast<const char16_t*>(page.utf16());
+    const char* text = page.data();
     const qsizetype n = page.size();
     auto tagAt = [&](qsizetype p) { // p: the 's' of "su"
-        if (p + 3 >= n || (text[p + 2] != u'p' && text[p + 2] != u'b') || text[p + 3] != u'>')
+        if (p + 3 >= n || (text[p + 2] != 'p' && text[p + 2] != 'b') || text[p + 3] != '>')
             return false;
-        return (p >= 1 && text[p - 1] == u'<') || (p >= 2 && text[p - 1] == u'/' && text[p - 2] == u'<');
+        return (p >= 1 && text[p - 1] == '<') || (p >= 2 && text[p - 1] == '/' && text[p - 2] == '<');
     };
     qsizetype pos = 0;
 #if defined(__SSE2__)
-    const __m128i s = _mm_set1_epi16(short(u's'));
-    const __m128i u = _mm_set1_epi16(short(u'u'));
-    for (; pos + 9 <= n; pos += 8) {
+    const __m128i s = _mm_set1_epi8('s');
+    const __m128i u = _mm_set1_epi8('u');
+    for (; pos + 17 <= n; pos += 16) {
         const __m128i here = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + pos));
         const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + pos + 1));
-        unsigned mask = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(here, s), _mm_cmpeq_epi16(next, u))));
+        unsigned mask = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(here, s), _mm_cmpeq_epi8(next, u))));
         while (mask != 0) {
             const int bit = __builtin_ctz(mask);
-            if (tagAt(pos + bit / 2))
+            if (tagAt(pos + bit))
                 return true;
-            mask &= ~(3U << bit);
+            mask &= mask - 1;
         }
     }
 #endif
     for (; pos + 1 < n; ++pos) {
-        if (text[pos] == u's' && text[pos + 1] == u'u' && tagAt(pos))
+        if (text[pos] == 's' && text[pos + 1] == 'u' && tagAt(pos))
             return true;
     }
     return false;
@@ -309,37 +311,35 @@ QString Qserver::requestUrl(PageFetcher& fetcher) const
 bool Qserver::GetQuote(core::Quote& quote, const ScrapeContext& ctx) const
 {
     ctx.host.setBusy(true);
-    const QString page = ctx.fetcher.get(requestUrl(ctx.fetcher));
+    const std::vector<PageBody> page = ctx.fetcher.getPages(QStringList{requestUrl(ctx.fetcher)}, 1);
     // A failure inside the fill leaves the pointer busy; the cycle's error handler resets it.
-    const bool filled = fillQuote(quote, page, ctx);
+    const bool filled = fillQuote(quote, page.front(), ctx);
     ctx.host.setBusy(false);
     return filled;
 }
 
-QString Qserver::preparePage(const QString& body, const PageFetcher& fetcher)
+QString Qserver::preparePage(const PageBody& body)
 {
+    // Most pages carry none of these tags; one scan of the bytes tells, and such a page is
+    // converted from its bytes, decoding only the text it keeps.
+    if (!hasSupOrSub(body.bytes))
+        return markupToTabs(body.bytes, body.charset);
+    // The others have the four tags removed from the decoded page one after the other, as
+    // they always were (a removal may join the pieces of another tag).
     static const QLatin1String kDropped[] = {QLatin1String("<sup>"), QLatin1String("</sup>"), QLatin1String("<sub>"),
                                              QLatin1String("</sub>")};
-    // Most pages carry none of these tags; one scan tells, and only a page that does pays
-    // for the four removals, made one after the other as they always were.
-    const bool any = hasSupOrSub(body);
-    if (!any) {
-        // markupToText turns "&nbsp;" into a blank itself, with the same result as
-        // replacing it beforehand: a decoded blank is never read again as markup.
-        return fetcher.markupToText(body);
-    }
-    QString page = body;
+    QString page = body.text();
     for (const QLatin1String& tag : kDropped)
         page.remove(tag, Qt::CaseSensitive);
     page.replace(QLatin1String("&nbsp;"), QLatin1String(" "), Qt::CaseSensitive);
-    return fetcher.markupToText(page);
+    return markupToTabs(page);
 }
 
-bool Qserver::fillQuote(core::Quote& quote, const QString& body, const ScrapeContext& ctx) const
+bool Qserver::fillQuote(core::Quote& quote, const PageBody& body, const ScrapeContext& ctx) const
 {
     if (body.isEmpty())
         return false;
-    const QString page = preparePage(body, ctx.fetcher);
+    const QString page = preparePage(body);
     if (ctx.builtIn.isEntry(m_serverName, BuiltInServers::kLabelledPage))
         fillLabelled(quote, page);
     else

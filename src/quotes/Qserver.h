@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quotes/BuiltInServers.h"
+#include "quotes/PageBody.h"
 
 #include <QDateTime>
 #include <QString>
@@ -171,11 +172,11 @@ public:
     // page came back empty. VbError from FindKey propagates.
     bool GetQuote(core::Quote& quote, const ScrapeContext& ctx) const;
     // The same from a body fetched beforehand (the retrieval cycle fetches side by side).
-    bool fillQuote(core::Quote& quote, const QString& body, const ScrapeContext& ctx) const;
+    bool fillQuote(core::Quote& quote, const PageBody& body, const ScrapeContext& ctx) const;
 
     // The page as the key/offset rules see it: <sup>/<sub> removed, &nbsp; a blank,
     // markup turned into tabs.
-    static QString preparePage(const QString& body, const PageFetcher& fetcher);
+    static QString preparePage(const PageBody& body);
     // FindKey's value once the key's position is known (p: 1-based position of the key, 0
     // when absent).
     static QString valueAfterKey(qsizetype p, qint16 offset, const QString& page);

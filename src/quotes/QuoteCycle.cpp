@@ -327,19 +327,19 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
                 job->error = errorText(e);
             }
         }
-        QStringList bodies;
+        std::vector<PageBody> bodies;
         if (!urls.isEmpty()) {
-            bodies = ctx.fetcher.getMany(urls, ctx.maxParallel, [&](int, const QString&) { return !stopRequested(); });
+            bodies = ctx.fetcher.getPages(urls, ctx.maxParallel, [&](int, const PageBody&) { return !stopRequested(); });
         }
         for (size_t i = 0; i < fetched.size(); ++i) {
             Job& job = *fetched[i];
-            if (bodies[qsizetype(i)].isEmpty())
+            if (bodies[i].isEmpty())
                 continue;
             auto q = std::make_shared<core::Quote>(*job.quote);
             try {
                 job.server->setTicker(job.serverTicker);
                 sv.host.setBusy(true);
-                const bool filled = job.server->fillQuote(*q, bodies[qsizetype(i)], scrape);
+                const bool filled = job.server->fillQuote(*q, bodies[i], scrape);
                 sv.host.setBusy(false);
                 if (!filled)
                     continue;
@@ -352,7 +352,7 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
                 sv.host.setBusy(false);
                 job.error = errorText(e);
             }
-            bodies[qsizetype(i)].clear();
+            bodies[i] = PageBody();
         }
     };
 

@@ -1,6 +1,9 @@
 #include "support/Cp1252.h"
 
 #include <array>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace kestrova::support {
 
@@ -13,14 +16,40 @@ constexpr std::array<char16_t, 32> kHigh = {
 };
 } // namespace
 
-QString decodeCp1252(const QByteArray& bytes)
+char16_t* widenCp1252(const char* from, const char* to, char16_t* out)
+{
+    auto one = [](char ch) {
+        const auto b = static_cast<unsigned char>(ch);
+        return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : char16_t(b);
+    };
+#if defined(__SSE2__)
+    // Sixteen bytes at a time: a block without any of the 32 codes that differ from Latin-1
+    // (0x80..0x9F, as signed bytes the ones below -96) is widened by interleaving it with
+    // zero bytes.
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i firstLatin1 = _mm_set1_epi8(char(0xA0));
+    for (; to - from >= 16; from += 16, out += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        if (_mm_movemask_epi8(_mm_cmplt_epi8(bytes, firstLatin1)) == 0) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, zero));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(bytes, zero));
+        } else {
+            for (int i = 0; i < 16; ++i) {
+                out[i] = one(from[i]);
+            }
+        }
+    }
+#endif
+    for (; from != to; ++from) {
+        *out++ = one(*from);
+    }
+    return out;
+}
+
+QString decodeCp1252(QByteArrayView bytes)
 {
     QString out(bytes.size(), Qt::Uninitialized);
-    QChar* d = out.data();
-    for (const char ch : bytes) {
-        const auto b = static_cast<unsigned char>(ch);
-        *d++ = (b >= 0x80 && b < 0xA0) ? QChar(kHigh[b - 0x80]) : QChar(b);
-    }
+    widenCp1252(bytes.data(), bytes.data() + bytes.size(), reinterpret_cast<char16_t*>(out.data()));
     return out;
 }
 

@@ -1,8 +1,38 @@
+#include "TestUtil.h"
+
 #include "quotes/MarkupText.h"
 
+#include <QDir>
 #include <QTest>
 
-using kestrova::quotes::markupToTabs;
+#include <random>
+
+using namespace kestrova;
+using quotes::markupToTabs;
+using quotes::PageCharset;
+
+namespace {
+
+// A page converted from its bytes must read exactly as the page decoded whole and then
+// converted; the first differing character is named so a failure says where.
+QString mismatch(const QByteArray& bytes, PageCharset charset)
+{
+    const QString fromBytes = markupToTabs(bytes, charset);
+    const QString fromText = markupToTabs(quotes::decodePage(bytes, charset));
+    if (fromBytes == fromText)
+        return {};
+    qsizetype at = 0;
+    while (at < fromBytes.size() && at < fromText.size() && fromBytes[at] == fromText[at])
+        ++at;
+    return QStringLiteral("%1: differs at %2 of %3/%4 characters in page %5")
+        .arg(charset == PageCharset::Utf8 ? QStringLiteral("UTF-8") : QStringLiteral("Windows-1252"))
+        .arg(at)
+        .arg(fromBytes.size())
+        .arg(fromText.size())
+        .arg(QString::fromLatin1(bytes.toPercentEncoding()));
+}
+
+} // namespace
 
 class TestMarkupText : public QObject
 {
@@ -48,6 +78,74 @@ private Q_SLOTS:
         QFETCH(QString, page);
         QFETCH(QString, text);
         QCOMPARE(markupToTabs(page), text);
+    }
+
+    // Bytes that decode to something other than themselves, next to everything the
+    // conversion looks at: Windows-1252's 32 codes above Latin-1 (also in blocks of sixteen
+    // and across their ends), broken and cut UTF-8 sequences before a tag or an entity, and
+    // byte order marks, which a whole-page decode drops at the start and keeps elsewhere.
+    void bytesReadAsTheirText_data()
+    {
+        QTest::addColumn<QByteArray>("page");
+        // clang-format off
+        QTest::newRow("high codes in text") << QByteArray("\x80 \x9f<td>\x85\x99\xa0\xff");
+        QTest::newRow("high codes in a block of sixteen") << QByteArray("0123456789abcde\x80<b>0123456789abcdef\x9fX");
+        QTest::newRow("high codes in attributes and scripts") << QByteArray("<a t='\x80>'>\x93q\x94</a><script>\x80<</script>z");
+        QTest::newRow("< before a high code is text") << QByteArray("a <\x80 b <\xe2\x82\xac");
+        QTest::newRow("UTF-8 euro and astral") << QByteArray("\xe2\x82\xac<td>\xf0\x9f\x98\x80&amp;");
+        QTest::newRow("cut sequence before a tag") << QByteArray("x\xe2\x82<td>\xf0\x9f\x98&lt;\xc3");
+        QTest::newRow("stray continuation bytes") << QByteArray("\x80\x80<b>\xbf&#65;\xc0\xbc>");
+        QTest::newRow("byte order mark at the start") << QByteArray("\xef\xbb\xbf<td>x");
+        QTest::newRow("byte order mark after a tag") << QByteArray("<td>\xef\xbb\xbfx\xef\xbb");
+        QTest::newRow("cut byte order mark") << QByteArray("\xef\xbb<td>");
+        QTest::newRow("entity then high code") << QByteArray("&nbsp\xa0&#8364;\x80&\x80");
+        QTest::newRow("comment and entity at the end") << QByteArray("a<!-- \x80 -->b&#x1F600;\xe2");
+        // clang-format on
+    }
+    void bytesReadAsTheirText()
+    {
+        QFETCH(QByteArray, page);
+        for (PageCharset charset : {PageCharset::Cp1252, PageCharset::Utf8}) {
+            const QString why = mismatch(page, charset);
+            QVERIFY2(why.isEmpty(), qPrintable(why));
+        }
+    }
+
+    // The same over the fixture pages and over generated pages made of the pieces markup is
+    // made of, mixed with arbitrary bytes.
+    void generatedPagesReadAsTheirText()
+    {
+        QList<QByteArray> pages;
+        for (const QString& dir : {QStringLiteral("quotes"), QStringLiteral("news")}) {
+            const QDir d(testing::dataPath(dir));
+            for (const QString& name : d.entryList({QStringLiteral("*.html")}, QDir::Files)) {
+                pages << testing::readFile(d.filePath(name));
+            }
+        }
+        QVERIFY(pages.size() >= 4);
+        static const char* const kPieces[] = {
+            "<", ">", "<td>", "</td>", "<script>", "</script>", "<style>", "</STYLE", "<!--", "-->", "-", "&", "&amp;",
+            "&#", "&#x", "&#x1F600;", "&#65;", "&nbsp;", ";", "\"", "'", "=", " ", "/", "a", "9", "\r\n", "<sup>",
+            "\xef\xbb\xbf", "\xe2\x82", "\xe2\x82\xac", "\xf0\x9f\x98", "\x80", "\x9f", "\xa0", "\xff", "\xc0\xbc"};
+        std::mt19937 random(20261124);
+        for (int n = 0; n < 3000; ++n) {
+            QByteArray page;
+            const int length = int(random() % 120);
+            for (int i = 0; i < length; ++i) {
+                const unsigned pick = random() % (std::size(kPieces) + 4);
+                if (pick < std::size(kPieces))
+                    page += kPieces[pick];
+                else
+                    page += char(random() % 256);
+            }
+            pages << page;
+        }
+        for (const QByteArray& page : pages) {
+            for (PageCharset charset : {PageCharset::Cp1252, PageCharset::Utf8}) {
+                const QString why = mismatch(page, charset);
+                QVERIFY2(why.isEmpty(), qPrintable(why));
+            }
+        }
     }
 
     // The offsets of a definition count tabs, so a table of N cells must give exactly 2N+2

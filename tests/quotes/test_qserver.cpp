@@ -61,6 +61,12 @@ QString fixture(const char* name)
     return QString::fromUtf8(testing::readFile(testing::dataPath(QStringLiteral("quotes/") + QLatin1String(name))));
 }
 
+// A page as a server sending UTF-8 gives it.
+quotes::PageBody utf8(const QString& text)
+{
+    return {text.toUtf8(), quotes::PageCharset::Utf8};
+}
+
 } // namespace
 
 class TestQserver : public QObject
@@ -202,7 +208,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, body);
         QFETCH(QString, page);
-        QCOMPARE(Qserver::preparePage(body, m_fetcher), page);
+        QCOMPARE(Qserver::preparePage(utf8(body)), page);
     }
 
     void cellsPage()
@@ -210,7 +216,7 @@ private Q_SLOTS:
         const Qserver s = cellsServer();
         core::Quote q;
         q.setDigits(3);
-        QVERIFY(s.fillQuote(q, fixture("cells.html"), ctx()));
+        QVERIFY(s.fillQuote(q, utf8(fixture("cells.html")), ctx()));
         QCOMPARE(fieldsOf(q), (QStringList{"Acme Tools & Dies <ADR> AB", "45.375", "1.250", "2.830", "1234500",
                                            "45.250", "45.500", "44.000", "44.125", "46.500", "43.875", "60.000", "n/a",
                                            "1.50", "30.25", "n/a", "10/27/2000 @ 4:01PM ET"}));
@@ -219,7 +225,7 @@ private Q_SLOTS:
         // An empty page leaves the quote as it was.
         core::Quote untouched;
         untouched.setName(QStringLiteral("before"));
-        QVERIFY(!s.fillQuote(untouched, QString(), ctx()));
+        QVERIFY(!s.fillQuote(untouched, quotes::PageBody(), ctx()));
         QCOMPARE(untouched.name(), QStringLiteral("before"));
     }
 
@@ -255,7 +261,7 @@ private Q_SLOTS:
         s.setPreviousOffset(qint16(prevOffset));
         core::Quote q;
         q.setDigits(2);
-        QVERIFY(s.fillQuote(q, fixture("missing.html"), ctx()));
+        QVERIFY(s.fillQuote(q, utf8(fixture("missing.html")), ctx()));
         QCOMPARE(q.name(), QStringLiteral("???"));
         QCOMPARE(q.last(), QStringLiteral("12.50"));
         QCOMPARE(q.change(), change);
@@ -309,7 +315,7 @@ private Q_SLOTS:
             .replace(QStringLiteral("PCTVALUE"), percent);
         core::Quote q;
         q.setDigits(2);
-        QVERIFY(s.fillQuote(q, page, ctx()));
+        QVERIFY(s.fillQuote(q, utf8(page), ctx()));
         QCOMPARE(q.change(), change);
     }
 
@@ -320,7 +326,7 @@ private Q_SLOTS:
         core::Quote q;
         q.setDigits(3);
         q.setSecurityType(1);
-        QVERIFY(s.fillQuote(q, fixture("labelled.html"), ctx()));
+        QVERIFY(s.fillQuote(q, utf8(fixture("labelled.html")), ctx()));
         QCOMPARE(fieldsOf(q),
                  (QStringList{"ACME JAN 45 CALL", "3.250", "-1.250", "n/a", "1200", "3.125", "3.375", "3.000", "n/a",
                               "3.500", "2.875", "n/a", "n/a", "2.25", "18.00", "4,500", "10/27/2000 @ 4:01PM ET"}));
@@ -329,7 +335,7 @@ private Q_SLOTS:
         // A stock's volume ends at "High:", which on this page swallows the option fields.
         core::Quote stock;
         stock.setDigits(3);
-        QVERIFY(s.fillQuote(stock, fixture("labelled.html"), ctx()));
+        QVERIFY(s.fillQuote(stock, utf8(fixture("labelled.html")), ctx()));
         QCOMPARE(stock.volume(), QStringLiteral("0"));
     }
 
