@@ -238,7 +238,7 @@ void DemoMarket::nextRequest(QTcpSocket* socket)
     const QList<QByteArray> lines = head.split('\n');
     const QList<QByteArray> parts = lines.first().trimmed().split(' ');
     it->busy = true;
-    it->keepAlive = parts.size() >= 3 && parts[2] == "HTTP/1.1";
+    it->keepAlive = parts.size() >= 3 && parts[2] == "HTTP/1.1" && !m_closeEvery;
     for (const QByteArray& line : lines.mid(1)) {
         const qsizetype colon = line.indexOf(':');
         if (colon > 0 && line.left(colon).trimmed().compare("connection", Qt::CaseInsensitive) == 0 &&
@@ -343,7 +343,8 @@ void DemoMarket::sendResponse(QTcpSocket* socket, const Reply& reply)
         break;
     }
     const bool keepAlive = it->keepAlive && !reply.cut;
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.status) + ' ' + reason + "\r\n";
+    QByteArray head =
+        (m_closeEvery ? "HTTP/1.0 " : "HTTP/1.1 ") + QByteArray::number(reply.status) + ' ' + reason + "\r\n";
     head += "Content-Type: " + reply.contentType + "\r\n";
     for (const auto& [name, value] : reply.headers) {
         head += name + ": " + value + "\r\n";

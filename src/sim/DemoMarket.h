@@ -57,7 +57,8 @@ namespace kestrova::sim {
 //
 // Responses are delayed by a QTimer when a latency is set, never by sleeping, so many
 // requests wait side by side. Connections stay open for the next request (HTTP/1.1
-// keep-alive) unless the client asks to close them or a fault ends them.
+// keep-alive) unless the client asks to close them or a fault ends them, or the market
+// plays an old HTTP/1.0 server that closes every connection after its answer.
 class DemoMarket : public QObject
 {
     Q_OBJECT
@@ -75,6 +76,9 @@ public:
 
     void setLatencyMs(int ms) { m_latencyMs = ms; }
     int latencyMs() const { return m_latencyMs; }
+    // Answers as an HTTP/1.0 server that keeps no connection open: one request per
+    // connection, closed after the answer, whatever the client asked for.
+    void setCloseEveryConnection(bool close) { m_closeEvery = close; }
     quint32 walkSeed() const { return m_seed; }
 
     // Counters for tests; safe to read from another thread.
@@ -181,6 +185,7 @@ private:
     std::atomic<int> m_maxPending{0};
     std::atomic<int> m_connections{0};
     std::atomic<bool> m_sourcesSilent{false};
+    std::atomic<bool> m_closeEvery{false};
     mutable QMutex m_targetsLock;
     QStringList m_targets;
 };

@@ -2,10 +2,14 @@
 """A quote-page server that speaks HTTP/2 over TLS (and HTTP/1.1 to clients that do not
 offer h2), for the tests and the benchmarks: Debian's hypercorn with a small ASGI app.
 
-    h2_peer.py --port N --cert FILE --key FILE [--latency-ms M]
+    h2_peer.py --port N --cert FILE --key FILE [--latency-ms M] [--http1-close]
+
+--http1-close plays an old server over TLS instead: HTTP/1.1 only, and every connection is
+closed after its answer.
 
   /stock?t=TICKER   a stock page in the Demo Market layout, answered after the latency
-  /stats            JSON: connections seen, requests answered, HTTP versions used
+  /stats            JSON: connections seen, requests answered, the most waiting for their
+                    answer at once, HTTP versions used
 
 Prints "ready" on standard output once it accepts connections.
 """
@@ -20,7 +24,7 @@ from urllib.parse import parse_qs
 from hypercorn.asyncio import serve
 from hypercorn.config import Config
 
-STATE = {"clients": set(), "requests": 0, "versions": set()}
+STATE = {"clients": set(), "requests": 0, "versions": set(), "in_flight": 0, "max_in_flight": 0}
 ARGS = None
 
 
@@ -62,17 +66,24 @@ async def app(scope, receive, send):
     STATE["versions"].add(scope.get("http_version", "?"))
     if scope["path"] == "/stats":
         body = json.dumps({"connections": len(STATE["clients"]), "requests": STATE["requests"],
-                           "versions": sorted(STATE["versions"])}).encode()
+                           "max_in_flight": STATE["max_in_flight"], "versions": sorted(STATE["versions"])}).encode()
         kind = b"application/json"
     else:
         query = parse_qs(scope.get("query_string", b"").decode())
         ticker = query.get("t", ["X"])[0].upper()
-        await asyncio.sleep(ARGS.latency_ms / 1000.0)
+        STATE["in_flight"] += 1
+        STATE["max_in_flight"] = max(STATE["max_in_flight"], STATE["in_flight"])
+        try:
+            await asyncio.sleep(ARGS.latency_ms / 1000.0)
+        finally:
+            STATE["in_flight"] -= 1
         STATE["requests"] += 1
         body = stock_page(ticker)
         kind = b"text/html; charset=utf-8"
-    await send({"type": "http.response.start", "status": 200,
-                "headers": [(b"content-type", kind), (b"content-length", str(len(body)).encode())]})
+    headers = [(b"content-type", kind), (b"content-length", str(len(body)).encode())]
+    if ARGS.http1_close:
+        headers.append((b"connection", b"close"))
+    await send({"type": "http.response.start", "status": 200, "headers": headers})
     await send({"type": "http.response.body", "body": body})
 
 
@@ -93,6 +104,7 @@ def main():
     parser.add_argument("--cert", required=True)
     parser.add_argument("--key", required=True)
     parser.add_argument("--latency-ms", type=int, default=0)
+    parser.add_argument("--http1-close", action="store_true")
     ARGS = parser.parse_args()
     config = Config()
     # A listening socket of our own with Nagle off (accepted sockets inherit it): otherwise a
@@ -106,7 +118,7 @@ def main():
     config.bind = ["fd://%d" % listener.fileno()]
     config.certfile = ARGS.cert
     config.keyfile = ARGS.key
-    config.alpn_protocols = ["h2", "http/1.1"]
+    config.alpn_protocols = ["http/1.1"] if ARGS.http1_close else ["h2", "http/1.1"]
     config.accesslog = None
     config.errorlog = "-"
     # Many streams on one connection: the default would do, but say so.
