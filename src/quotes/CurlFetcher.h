@@ -19,15 +19,23 @@ namespace kestrova::quotes {
 // It is polite to the services it asks: at most hostConnections() connections to one host,
 // connections kept open and reused from one fetch to the next (the multi handle lives as
 // long as the fetcher), and over HTTPS all of a host's requests multiplexed on one HTTP/2
-// connection when the server offers it. A request that would need a new connection while
-// the first one to its host is still being set up waits for it, so a whole portfolio asked
-// of an HTTP/2 service goes over a single connection.
+// connection when the server offers it. A request over HTTPS that would need a new
+// connection while the first one to its host is still being set up waits for it, so a
+// whole portfolio asked of an HTTP/2 service goes over a single connection; over plain
+// HTTP, where nothing is ever multiplexed, no request waits for another's connection.
+//
+// What a TLS connection needs is set up once per fetcher, not per connection: the trusted
+// certificates are read into a store that libcurl keeps for the next connections, and TLS
+// sessions are kept so that a server that closes every connection can resume them.
 class CurlFetcher final : public PageFetcher
 {
 public:
-    // A full portfolio (50 securities) is handed over in one round; the per-host limit
-    // decides how many of them reach one service at once.
-    static constexpr int kMaxParallel = 50;
+    // The most transfers one fetch runs at once: a cycle's pages go out together, so over
+    // HTTP/2 they all share one round; over HTTP/1.x the per-host limit decides how many
+    // of them reach one service at once, the rest wait in line.
+    static constexpr int kMaxParallel = PageFetcher::kMaxTransfers;
+    // Connections at once over all hosts.
+    static constexpr int kMaxConnections = 50;
     // Redirects one request follows at most.
     static constexpr int kMaxRedirects = 10;
     // What a browser allows itself per host.
@@ -48,10 +56,10 @@ public:
     // The most transfers getMany runs at once, whatever its caller asks for.
     void setParallelLimit(int limit) { m_parallelLimit = qMax(1, limit); }
     // Connections to one host at once (1 to 50).
-    void setHostConnections(int limit) { m_hostConnections = qBound(1, limit, kMaxParallel); }
+    void setHostConnections(int limit) { m_hostConnections = qBound(1, limit, kMaxConnections); }
     int hostConnections() const { return m_hostConnections; }
     void setMaxBodyBytes(qint64 bytes) { m_maxBodyBytes = qMax<qint64>(1, bytes); }
-    // A certificate file trusted besides the system's (a private or a test CA).
+    // A certificate file trusted instead of the system's bundle (a private or a test CA).
     void setCaFile(const QString& path) { m_caFile = path.toLocal8Bit(); }
     // New connections made since the fetcher was created (reused ones do not count).
     qint64 connectionsOpened() const { return m_connectionsOpened; }
@@ -101,7 +109,11 @@ private:
     qint64 m_maxBodyBytes = kDefaultMaxBodyBytes;
     QByteArray m_caFile;
     qint64 m_connectionsOpened = 0;
-    // Kept between fetches so that its connection cache lets the next fetch reuse them.
+    // TLS sessions (and resolved names) shared by every transfer of this fetcher; it must
+    // outlive the multi handle, whose cached connections may still hold sessions.
+    std::unique_ptr<void, void (*)(void*)> m_share;
+    // Kept between fetches so that its connection cache lets the next fetch reuse them, and
+    // with it the certificate store libcurl built for the first TLS connection.
     std::unique_ptr<void, void (*)(void*)> m_multi;
     bool m_running = false;
     std::function<bool()> m_cancelled;

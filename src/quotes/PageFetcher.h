@@ -61,6 +61,11 @@ public:
     // queued or in flight; getMany then returns at once.
     using CompletionCallback = std::function<bool(int index, const QString& body)>;
 
+    // The most transfers a fetch runs at once unless its caller asks for fewer: enough for
+    // a cycle's pages to go out together, few enough that a runaway list cannot open a
+    // flood of transfers.
+    static constexpr int kMaxTransfers = 128;
+
     virtual ~PageFetcher() = default;
 
     // Splits a URL so that a log-on can be put in front of its host: after setUrl,
@@ -77,7 +82,7 @@ public:
     // Fetches every URL, at most maxParallel at once; the result holds one
     // body per URL in the order given, empty for failures and for transfers abandoned
     // through the completion callback.
-    virtual QStringList getMany(const QStringList& urls, int maxParallel = 50,
+    virtual QStringList getMany(const QStringList& urls, int maxParallel = kMaxTransfers,
                                 const CompletionCallback& onDone = {}) = 0;
 
     // The same fetch with each page handed over as its bytes and charset: a quote fill

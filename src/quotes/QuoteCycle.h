@@ -82,8 +82,9 @@ struct CycleContext
     std::function<void()> retrieveNews;
     // The main window's stop flag, read like the cancel flag after every security.
     const bool* stop = nullptr;
-    // Pages fetched side by side; 1 gives the one-page-at-a-time cycle.
-    int maxParallel = 50;
+    // Pages fetched side by side (all of them, up to the fetcher's bound); 1 gives the
+    // one-page-at-a-time cycle.
+    int maxParallel = PageFetcher::kMaxTransfers;
     // Null: the quote servers of servers.dat alone, as always.
     const SourceSetup* sources = nullptr;
 };

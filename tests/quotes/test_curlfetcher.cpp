@@ -8,6 +8,7 @@
 #include "support/Clock.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -25,6 +26,30 @@ QStringList stockUrls(const QString& base, int count, const QString& prefix = QS
         urls << base + QStringLiteral("/stock?t=") + prefix + QString::number(i);
     return urls;
 }
+
+// The HTTP/2 peer (tests/peers/h2_peer.py) on a free port with a throw-away certificate.
+struct TlsPeer
+{
+    QString cert;
+    QString base;
+    testing::PeerProcess process;
+
+    bool start(const QTemporaryDir& dir, const QStringList& extraArgs)
+    {
+        cert = dir.filePath(QStringLiteral("cert.pem"));
+        if (!testing::makeLoopbackCertificate(cert, dir.filePath(QStringLiteral("key.pem"))))
+            return false;
+        const quint16 port = testing::freePort();
+        base = QStringLiteral("https://127.0.0.1:%1").arg(port);
+        process.terminateOnStop = true;
+        return process.start(testing::systemPython(),
+                             QStringList{QStringLiteral(KESTROVA_PEERS_DIR "/h2_peer.py"), QStringLiteral("--port"),
+                                         QString::number(port), QStringLiteral("--cert"), cert, QStringLiteral("--key"),
+                                         dir.filePath(QStringLiteral("key.pem"))} +
+                                 extraArgs,
+                             QStringLiteral("ready"));
+    }
+};
 
 int nonEmpty(const QStringList& bodies)
 {
@@ -44,55 +69,89 @@ private Q_SLOTS:
     void hostLimitAndReuse_data()
     {
         QTest::addColumn<int>("limit");
-        QTest::newRow("one at a time") << 1;
-        QTest::newRow("three") << 3;
-        QTest::newRow("the default six") << quotes::CurlFetcher::kDefaultHostConnections;
+        QTest::addColumn<bool>("closing");
+        QTest::newRow("one at a time") << 1 << false;
+        QTest::newRow("three") << 3 << false;
+        QTest::newRow("the default six") << quotes::CurlFetcher::kDefaultHostConnections << false;
+        // An HTTP/1.0 server that closes every connection still gets its pages side by side.
+        QTest::newRow("closing server, three") << 3 << true;
+        QTest::newRow("closing server, the default six") << quotes::CurlFetcher::kDefaultHostConnections << true;
     }
     void hostLimitAndReuse()
     {
         QFETCH(int, limit);
-        sim::DemoMarketThread market(m_clock, 1, 30);
+        QFETCH(bool, closing);
+        sim::DemoMarketThread market(m_clock, 1, 100);
         QVERIFY(market.start());
+        market.market()->setCloseEveryConnection(closing);
         testing::TestHost host(&m_clock);
         quotes::CurlFetcher fetcher(host);
         fetcher.setHostConnections(limit);
-        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 12))), 12);
+        const QStringList bodies = fetcher.getMany(stockUrls(market.baseUrl(), 12));
+        QCOMPARE(nonEmpty(bodies), 12);
+        for (int i = 0; i < bodies.size(); ++i)
+            QVERIFY2(bodies[i].contains(QStringLiteral("Demo T%1 Corp").arg(i)), qPrintable(QString::number(i)));
         QCOMPARE(market.market()->maxPending(), limit);
-        QCOMPARE(market.market()->connectionCount(), limit);
-        QCOMPARE(fetcher.connectionsOpened(), qint64(limit));
-        // The next round (the next update) finds the connections still open.
+        // A closing server costs a connection a page; the others keep theirs open, and the
+        // next round (the next update) finds them still there.
+        QCOMPARE(market.market()->connectionCount(), closing ? 12 : limit);
+        QCOMPARE(fetcher.connectionsOpened(), qint64(closing ? 12 : limit));
         QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(market.baseUrl(), 4, QStringLiteral("U")))), 4);
-        QCOMPARE(market.market()->connectionCount(), limit);
+        QCOMPARE(market.market()->connectionCount(), closing ? 16 : limit);
         QCOMPARE(market.market()->requestCount(), 16);
     }
 
     void http2SharesOneConnection()
     {
         QTemporaryDir dir;
-        const QString cert = dir.filePath(QStringLiteral("cert.pem"));
-        const QString key = dir.filePath(QStringLiteral("key.pem"));
-        QVERIFY(testing::makeLoopbackCertificate(cert, key));
-        const quint16 port = testing::freePort();
-        testing::PeerProcess peer;
-        peer.terminateOnStop = true;
-        QVERIFY2(peer.start(testing::systemPython(),
-                            {QStringLiteral(KESTROVA_PEERS_DIR "/h2_peer.py"), QStringLiteral("--port"),
-                             QString::number(port), QStringLiteral("--cert"), cert, QStringLiteral("--key"), key,
-                             QStringLiteral("--latency-ms"), QStringLiteral("50")},
-                            QStringLiteral("ready")),
-                 peer.log().constData());
+        TlsPeer peer;
+        QVERIFY2(peer.start(dir, {QStringLiteral("--latency-ms"), QStringLiteral("300")}),
+                 peer.process.log().constData());
         testing::TestHost host(&m_clock);
         quotes::CurlFetcher fetcher(host);
-        fetcher.setCaFile(cert);
-        const QString base = QStringLiteral("https://127.0.0.1:%1").arg(port);
-        // More pages than the per-host limit, and all of them at once over HTTP/2.
-        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(base, 20))), 20);
+        fetcher.setCaFile(peer.cert);
+        // More pages than a portfolio holds and far more than the per-host limit: all of
+        // them at once on one connection.
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(peer.base, 60))), 60);
         QCOMPARE(fetcher.connectionsOpened(), qint64(1));
         const QJsonObject stats =
-            QJsonDocument::fromJson(fetcher.get(base + QStringLiteral("/stats")).toUtf8()).object();
+            QJsonDocument::fromJson(fetcher.get(peer.base + QStringLiteral("/stats")).toUtf8()).object();
         QCOMPARE(stats.value(QLatin1String("connections")).toInt(), 1);
-        QCOMPARE(stats.value(QLatin1String("requests")).toInt(), 20);
+        QCOMPARE(stats.value(QLatin1String("requests")).toInt(), 60);
+        QCOMPARE(stats.value(QLatin1String("max_in_flight")).toInt(), 60);
         QCOMPARE(stats.value(QLatin1String("versions")).toVariant().toStringList(), QStringList{QStringLiteral("2")});
+    }
+
+    // The trusted certificates are read once per fetcher, not once per connection: a
+    // server that closes every connection is met with a new handshake each time, and
+    // reading a system-sized bundle for each was what made such a source costly.
+    void trustListReadOncePerFetcher()
+    {
+        QTemporaryDir dir;
+        TlsPeer peer;
+        QVERIFY2(peer.start(dir, {QStringLiteral("--http1-close")}), peer.process.log().constData());
+        const QString trusted = dir.filePath(QStringLiteral("trusted.pem"));
+        QVERIFY(QFile::copy(peer.cert, trusted));
+        testing::TestHost host(&m_clock);
+        quotes::CurlFetcher fetcher(host);
+        fetcher.setCaFile(trusted);
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(peer.base, 3))), 3);
+
+        // The file now names another certificate only: a fetcher that reads it again
+        // refuses the peer, the one that read it already goes on trusting it.
+        const QString other = dir.filePath(QStringLiteral("other.pem"));
+        QVERIFY(testing::makeLoopbackCertificate(other, dir.filePath(QStringLiteral("other.key"))));
+        QVERIFY(QFile::remove(trusted));
+        QVERIFY(QFile::copy(other, trusted));
+        QCOMPARE(nonEmpty(fetcher.getMany(stockUrls(peer.base, 3, QStringLiteral("U")))), 3);
+        QCOMPARE(fetcher.connectionsOpened(), qint64(6));
+
+        quotes::CurlFetcher fresh(host);
+        fresh.setCaFile(trusted);
+        QString error;
+        fresh.setErrorCallback([&](const QString&, const QString& message) { error = message; });
+        QVERIFY(fresh.get(stockUrls(peer.base, 1).first()).isEmpty());
+        QVERIFY2(error.startsWith(QStringLiteral("TLS handshake failed")), qPrintable(error));
     }
 
     void fetchKeepsWhatTheServerSaid_data()
