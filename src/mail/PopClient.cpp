@@ -8,6 +8,7 @@
 #include "support/Services.h"
 
 #include <QSslConfiguration>
+#include <QSslSocket>
 
 namespace kestrova::mail {
 
@@ -17,9 +18,22 @@ constexpr int kFailed = 1;
 
 } // namespace
 
-PopClient::PopClient(const support::Services& services, QObject* parent)
-    : QObject(parent), m_services(services), m_socket(new QSslSocket(this))
+PopClient::PopClient(const support::Services& services, QObject* parent) : QObject(parent), m_services(services) {}
+
+PopClient::~PopClient()
 {
+    m_events = nullptr;
+    if (m_socket) {
+        m_socket->abort();
+    }
+}
+
+QSslSocket& PopClient::socket()
+{
+    if (m_socket) {
+        return *m_socket;
+    }
+    m_socket = new QSslSocket(this);
     connect(m_socket, &QSslSocket::readyRead, this, &PopClient::onReadyRead);
     connect(m_socket, &QAbstractSocket::errorOccurred, this, &PopClient::onError);
     connect(m_socket, &QAbstractSocket::disconnected, this, [this] {
@@ -33,17 +47,12 @@ PopClient::PopClient(const support::Services& services, QObject* parent)
             m_events->popPacketSent();
         }
     });
-}
-
-PopClient::~PopClient()
-{
-    m_events = nullptr;
-    m_socket->abort();
+    return *m_socket;
 }
 
 bool PopClient::isOpen() const
 {
-    return m_socket->state() == QAbstractSocket::ConnectedState;
+    return m_socket && m_socket->state() == QAbstractSocket::ConnectedState;
 }
 
 bool PopClient::waitFor(const std::function<bool()>& done)
@@ -65,7 +74,7 @@ void PopClient::noteUnfinished()
         m_failure.clear();
     } else if (m_socketError != 0) {
         m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(": ") + m_socketErrorText;
-    } else if (m_socket->state() == QAbstractSocket::UnconnectedState) {
+    } else if (!m_socket || m_socket->state() == QAbstractSocket::UnconnectedState) {
         m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(" closed the connection");
     } else {
         m_failure = QStringLiteral("POP3 server ") + m_server + QStringLiteral(" did not answer within ") +
@@ -83,6 +92,7 @@ int PopClient::open(const QString& host, quint16 port, PopSecurity security)
     m_closing = false;
     m_closedReported = false;
     m_buffer.clear();
+    socket();
     if (!m_caFile.isEmpty()) {
         QSslConfiguration conf = m_socket->sslConfiguration();
         conf.setCaCertificates(QSslCertificate::fromPath(m_caFile));
@@ -215,11 +225,13 @@ void PopClient::close()
         m_timeoutSeconds = timeout;
     }
     m_closing = true;
-    m_socket->disconnectFromHost();
-    if (m_socket->state() != QAbstractSocket::UnconnectedState) {
-        waitFor([this] { return m_socket->state() == QAbstractSocket::UnconnectedState; });
+    if (m_socket) {
+        m_socket->disconnectFromHost();
+        if (m_socket->state() != QAbstractSocket::UnconnectedState) {
+            waitFor([this] { return m_socket->state() == QAbstractSocket::UnconnectedState; });
+        }
+        m_socket->abort();
     }
-    m_socket->abort();
     if (!m_closedReported && m_events) {
         m_closedReported = true;
         m_events->popSocketClosed();

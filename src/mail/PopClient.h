@@ -1,9 +1,13 @@
 #pragma once
 
+#include <QAbstractSocket>
 #include <QByteArray>
 #include <QObject>
-#include <QSslSocket>
 #include <QString>
+
+#include <functional>
+
+class QSslSocket;
 
 namespace kestrova::support {
 struct Services;
@@ -66,6 +70,9 @@ public:
     bool rejected() const { return m_rejected; }
 
 private:
+    // The socket, made on first use: a QSslSocket loads Qt's TLS back-end and the TLS
+    // library, which a start-up that never checks mail should not pay for.
+    QSslSocket& socket();
     int command(const QByteArray& line, bool multiLine, QByteArray* reply);
     bool waitFor(const std::function<bool()>& done);
     void onReadyRead();
@@ -76,7 +83,7 @@ private:
     void noteUnfinished();
 
     const support::Services& m_services;
-    QSslSocket* m_socket;
+    QSslSocket* m_socket = nullptr;
     PopEvents* m_events = nullptr;
     QString m_caFile;
     int m_timeoutSeconds = 60;

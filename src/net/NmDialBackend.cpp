@@ -61,15 +61,25 @@ QList<QDBusObjectPath> pathList(const QVariant& v)
 
 } // namespace
 
+NmDialBackend::NmDialBackend(QObject* parent) : QObject(parent) {}
+
 NmDialBackend::NmDialBackend(QDBusConnection bus, QObject* parent) : QObject(parent), m_bus(std::move(bus)) {}
+
+QDBusConnection& NmDialBackend::bus()
+{
+    if (!m_bus) {
+        m_bus = QDBusConnection::systemBus();
+    }
+    return *m_bus;
+}
 
 bool NmDialBackend::available(QString* error)
 {
-    if (!m_bus.isConnected()) {
+    if (!bus().isConnected()) {
         *error = QStringLiteral("no system bus");
         return false;
     }
-    const QDBusReply<bool> r = m_bus.interface()->isServiceRegistered(kService);
+    const QDBusReply<bool> r = bus().interface()->isServiceRegistered(kService);
     if (!r.isValid() || !r.value()) {
         *error = QStringLiteral("NetworkManager is not on the bus");
         return false;
@@ -79,12 +89,12 @@ bool NmDialBackend::available(QString* error)
 
 QString NmDialBackend::activePathFor(const QString& entry, QString* error)
 {
-    const QVariant v = nmProperty(m_bus, kManagerPath, kManagerIface, QStringLiteral("ActiveConnections"), error);
+    const QVariant v = nmProperty(bus(), kManagerPath, kManagerIface, QStringLiteral("ActiveConnections"), error);
     if (!v.isValid()) {
         return {};
     }
     for (const QDBusObjectPath& p : pathList(v)) {
-        const QString id = nmProperty(m_bus, p.path(), kActiveIface, QStringLiteral("Id"), nullptr).toString();
+        const QString id = nmProperty(bus(), p.path(), kActiveIface, QStringLiteral("Id"), nullptr).toString();
         if (id == entry) {
             return p.path();
         }
@@ -99,14 +109,14 @@ bool NmDialBackend::isConnected(const QString& entry, QString* error)
     if (path.isEmpty()) {
         return false;
     }
-    return nmProperty(m_bus, path, kActiveIface, QStringLiteral("State"), error).toUInt() == kActivated;
+    return nmProperty(bus(), path, kActiveIface, QStringLiteral("State"), error).toUInt() == kActivated;
 }
 
 QString NmDialBackend::settingsPathFor(const QString& entry, QString* error)
 {
     const QDBusMessage m =
         QDBusMessage::createMethodCall(kService, kSettingsPath, kSettingsIface, QStringLiteral("ListConnections"));
-    const QDBusMessage r = m_bus.call(m, QDBus::Block, 5000);
+    const QDBusMessage r = bus().call(m, QDBus::Block, 5000);
     if (r.type() != QDBusMessage::ReplyMessage || r.arguments().isEmpty()) {
         *error = r.errorName();
         return {};
@@ -114,7 +124,7 @@ QString NmDialBackend::settingsPathFor(const QString& entry, QString* error)
     for (const QDBusObjectPath& p : pathList(r.arguments().constFirst())) {
         const QDBusMessage gm =
             QDBusMessage::createMethodCall(kService, p.path(), kConnectionIface, QStringLiteral("GetSettings"));
-        const QDBusMessage gr = m_bus.call(gm, QDBus::Block, 5000);
+        const QDBusMessage gr = bus().call(gm, QDBus::Block, 5000);
         if (gr.type() != QDBusMessage::ReplyMessage || gr.arguments().isEmpty()) {
             continue;
         }
@@ -154,7 +164,7 @@ void NmDialBackend::dial(const QString& entry)
         QDBusMessage::createMethodCall(kService, kManagerPath, kManagerIface, QStringLiteral("ActivateConnection"));
     m << QVariant::fromValue(QDBusObjectPath(settings)) << QVariant::fromValue(QDBusObjectPath(QStringLiteral("/")))
       << QVariant::fromValue(QDBusObjectPath(QStringLiteral("/")));
-    auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(m, 30000), this);
+    auto* watcher = new QDBusPendingCallWatcher(bus().asyncCall(m, 30000), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, attempt](QDBusPendingCallWatcher* w) {
         w->deleteLater();
         if (attempt != m_attempt) {
@@ -167,7 +177,7 @@ void NmDialBackend::dial(const QString& entry)
         }
         const QString active = reply.value().path();
         watch(active);
-        const uint state = nmProperty(m_bus, active, kActiveIface, QStringLiteral("State"), nullptr).toUInt();
+        const uint state = nmProperty(bus(), active, kActiveIface, QStringLiteral("State"), nullptr).toUInt();
         onActiveStateChanged(state, 0);
     });
 }
@@ -183,7 +193,7 @@ void NmDialBackend::abortDial()
     QDBusMessage m =
         QDBusMessage::createMethodCall(kService, kManagerPath, kManagerIface, QStringLiteral("DeactivateConnection"));
     m << QVariant::fromValue(QDBusObjectPath(active));
-    m_bus.call(m, QDBus::Block, 5000);
+    bus().call(m, QDBus::Block, 5000);
 }
 
 bool NmDialBackend::hangUp(const QString& entry, QString* error)
@@ -200,7 +210,7 @@ bool NmDialBackend::hangUp(const QString& entry, QString* error)
     QDBusMessage m =
         QDBusMessage::createMethodCall(kService, kManagerPath, kManagerIface, QStringLiteral("DeactivateConnection"));
     m << QVariant::fromValue(QDBusObjectPath(active));
-    const QDBusMessage r = m_bus.call(m, QDBus::Block, 5000);
+    const QDBusMessage r = bus().call(m, QDBus::Block, 5000);
     if (r.type() == QDBusMessage::ErrorMessage) {
         *error = r.errorMessage().isEmpty() ? r.errorName() : r.errorMessage();
         return false;
@@ -211,14 +221,14 @@ bool NmDialBackend::hangUp(const QString& entry, QString* error)
 void NmDialBackend::watch(const QString& activePath)
 {
     m_watched = activePath;
-    m_bus.connect(kService, activePath, kActiveIface, QStringLiteral("StateChanged"), this,
+    bus().connect(kService, activePath, kActiveIface, QStringLiteral("StateChanged"), this,
                   SLOT(onActiveStateChanged(uint, uint)));
 }
 
 void NmDialBackend::unwatch()
 {
     if (!m_watched.isEmpty()) {
-        m_bus.disconnect(kService, m_watched, kActiveIface, QStringLiteral("StateChanged"), this,
+        bus().disconnect(kService, m_watched, kActiveIface, QStringLiteral("StateChanged"), this,
                          SLOT(onActiveStateChanged(uint, uint)));
         m_watched.clear();
     }

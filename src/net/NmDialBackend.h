@@ -5,15 +5,20 @@
 #include <QDBusConnection>
 #include <QObject>
 
+#include <optional>
+
 namespace kestrova::net {
 
 // The connection manager is NetworkManager on the system bus; an entry name is the id of
-// one of its connection profiles.
+// one of its connection profiles. The bus is opened when first needed: most runs never
+// dial, and opening it starts Qt's D-Bus thread and talks to the bus daemon.
 class NmDialBackend final : public QObject, public DialBackend
 {
     Q_OBJECT
 public:
-    explicit NmDialBackend(QDBusConnection bus = QDBusConnection::systemBus(), QObject* parent = nullptr);
+    // On the system bus.
+    explicit NmDialBackend(QObject* parent = nullptr);
+    explicit NmDialBackend(QDBusConnection bus, QObject* parent = nullptr);
 
     bool available(QString* error) override;
     bool isConnected(const QString& entry, QString* error) override;
@@ -35,8 +40,9 @@ private:
     void watch(const QString& activePath);
     void unwatch();
     void report(int state, int error);
+    QDBusConnection& bus();
 
-    QDBusConnection m_bus;
+    std::optional<QDBusConnection> m_bus;
     QString m_watched; // active connection of the attempt in progress
     quint64 m_attempt = 0;
 };

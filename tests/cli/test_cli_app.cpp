@@ -25,6 +25,34 @@
 
 using namespace kestrova;
 
+namespace {
+
+// What a running process has set up that only mail (Qt's TLS back-end) or dial-up (the
+// D-Bus connection thread) needs, each named once; empty when it has neither.
+QStringList onDemandParts(qint64 pid)
+{
+    QStringList found;
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(pid));
+    if (maps.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : maps.readAll().split('\n')) {
+            const QString path = QString::fromLatin1(line.mid(line.lastIndexOf(' ') + 1));
+            if (path.contains(QLatin1String("/plugins/tls/")) && !found.contains(path)) {
+                found << path;
+            }
+        }
+    }
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
+    for (const QString& task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(task + QStringLiteral("/comm")));
+        if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "QDBusConnection") {
+            found << QStringLiteral("thread QDBusConnection");
+        }
+    }
+    return found;
+}
+
+} // namespace
+
 // The daemon and the demo, run as the real kestrova-cli binary.
 class TestCliApp : public QObject
 {
@@ -57,6 +85,10 @@ private Q_SLOTS:
         QByteArray seen;
         QTRY_VERIFY2_WITH_TIMEOUT((seen += p.readAllStandardOutput()).contains("Kestrova started on"),
                                   QByteArray(seen + p.readAllStandardError()).constData(), 10000);
+        // A daemon that has not checked mail nor dialled yet has set up neither TLS for mail
+        // nor the system bus.
+        const QStringList onDemand = onDemandParts(p.processId());
+        QVERIFY2(onDemand.isEmpty(), qPrintable(onDemand.join(QStringLiteral(", "))));
         QElapsedTimer t;
         t.start();
         ::kill(static_cast<pid_t>(p.processId()), signal);
