@@ -37,8 +37,8 @@ install(FILES ${guide} DESTINATION ${docDir})
 install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kestrova.1 ${cliMan} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # cpack -G DEB: the dependencies are what the binaries link (dpkg-shlibdeps finds the
-# Qt and curl runtime packages) plus the plugins Qt loads at run time: the SVG icon
-# engine and the SQLite driver.
+# Qt runtime packages) plus what is loaded at run time: the SVG icon engine and the SQLite
+# driver (Qt plugins) and libcurl (loaded on the first transfer, src/support/CurlLibrary.cpp).
 set(CPACK_PACKAGE_NAME kestrova)
 set(CPACK_PACKAGE_VENDOR Kestrova)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Portfolio watch that pages alarms by modem or e-mail")
@@ -54,7 +54,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Kestrova developers <developers@kestrova.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# QtKeychain opens libsecret only when it runs, so the shared-library scan cannot see it.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6, libqt6sql6-sqlite, libsecret-1-0")
+# QtKeychain opens libsecret and the fetcher opens libcurl only when they run, so the
+# shared-library scan cannot see them.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6, libqt6sql6-sqlite, libsecret-1-0, libcurl4")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "network-manager")
 include(CPack)

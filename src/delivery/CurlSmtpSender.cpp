@@ -177,11 +177,7 @@ struct SlistDeleter
 
 } // namespace
 
-CurlSmtpSender::CurlSmtpSender(support::Host& host) : m_host(host)
-{
-    static const bool initialised = [] { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }();
-    Q_UNUSED(initialised);
-}
+CurlSmtpSender::CurlSmtpSender(support::Host& host) : m_host(host) {}
 
 QByteArray CurlSmtpSender::composeMessage(const SmtpMail& mail, const QString& messageId)
 {

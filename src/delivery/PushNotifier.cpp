@@ -39,10 +39,7 @@ size_t discardBody(char*, size_t size, size_t count, void*)
 
 PushNotifier::PushNotifier(const support::Services& services, const core::PushOptions& options)
     : m_services(services), m_options(options)
-{
-    static const bool initialised = [] { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }();
-    Q_UNUSED(initialised);
-}
+{}
 
 QString PushNotifier::refusal(const QString& url)
 {

@@ -50,16 +50,6 @@ struct CurlFetcher::Job
 
 namespace {
 
-// curl_global_init is not thread-safe and must run once before any handle exists.
-void ensureCurlReady()
-{
-    static const bool ready = [] {
-        curl_global_init(CURL_GLOBAL_DEFAULT);
-        return true;
-    }();
-    (void)ready;
-}
-
 void cleanupMulti(void* multi)
 {
     if (multi)
@@ -164,7 +154,7 @@ qsizetype authorityEnd(const QString& url, qsizetype start)
 CurlFetcher::CurlFetcher(support::Host& host, core::ProxyOptions proxy)
     : m_hostFace(host), m_proxy(std::move(proxy)), m_share(nullptr, &cleanupShare), m_multi(nullptr, &cleanupMulti)
 {
-    ensureCurlReady();
+    // Nothing of libcurl here: it is loaded by the first transfer.
 }
 
 CurlFetcher::~CurlFetcher() = default;

@@ -27,8 +27,9 @@ using namespace kestrova;
 
 namespace {
 
-// What a running process has set up that only mail (Qt's TLS back-end) or dial-up (the
-// D-Bus connection thread) needs, each named once; empty when it has neither.
+// What a running process has set up that only a transfer (libcurl), TLS (libssl, Qt's TLS
+// back-end) or dial-up (the D-Bus connection thread) needs, each named once; empty when it
+// has none of them.
 QStringList onDemandParts(qint64 pid)
 {
     QStringList found;
@@ -36,7 +37,9 @@ QStringList onDemandParts(qint64 pid)
     if (maps.open(QIODevice::ReadOnly)) {
         for (const QByteArray& line : maps.readAll().split('\n')) {
             const QString path = QString::fromLatin1(line.mid(line.lastIndexOf(' ') + 1));
-            if (path.contains(QLatin1String("/plugins/tls/")) && !found.contains(path)) {
+            const bool onDemand = path.contains(QLatin1String("/plugins/tls/")) ||
+                                  path.contains(QLatin1String("/libcurl")) || path.contains(QLatin1String("/libssl"));
+            if (onDemand && !found.contains(path)) {
                 found << path;
             }
         }
@@ -85,8 +88,8 @@ private Q_SLOTS:
         QByteArray seen;
         QTRY_VERIFY2_WITH_TIMEOUT((seen += p.readAllStandardOutput()).contains("Kestrova started on"),
                                   QByteArray(seen + p.readAllStandardError()).constData(), 10000);
-        // A daemon that has not checked mail nor dialled yet has set up neither TLS for mail
-        // nor the system bus.
+        // A daemon that has not fetched, checked mail nor dialled yet has loaded none of what
+        // those need.
         const QStringList onDemand = onDemandParts(p.processId());
         QVERIFY2(onDemand.isEmpty(), qPrintable(onDemand.join(QStringLiteral(", "))));
         QElapsedTimer t;
