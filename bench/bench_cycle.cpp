@@ -125,6 +125,8 @@ int main(int argc, char** argv)
         else
             rounds = std::max(1, atoi(argv[i]));
     }
+    // libcurl is loaded by a process's first transfer; that is start-up, not a cycle.
+    quotes::CurlFetcher::libraryVersion();
     const int hostConnections = quotes::CurlFetcher::kDefaultHostConnections;
     int pages = 0;
     int needed = 0;

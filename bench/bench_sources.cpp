@@ -447,6 +447,8 @@ BENCHMARK(BM_SourceFill)->Unit(benchmark::kMicrosecond);
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    // libcurl is loaded by a process's first transfer; that is start-up, not a request.
+    quotes::CurlFetcher::libraryVersion();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
