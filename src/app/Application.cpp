@@ -388,6 +388,25 @@ void Application::mnuNew()
     m_state.caption = QStringLiteral("Kestrova");
     m_state.portfolio.count = 0;
     m_state.fileModified = true;
+    // A new setup starts empty: no quotes of the securities that were just dropped, and
+    // neither paging nor the schedule running for a setup that has none yet.
+    m_stockQuotes.Clear();
+    m_optionQuotes.Clear();
+    m_state.quotesAvailable = false;
+    m_state.options.paging.enabled = false;
+    m_state.options.schedule.enabled = false;
+    UpdateSettings();
+}
+
+QString Application::setupHint() const
+{
+    if (!m_state.menusEnabled) {
+        return QStringLiteral("Save your setup with File \u25B8 Save As\u2026 to start");
+    }
+    if (m_state.portfolio.count == 0) {
+        return QStringLiteral("Add the securities to watch with Edit \u25B8 Portfolio\u2026");
+    }
+    return {};
 }
 
 bool Application::openFile(const QString& path)
@@ -720,6 +739,16 @@ bool Application::connectAndReport()
     m_services.StatusMessage(online ? QStringLiteral("Internet: Connection established...")
                                     : QStringLiteral("Internet: Connection was not established..."));
     return online;
+}
+
+void Application::checkForNewerVersion()
+{
+    m_host.messageBox(kNoUpdateServer, support::MsgButtons::Ok, support::MsgIcon::Information);
+}
+
+void Application::updateServerFiles()
+{
+    m_host.messageBox(kNoUpdateServer, support::MsgButtons::Ok, support::MsgIcon::Information);
 }
 
 QString Application::lastFetchUrl() const

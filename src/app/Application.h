@@ -57,6 +57,9 @@ class InternetConnection;
 
 namespace kestrova::app {
 
+// What the version check and the server-file update say: there is nobody to ask.
+inline const QString kNoUpdateServer = QStringLiteral("No update server is configured for this version.");
+
 // The file chooser filter of every portfolio open and save.
 inline const QString kPortfolioFileFilter = QStringLiteral("Kestrova Files (*.pgr *.PGR);;All Files (*)");
 
@@ -131,8 +134,13 @@ public:
     // run, which cannot go on without one, says why.
     bool reportMissingStartupFile = true;
 
-    // File menu.
+    // File menu. New starts an empty setup without a file: no securities, no quotes, and
+    // paging and the schedule off.
     void mnuNew();
+    // What the user should do next with the setup as it stands, for a face to show where
+    // the eye goes (an empty quote table): why the Edit, Paging and Settings menus are off
+    // while the setup has no file, or that the portfolio is empty. Empty when neither.
+    QString setupHint() const;
     bool openFile(const QString& path);
     // Saves to the current file; with none, asks for a name (Host::inputBox) as Save As.
     // Holds the file's lock while it saves, and asks before overwriting a file another
@@ -157,9 +165,12 @@ public:
     // A mail check now (the menu's Check Mail), whatever the CheckMail preference says;
     // returns the number of new messages. Does nothing while an update runs.
     int checkMailNow();
-    // Brings the connection up and reports it on the status line, as the menu commands
-    // that would talk to the maker's servers do.
+    // Brings the connection up and reports it on the status line (the mail check's first step).
     bool connectAndReport();
+    // The menu's Check for Newer Version and Update Server Files. This version has no
+    // update server to ask, and says so in a box rather than pretending to check.
+    void checkForNewerVersion();
+    void updateServerFiles();
 
     // The raw page of the last fetch (its URL with any password replaced by "***").
     QString lastFetchUrl() const;

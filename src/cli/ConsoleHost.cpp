@@ -1,5 +1,6 @@
 #include "cli/ConsoleHost.h"
 #include "support/EventWait.h"
+#include "support/StatusLine.h"
 
 #include <cstdio>
 
@@ -38,7 +39,7 @@ void ConsoleHost::setProgress(const QString& percent, const QString& text)
 void ConsoleHost::terminalEcho(const QString& text)
 {
     if (showTerminal) {
-        QString t = text;
+        QString t = support::controlNames(text);
         t.replace(u'\r', u'\n');
         m_err << t;
         m_err.flush();

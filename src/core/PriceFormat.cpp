@@ -47,10 +47,15 @@ QString formatPrice(const QString& text, qint16& digits)
     }
     const qsizetype slash = text.indexOf(u'/');
     double value = slash >= 0 ? fractionValue(text, slash) : support::leadingNumber(text);
+    return priceValueText(value, digits);
+}
+
+QString priceValueText(double value, qint16 digits)
+{
     if (value == 0) {
         value = 0; // no "-0.00" from a negative zero
     }
-    return support::formatNumber(value, support::pricePattern(digits));
+    return support::formatNumber(value, support::pricePattern(digits < 0 ? 2 : digits));
 }
 
 qint32 toWholeNumber(const QString& text, bool* ok, bool* outOfRange)

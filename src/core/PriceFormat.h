@@ -11,6 +11,10 @@ namespace kestrova::core {
 // count means "not chosen yet"; it becomes 2 and the caller keeps that choice. A value too
 // large to be written digit for digit is "n/a", never a shorter number.
 QString formatPrice(const QString& text, qint16& digits);
+// A price already read as a number, written as every quote price is: "####0." and
+// `digits` zeros (a negative count taken as 2). A single's 149.54 reads "149.54", not
+// "149.539993".
+QString priceValueText(double value, qint16 digits);
 
 // A whole-number text read like a 32-bit integer conversion: optional sign, digits with
 // thousands commas, decimals rounded half to even. ok is false for anything else and on

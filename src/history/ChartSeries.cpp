@@ -8,6 +8,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <algorithm>
 #include <limits>
 
 namespace kestrova::history {
@@ -140,6 +141,63 @@ QList<QPointF> decimate(const QList<qint64>& times, const QList<double>& values,
             out.append(QPointF(double(times[b]), values[b]));
         }
         i = j;
+    }
+    return out;
+}
+
+TradingTimeAxis::TradingTimeAxis(const QList<qint64>& times, qint64 breakMs)
+{
+    QList<qint64> steps;
+    for (qsizetype i = 0; i < times.size(); ++i) {
+        if (i == 0 || times[i] - times[i - 1] > breakMs) {
+            m_sessions.append(Session{times[i], times[i], 0});
+        } else {
+            steps.append(times[i] - times[i - 1]);
+            m_sessions.last().end = times[i];
+        }
+    }
+    constexpr qint64 kDay = 24LL * 3600 * 1000;
+    if (!steps.isEmpty()) {
+        std::nth_element(steps.begin(), steps.begin() + steps.size() / 2, steps.end());
+        m_step = std::max<qint64>(1, steps[steps.size() / 2]);
+    } else {
+        m_step = kDay; // one quote a session (daily rows): a day apart each
+    }
+    double at = m_sessions.isEmpty() ? 0.0 : double(m_sessions.first().start);
+    for (Session& s : m_sessions) {
+        s.at = at;
+        at += double(s.end - s.start) + double(m_step);
+    }
+}
+
+double TradingTimeAxis::position(qint64 time) const
+{
+    if (m_sessions.isEmpty()) {
+        return double(time);
+    }
+    // The last session that starts at or before the moment.
+    auto it = std::upper_bound(m_sessions.begin(), m_sessions.end(), time,
+                               [](qint64 t, const Session& s) { return t < s.start; });
+    if (it == m_sessions.begin()) {
+        return m_sessions.first().at - double(m_sessions.first().start - time);
+    }
+    const Session& s = *(it - 1);
+    if (time <= s.end || it == m_sessions.end()) {
+        return s.at + double(time - s.start);
+    }
+    const double pause = double(it->start - s.end);
+    return s.at + double(s.end - s.start) + double(m_step) * double(time - s.end) / pause;
+}
+
+QList<TradingTimeAxis::Session> TradingTimeAxis::labelled(int count) const
+{
+    QList<Session> out;
+    if (count < 1) {
+        return out;
+    }
+    const qsizetype every = std::max<qsizetype>(1, (m_sessions.size() + count - 1) / count);
+    for (qsizetype i = 0; i < m_sessions.size(); i += every) {
+        out.append(m_sessions[i]);
     }
     return out;
 }

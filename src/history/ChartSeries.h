@@ -38,4 +38,40 @@ ChartData loadChartData(const QString& databasePath, const QString& symbol, cons
 // becomes a few thousand points. Series with no more than 2 * buckets points come back whole.
 QList<QPointF> decimate(const QList<qint64>& times, const QList<double>& values, int buckets);
 
+// A time axis without the hours no quote came in (nights, weekends, holidays), as stock
+// charts draw one. Quotes no further apart than `breakMs` belong to one session; the pause
+// between two sessions takes the room of one ordinary step between quotes, so the line
+// runs from one close to the next open instead of across an empty night. Within a session
+// the axis is plain time; with one session only it is plain time throughout.
+class TradingTimeAxis
+{
+public:
+    static constexpr qint64 kSessionBreakMs = 3LL * 3600 * 1000;
+
+    struct Session
+    {
+        qint64 start = 0; // the session's first and last quote (ms since the epoch)
+        qint64 end = 0;
+        double at = 0; // where the session starts on the axis
+    };
+
+    // `times` in ascending order.
+    explicit TradingTimeAxis(const QList<qint64>& times, qint64 breakMs = kSessionBreakMs);
+
+    // Whether any pause was left out.
+    bool compressed() const { return m_sessions.size() > 1; }
+    // The axis position of a moment; rises with time. A moment within a pause falls
+    // within the step that stands for the pause; one outside all quotes, at plain time.
+    double position(qint64 time) const;
+    // The room one pause takes: the usual step between two quotes of a session.
+    qint64 step() const { return m_step; }
+    const QList<Session>& sessions() const { return m_sessions; }
+    // At most `count` sessions to put a date under, spread evenly, the first one included.
+    QList<Session> labelled(int count) const;
+
+private:
+    QList<Session> m_sessions;
+    qint64 m_step = 60000;
+};
+
 } // namespace kestrova::history

@@ -12,6 +12,7 @@
 #include "support/VbError.h"
 
 #include <QElapsedTimer>
+#include <QHash>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -74,6 +75,52 @@ constexpr int kDefaultRestSeconds = 60;
 constexpr int kLongestRestSeconds = 3600;
 
 } // namespace
+
+namespace {
+
+// The set key a portfolio entry is fetched under: options without blanks.
+QString cycleTicker(const core::PortfolioRecord& r)
+{
+    return r.effectiveType() == 1 ? QString(r.ticker).remove(u' ') : r.ticker.trimmed();
+}
+
+} // namespace
+
+std::vector<std::shared_ptr<const core::Quote>> tableRows(const core::PortfolioTable& portfolio,
+                                                          const core::Quotes& stockSet, const core::Quotes& optionSet)
+{
+    std::vector<std::shared_ptr<const core::Quote>> rows;
+    QHash<QString, std::shared_ptr<const core::Quote>> priced[2];
+    QList<std::shared_ptr<const core::Quote>> unclaimed;
+    for (int set = 0; set < 2; ++set) {
+        for (const auto& q : set == 0 ? stockSet : optionSet) {
+            priced[set].insert(q->ticker().toLower(), q);
+            unclaimed << q;
+        }
+    }
+    const int used = qBound(0, int(portfolio.count), core::PortfolioTable::kMaxInUse);
+    for (int set = 0; set < 2; ++set) {
+        for (int slot = 0; slot < used; ++slot) {
+            const core::PortfolioRecord& r = portfolio.records[size_t(slot)];
+            const QString ticker = cycleTicker(r);
+            if ((r.effectiveType() == 1) != (set == 1) || ticker.isEmpty()) {
+                continue;
+            }
+            if (const auto q = priced[set].value(ticker.toLower())) {
+                rows.push_back(q);
+                unclaimed.removeOne(q);
+                continue;
+            }
+            auto blank = quoteFor(r, slot, ticker);
+            blank->setName(r.name);
+            rows.push_back(std::move(blank));
+        }
+    }
+    for (const auto& q : std::as_const(unclaimed)) {
+        rows.push_back(q);
+    }
+    return rows;
+}
 
 int pricingServer(const core::Quote& quote, int defaultServer)
 {
@@ -255,7 +302,7 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
         const core::PortfolioRecord& r = ctx.portfolio.records[size_t(slot)];
         Job job;
         job.option = r.effectiveType() == 1;
-        job.ticker = job.option ? QString(r.ticker).remove(u' ') : r.ticker.trimmed();
+        job.ticker = cycleTicker(r);
         if (job.ticker.isEmpty())
             continue;
         job.quote = quoteFor(r, slot, job.ticker);

@@ -12,6 +12,7 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace kestrova::quotes {
@@ -107,6 +108,14 @@ struct CycleResult
 // definition raises an error is reported as "GetQuotes:: ..." and skipped, and the cycle
 // goes on with the next. Each quote carries the name of the source that priced it.
 CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& optionSet);
+
+// The rows a quote table shows between updates: every security of the portfolio in the
+// order a cycle fetches them (stocks, then options), with the quote of the last update
+// when the sets hold one and otherwise an unpriced quote of the entry's own settings
+// (its name, holding and limits; every price blank), followed by the quotes of the sets
+// that no entry names any more. A new portfolio therefore shows its rows at once.
+std::vector<std::shared_ptr<const core::Quote>> tableRows(const core::PortfolioTable& portfolio,
+                                                          const core::Quotes& stockSet, const core::Quotes& optionSet);
 
 // The built-in service whose page priced a quote of the cycle: an option always asks its
 // own service, a stock its own when it names one, else the default service.

@@ -39,4 +39,24 @@ void terminalAppend(QString& text, const QString& addition)
     text += piece;
 }
 
+QString controlNames(const QString& text)
+{
+    static const char* const kNames[32] = {"NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL", "BS",  "HT",  "LF",
+                                           "VT",  "FF",  "CR",  "SO",  "SI",  "DLE", "DC1", "DC2", "DC3", "DC4", "NAK",
+                                           "SYN", "ETB", "CAN", "EM",  "SUB", "ESC", "FS",  "GS",  "RS",  "US"};
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u == u'\r' || u == u'\n' || u == u'\t' || (u >= 0x20 && u != 0x7F)) {
+            shown += c;
+        } else {
+            shown += u'<';
+            shown += QLatin1String(u == 0x7F ? "DEL" : kNames[u]);
+            shown += u'>';
+        }
+    }
+    return shown;
+}
+
 } // namespace kestrova::support

@@ -21,4 +21,10 @@ void appendCapped(QString& text, const QString& addition);
 // character before it (the last shown one when it leads), and line feeds are dropped.
 void terminalAppend(QString& text, const QString& addition);
 
+// Terminal traffic made readable: every control character but the line ends (CR, LF) and
+// tabs is written as its name in angle brackets, so a TAP block shows as
+// "<STX>5551234" and "<ETX>1B3" rather than as empty boxes or, on a console, as escape
+// sequences.
+QString controlNames(const QString& text);
+
 } // namespace kestrova::support
