@@ -34,14 +34,16 @@ const char* const kUsage = "Usage: kestrova [options] [FILE.pgr]\n"
                            "Qt's own options (-platform, -style, ...) are accepted too. The headless face of the\n"
                            "same engine is kestrova-cli.\n";
 
-void setIdentity()
+} // namespace
+
+void setDesktopIdentity()
 {
     QCoreApplication::setApplicationName(QStringLiteral("Kestrova"));
     QCoreApplication::setOrganizationName(QStringLiteral("Kestrova"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KESTROVA_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("org.kestrova.Kestrova"));
+    QGuiApplication::setWindowIcon(icon(IconName::App));
 }
-
-} // namespace
 
 int runDesktop(int& argc, char** argv)
 {
@@ -58,10 +60,7 @@ int runDesktop(int& argc, char** argv)
     }
 
     QApplication qapp(argc, argv);
-    setIdentity();
-    QApplication::setApplicationDisplayName(QStringLiteral("Kestrova"));
-    QApplication::setDesktopFileName(QStringLiteral("org.kestrova.Kestrova"));
-    QApplication::setWindowIcon(icon(IconName::App));
+    setDesktopIdentity();
     // The window may sit in the notification area with no window shown; the program ends
     // through its exit path only.
     QApplication::setQuitOnLastWindowClosed(false);

@@ -7,4 +7,10 @@ namespace kestrova::gui {
 // runs start-up and the event loop.
 int runDesktop(int& argc, char** argv);
 
+// Who the program is to the desktop: its name (the title of its message boxes), version,
+// desktop file and icon. No display name is set, because the platform would append it to
+// every window title ("Kestrova - DEMO.PGR — Kestrova"); the captions name the
+// program themselves.
+void setDesktopIdentity();
+
 } // namespace kestrova::gui

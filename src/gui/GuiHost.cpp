@@ -1,5 +1,6 @@
 #include "gui/GuiHost.h"
 
+#include "gui/Mnemonics.h"
 #include "gui/StatusWindow.h"
 #include "gui/TerminalWindow.h"
 #include "support/EventWait.h"
@@ -7,6 +8,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
@@ -98,8 +100,11 @@ GuiHost::GuiHost(QObject* parent) : QObject(parent)
     connect(&m_hideStatus, &QTimer::timeout, this, [this] {
         if (m_statusWindow) {
             m_statusWindow->hide();
+            // The next piece of work starts from a clean window, not from this one's last step.
+            m_statusWindow->setStatusText(QString());
             m_statusWindow->resetProgress();
         }
+        m_statusText.clear();
     });
 }
 
@@ -190,9 +195,16 @@ void GuiHost::appendStatusLine(const QString& line)
 
 void GuiHost::setStatusText(const QString& text)
 {
+    const bool nextStep = text != m_statusText;
     m_statusText = text;
     if (m_statusWindow || !text.isEmpty()) {
-        statusWindow()->setStatusText(text);
+        StatusWindow* w = statusWindow();
+        w->setStatusText(text);
+        // A new step's progress starts afresh: "Initializing Modem..." is not 100 % of
+        // the option quotes fetched before it.
+        if (nextStep) {
+            w->resetProgress();
+        }
     }
     updateStatusWindow();
     Q_EMIT statusTextChanged(text);
@@ -213,7 +225,9 @@ void GuiHost::terminalEcho(const QString& text)
 
 void GuiHost::updateStatusWindow()
 {
-    const bool working = m_busyDepth > 0 || !m_statusText.isEmpty();
+    // The window belongs to work in progress, which the engine brackets with setBusy: a
+    // status text left standing after the work has ended must not keep it on screen.
+    const bool working = m_busyDepth > 0;
     if (m_showStatus && working) {
         m_hideStatus.stop();
         StatusWindow* w = statusWindow();
@@ -237,6 +251,9 @@ MsgAnswer GuiHost::messageBox(const QString& text, MsgButtons buttons, MsgIcon i
         return defaultAnswer(buttons);
     }
     QMessageBox box(boxIcon(icon), QApplication::applicationDisplayName(), text, standardButtons(buttons), m_parent);
+    // What a box says (an address, a file name, an error) can be copied.
+    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    giveMnemonics(box.findChild<QDialogButtonBox*>());
     return fromStandard(box.exec());
 }
 
@@ -251,10 +268,13 @@ QString GuiHost::inputBox(const QString& prompt, const QString& defaultText)
     if (scripted) {
         return {};
     }
-    bool ok = false;
-    const QString s = QInputDialog::getText(m_parent, QApplication::applicationDisplayName(), prompt, QLineEdit::Normal,
-                                            defaultText, &ok);
-    return ok ? s : QString();
+    QInputDialog dlg(m_parent);
+    dlg.setWindowTitle(QApplication::applicationDisplayName());
+    dlg.setLabelText(prompt);
+    dlg.setTextValue(defaultText);
+    dlg.setOkButtonText(QStringLiteral("&OK"));
+    dlg.setCancelButtonText(QStringLiteral("&Cancel"));
+    return dlg.exec() == QDialog::Accepted ? dlg.textValue() : QString();
 }
 
 QString GuiHost::openFileName(const QString& title, const QString& filter)
@@ -308,7 +328,7 @@ bool GuiHost::openUrl(const QString& url)
 {
     openedUrls << url;
     if (scripted) {
-        return true;
+        return scriptedBrowserOpens;
     }
     return QDesktopServices::openUrl(QUrl(url));
 }

@@ -23,11 +23,11 @@ class TerminalWindow;
 
 // The desktop face of support::Host. Status lines go to the main window's status list
 // (txtStatus) under the 16,384/4,096 cap; status texts and progress to the status window,
-// which is shown while long work runs (when ShowStatus is on) and whose Cancel button sets
-// the cancel flag; terminal traffic to the terminal window, created on first echo. All of
-// them are also handed on as signals. Message, input and file boxes are real dialogs
-// unless a test has scripted the answers, in which case no modal box opens at all (GUI
-// tests never sleep waiting for a box).
+// which is shown while long work runs (between setBusy(true) and setBusy(false), when
+// ShowStatus is on) and whose Cancel button sets the cancel flag; terminal traffic to the
+// terminal window, created on first echo. All of them are also handed on as signals.
+// Message, input and file boxes are real dialogs unless a test has scripted the answers,
+// in which case no modal box opens at all (GUI tests never sleep waiting for a box).
 class GuiHost : public QObject, public support::Host
 {
     Q_OBJECT
@@ -77,6 +77,7 @@ public:
     QStringList shownMessages;
     QStringList shownPrompts;
     QStringList openedUrls;
+    bool scriptedBrowserOpens = true; // what openUrl answers when scripted
 
 Q_SIGNALS:
     void statusLineAppended(const QString& line);

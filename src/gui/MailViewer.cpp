@@ -1,6 +1,7 @@
 #include "gui/MailViewer.h"
 
 #include "app/Application.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 #include "support/Format.h"
 
@@ -74,8 +75,12 @@ MailViewer::MailViewer(QWidget* parent, app::Application& app) : QDialog(parent,
     main->addWidget(split, 1);
     main->addWidget(buttons);
 
-    resize(fontMetrics().averageCharWidth() * 100, fontMetrics().height() * 30);
     refresh();
+    // The first time, wide enough for every column's contents (the screen permitting).
+    const QMargins m = main->contentsMargins();
+    resize(std::max(fontMetrics().averageCharWidth() * 80, widthForColumns(m_list) + m.left() + m.right()),
+           fontMetrics().height() * 30);
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

@@ -1,19 +1,24 @@
 #include "gui/MainWindow.h"
 
 #include "app/Application.h"
+#include "core/Quote.h"
 #include "gui/Dialogs.h"
 #include "gui/GuiHost.h"
 #include "gui/Icons.h"
+#include "gui/Mnemonics.h"
 #include "gui/PriceChart.h"
 #include "gui/QuoteTableModel.h"
 #include "gui/ResizingPane.h"
+#include "gui/ScreenFit.h"
 #include "gui/TerminalWindow.h"
 #include "gui/TextWindow.h"
+#include "support/Browser.h"
 #include "support/Format.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -26,6 +31,8 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QResizeEvent>
+#include <QScrollBar>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QSystemTrayIcon>
@@ -51,12 +58,12 @@ struct WebSite
     const char* url;
 };
 constexpr WebSite kWebSites[] = {
-    {"cmdCBOE", "CBOE", "https://www.cboe.com/"},
-    {"cmdQuoteCom", "Quote.com", "https://www.quote.com/"},
-    {"cmdEtrade", "E*Trade", "https://us.etrade.com/"},
-    {"cmdMarketWatch", "MarketWatch", "https://www.marketwatch.com/"},
-    {"cmdPCQuote", "PC Quote", "https://www.pcquote.com/"},
-    {"cmdYahoo", "Yahoo", "https://finance.yahoo.com/"},
+    {"cmdCBOE", "C&BOE", "https://www.cboe.com/"},
+    {"cmdQuoteCom", "&Quote.com", "https://www.quote.com/"},
+    {"cmdEtrade", "E*&Trade", "https://us.etrade.com/"},
+    {"cmdMarketWatch", "Market&Watch", "https://www.marketwatch.com/"},
+    {"cmdPCQuote", "P&C Quote", "https://www.pcquote.com/"},
+    {"cmdYahoo", "&Yahoo", "https://finance.yahoo.com/"},
 };
 
 // Sections of the user guide the help menu's support items open.
@@ -86,7 +93,10 @@ MainWindow::MainWindow(app::Application& app, GuiHost& host, QWidget* parent)
     m_host.setDialogParent(this);
     m_host.setCancelFlag(&m_app.cancelFlag());
     m_dialogs = new Dialogs(this, m_app, m_host);
-    m_quoteModel = new QuoteTableModel(m_app.stockQuotes(), m_app.optionQuotes(), this);
+    // Every security of the setup has its row from the start; its prices come with an update.
+    m_quoteModel = new QuoteTableModel(m_app.stockQuotes(), m_app.optionQuotes(), this, &m_app.state().portfolio);
+    // No window of the program opens partly off the screen.
+    fitWindowsWhenShown(this);
 
     buildCentral();
     buildMenus();
@@ -180,16 +190,10 @@ void MainWindow::buildMenus()
     QAction* options = addItem(m_mnuSettings, "mnuOptions", QStringLiteral("&Options..."),
                                [this] { afterDialog(m_dialogs->options()); });
     m_mnuSettings->addSeparator();
-    QAction* servers = addItem(m_mnuSettings, "mnuUpdateServers", QStringLiteral("&Update Server Files"), [this] {
-        setRunning(true);
-        m_app.connectAndReport();
-        setRunning(false);
-    });
-    QAction* updates = addItem(m_mnuSettings, "mnuCheckUpdates", QStringLiteral("Check for &Newer Version"), [this] {
-        setRunning(true);
-        m_app.connectAndReport();
-        setRunning(false);
-    });
+    addItem(m_mnuSettings, "mnuUpdateServers", QStringLiteral("&Update Server Files"),
+            [this] { m_app.updateServerFiles(); });
+    addItem(m_mnuSettings, "mnuCheckUpdates", QStringLiteral("Check for &Newer Version"),
+            [this] { m_app.checkForNewerVersion(); });
 
     QMenu* view = menu("mnuView", QStringLiteral("&View"));
     addItem(view, "mnuViewQuotes", QStringLiteral("&Quotes"), [this] { m_dialogs->quoteViewer(); });
@@ -231,8 +235,8 @@ void MainWindow::buildMenus()
     help->addSeparator();
     addItem(help, "mnuAbout", QStringLiteral("&About Kestrova"), [this] { showAbout(); });
 
-    m_lockedWhileRunning = {newFile, open,     saveAs,  portfolio, options2, send,     modem,
-                            modem2,  schedule, options, servers,   updates,  checkMail};
+    m_lockedWhileRunning = {newFile, open,   saveAs,   portfolio, options2, send,
+                            modem,   modem2, schedule, options,   checkMail};
 }
 
 void MainWindow::buildToolbar()
@@ -266,6 +270,7 @@ void MainWindow::buildToolbar()
         auto* a = new QAction(icon(k.icon), QLatin1String(k.text), this);
         a->setObjectName(QLatin1String(k.key));
         a->setToolTip(QLatin1String(k.tip));
+        a->setData(QLatin1String(k.tip));
         if (k.menuItem) {
             QAction* item = findChild<QAction*>(QLatin1String(k.menuItem));
             connect(a, &QAction::triggered, item, &QAction::trigger);
@@ -281,6 +286,7 @@ void MainWindow::buildToolbar()
             m_toolbar->addSeparator();
         }
     }
+    m_toolbarLabelledWidth = m_toolbar->sizeHint().width();
 }
 
 void MainWindow::buildCentral()
@@ -333,6 +339,17 @@ void MainWindow::buildCentral()
     m_quoteTable->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
     m_quoteTable->horizontalHeader()->setStretchLastSection(true);
     m_quoteTable->setContextMenuPolicy(Qt::CustomContextMenu);
+    // Where the eye goes on a first start: what to do next, and why the menus are off.
+    m_tableHint = new QLabel(m_quoteTable->viewport());
+    m_tableHint->setObjectName(QStringLiteral("lblSetupHint"));
+    m_tableHint->setAlignment(Qt::AlignCenter);
+    m_tableHint->setWordWrap(true);
+    m_tableHint->setAttribute(Qt::WA_TransparentForMouseEvents);
+    m_tableHint->setForegroundRole(QPalette::PlaceholderText);
+    m_tableHint->hide();
+    auto* hintLayout = new QVBoxLayout(m_quoteTable->viewport());
+    hintLayout->addWidget(m_tableHint);
+    connect(m_quoteModel, &QAbstractItemModel::modelReset, this, &MainWindow::showSetupHint);
     m_quoteMenu = new QMenu(m_quoteTable);
     QAction* news = m_quoteMenu->addAction(icon(IconName::News), QStringLiteral("&News Headlines"));
     connect(news, &QAction::triggered, this, [this] { m_dialogs->newsViewer(); });
@@ -370,6 +387,10 @@ void MainWindow::buildCentral()
     m_splitter->setStretchFactor(0, 3);
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setChildrenCollapsible(false);
+    // However small the window, a few rows of quotes stay in view; the status list gives
+    // way first when the window shrinks.
+    m_quoteTable->setMinimumHeight(quoteTableHeight(kLeastQuoteRows));
+    m_splitter->installEventFilter(this);
     layout->addWidget(m_splitter, 1);
 
     auto* config = new QGridLayout;
@@ -391,10 +412,10 @@ void MainWindow::buildCentral()
     config->addWidget(m_server, 1, 3);
     config->setColumnStretch(1, 1);
     config->setColumnStretch(3, 1);
-    m_chkPaging = new QCheckBox(QStringLiteral("Paging enabled"), central);
+    m_chkPaging = new QCheckBox(QStringLiteral("Pa&ging enabled"), central);
     m_chkPaging->setObjectName(QStringLiteral("chkPageEnable"));
     connect(m_chkPaging, &QCheckBox::toggled, this, &MainWindow::setPagingEnabled);
-    m_chkSchedule = new QCheckBox(QStringLiteral("Schedule enabled"), central);
+    m_chkSchedule = new QCheckBox(QStringLiteral("Sche&dule enabled"), central);
     m_chkSchedule->setObjectName(QStringLiteral("chkScheduleEnable"));
     connect(m_chkSchedule, &QCheckBox::toggled, this, &MainWindow::setScheduleEnabled);
     config->addWidget(m_chkPaging, 0, 4);
@@ -411,7 +432,7 @@ void MainWindow::buildCentral()
         b->setFlat(true);
         b->setToolTip(QLatin1String(site.url));
         const QString url = QLatin1String(site.url);
-        connect(b, &QPushButton::clicked, this, [this, url] { m_host.openUrl(url); });
+        connect(b, &QPushButton::clicked, this, [this, url] { support::openInBrowser(m_host, url); });
         www->addWidget(b);
     }
     www->addStretch();
@@ -487,6 +508,22 @@ void MainWindow::refreshDisplay()
     m_wwwButtons->setVisible(s.prefs.wwwButtons);
     m_host.setShowStatus(s.prefs.showStatus);
     refreshMarket();
+    showSetupHint();
+}
+
+void MainWindow::showSetupHint()
+{
+    const QString hint = m_app.setupHint();
+    m_tableHint->setText(hint);
+    m_tableHint->setVisible(!hint.isEmpty() && m_quoteModel->rowCount() == 0);
+    // A key that is off for want of a file says so where the pointer rests.
+    const bool noFile = !m_app.state().menusEnabled;
+    for (QAction* a : m_toolbar->actions()) {
+        const QString tip = a->data().toString();
+        if (!tip.isEmpty()) {
+            a->setToolTip(noFile && !a->isEnabled() ? tip + QStringLiteral("\n") + hint : tip);
+        }
+    }
 }
 
 void MainWindow::refreshMarket()
@@ -542,9 +579,12 @@ void MainWindow::showPriceChart(const QString& ticker)
     if (ticker.isEmpty()) {
         return;
     }
-    auto quote = m_app.stockQuotes().Item(ticker);
-    if (!quote) {
-        quote = m_app.optionQuotes().Item(ticker);
+    // The row's own quote: priced, or the portfolio entry's settings before its first quote.
+    std::shared_ptr<const core::Quote> quote;
+    for (int row = 0; row < m_quoteModel->rowCount() && !quote; ++row) {
+        if (m_quoteModel->tickerAt(row).compare(ticker, Qt::CaseInsensitive) == 0) {
+            quote = m_quoteModel->quoteAt(row);
+        }
     }
     if (!m_chart) {
         // A window of its own beside the main window; it reads the store on a thread of
@@ -567,11 +607,14 @@ void MainWindow::fitQuoteColumns()
     const bool holdings = m_quoteModel->hasHoldings();
     m_quoteTable->setColumnHidden(QuoteTableModel::Value, !holdings);
     m_quoteTable->setColumnHidden(QuoteTableModel::Gain, !holdings);
-    // Once, when the first quotes arrive; after that the widths are the user's.
+    // To the rows as they come until the first prices are in; after that the widths are
+    // the user's.
     if (m_columnsFitted || m_quoteModel->rowCount() == 0) {
         return;
     }
-    m_columnsFitted = true;
+    for (int row = 0; row < m_quoteModel->rowCount() && !m_columnsFitted; ++row) {
+        m_columnsFitted = !m_quoteModel->quoteAt(row)->last().isEmpty();
+    }
     m_quoteTable->resizeColumnsToContents();
     // Fitting gave the last column its content width; it takes the rest of the row again.
     m_quoteTable->horizontalHeader()->setStretchLastSection(false);
@@ -588,8 +631,9 @@ bool MainWindow::noticePending() const
 void MainWindow::fileNew()
 {
     m_app.mnuNew();
-    m_quoteModel->reload();
     refreshDisplay();
+    m_quoteModel->reload();
+    fitQuoteColumns();
 }
 
 void MainWindow::fileOpen()
@@ -601,6 +645,8 @@ void MainWindow::fileOpen()
     // A file that cannot be read leaves the setup in use as it was; the engine says why.
     if (m_app.openFile(QFileInfo(path).absoluteFilePath())) {
         refreshDisplay();
+        m_quoteModel->reload();
+        fitQuoteColumns();
     }
 }
 
@@ -658,6 +704,9 @@ void MainWindow::afterDialog(bool stored)
     }
     m_app.UpdateSettings();
     refreshDisplay();
+    // A saved portfolio shows its rows at once, not after the next update.
+    m_quoteModel->reload();
+    fitQuoteColumns();
 }
 
 // ---- Commands ----
@@ -726,6 +775,7 @@ void MainWindow::showAbout()
                             QString::fromLatin1(qVersion()) + QStringLiteral("\nData: ") +
                             QDir::toNativeSeparators(m_app.dataDir()));
     box->setStandardButtons(QMessageBox::Ok);
+    giveMnemonics(box->findChild<QDialogButtonBox*>());
     box->open();
 }
 
@@ -758,7 +808,7 @@ void MainWindow::openHelp(const QString& anchor)
     if (!anchor.isEmpty()) {
         url.setFragment(anchor);
     }
-    m_host.openUrl(url.toString());
+    support::openInBrowser(m_host, url.toString());
 }
 
 // ---- Update runs, notices, tray ----
@@ -849,6 +899,43 @@ void MainWindow::restoreFromTray()
     showNormal();
     raise();
     activateWindow();
+}
+
+int MainWindow::quoteTableHeight(int rows) const
+{
+    const int row = std::max(m_quoteTable->verticalHeader()->defaultSectionSize(), fontMetrics().height() + 4);
+    return m_quoteTable->horizontalHeader()->sizeHint().height() + rows * row + 2 * m_quoteTable->frameWidth() +
+           m_quoteTable->horizontalScrollBar()->sizeHint().height();
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_splitter && event->type() == QEvent::Resize) {
+        // The window was resized: the table keeps a screenful of rows while the status list
+        // can spare height. A handle the user drags is left where it is put.
+        QList<int> sizes = m_splitter->sizes();
+        const int want = quoteTableHeight(kComfortableQuoteRows);
+        const int spare = sizes.value(1) - m_statusPane->minimumHeight();
+        if (sizes.size() == 2 && sizes[0] < want && spare > 0) {
+            const int give = std::min(want - sizes[0], spare);
+            sizes[0] += give;
+            sizes[1] -= give;
+            m_splitter->setSizes(sizes);
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event)
+{
+    QMainWindow::resizeEvent(event);
+    // A small window drops the keys' words before it drops keys: every key stays on the
+    // toolbar, and its words are in its tooltip.
+    const bool roomy = width() >= m_toolbarLabelledWidth && height() >= fontMetrics().height() * 30;
+    const Qt::ToolButtonStyle style = roomy ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly;
+    if (m_toolbar->toolButtonStyle() != style) {
+        m_toolbar->setToolButtonStyle(style);
+    }
 }
 
 void MainWindow::changeEvent(QEvent* event)

@@ -96,6 +96,8 @@ Q_SIGNALS:
 protected:
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QAction* addItem(QMenu* menu, const char* name, const QString& text, const std::function<void()>& run);
@@ -122,6 +124,11 @@ private:
     void onUpdateFinished(const app::UpdateOutcome& outcome);
     void setRunning(bool running);
     void refreshMarket();
+    void showSetupHint();
+    // The height the quote table needs for `rows` rows under its header.
+    int quoteTableHeight(int rows) const;
+    static constexpr int kLeastQuoteRows = 4;
+    static constexpr int kComfortableQuoteRows = 8;
     void fitQuoteColumns();
     void notify(const QString& title, const QString& message);
     void stopNotice();
@@ -134,11 +141,13 @@ private:
     QuoteTableModel* m_quoteModel = nullptr;
 
     QTableView* m_quoteTable = nullptr;
+    QLabel* m_tableHint = nullptr;
     QMenu* m_quoteMenu = nullptr;
     QPlainTextEdit* m_status = nullptr;
     ResizingPane* m_statusPane = nullptr;
     QSplitter* m_splitter = nullptr;
     QToolBar* m_toolbar = nullptr;
+    int m_toolbarLabelledWidth = 0; // the toolbar with every key's word under its icon
     QLabel* m_time = nullptr;
     QLabel* m_paging = nullptr;
     QLabel* m_connection = nullptr;

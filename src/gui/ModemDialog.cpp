@@ -3,6 +3,7 @@
 #include "core/OptionChecks.h"
 #include "gui/FieldCheck.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 
 #include <QComboBox>
@@ -111,9 +112,9 @@ ModemDialog::ModemDialog(QWidget* parent, GuiHost& host, core::Options& target, 
     lineForm->addRow(tr("&Flow Control:"), m_flow);
     lineForm->addRow(tr("&Dialing:"), m_dialling);
     lineForm->addRow(tr("Speaker &Volume:"), m_volume);
-    lineForm->addRow(tr("Speaker &Control:"), m_speaker);
+    lineForm->addRow(tr("Speaker C&ontrol:"), m_speaker);
     lineForm->addRow(tr("No. of &Retries:"), m_retries);
-    lineForm->addRow(tr("&Seconds between retries:"), m_retrySeconds);
+    lineForm->addRow(tr("Seconds &between retries:"), m_retrySeconds);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Save)->setObjectName(QStringLiteral("cmdSave"));
@@ -131,6 +132,7 @@ ModemDialog::ModemDialog(QWidget* parent, GuiHost& host, core::Options& target, 
 
     fillProfiles();
     m_list->setFocus();
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

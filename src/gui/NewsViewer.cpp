@@ -2,9 +2,11 @@
 
 #include "app/Application.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 #include "news/News.h"
 #include "news/NewsStories.h"
+#include "support/Browser.h"
 
 #include <QComboBox>
 #include <QDate>
@@ -97,8 +99,12 @@ NewsViewer::NewsViewer(QWidget* parent, app::Application& app, GuiHost& host)
     main->addWidget(m_empty);
     main->addWidget(buttons);
 
-    resize(fontMetrics().averageCharWidth() * 125, fontMetrics().height() * 26);
     refresh();
+    // The first time, wide enough for every headline (the screen permitting).
+    const QMargins m = main->contentsMargins();
+    resize(std::max(fontMetrics().averageCharWidth() * 80, widthForColumns(m_list) + m.left() + m.right()),
+           fontMetrics().height() * 26);
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 
@@ -163,7 +169,7 @@ void NewsViewer::openSelected()
                           support::MsgIcon::Exclamation);
         return;
     }
-    m_host.openUrl(url);
+    support::openInBrowser(m_host, url);
 }
 
 bool NewsViewer::eventFilter(QObject* watched, QEvent* event)

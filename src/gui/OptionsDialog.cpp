@@ -6,6 +6,7 @@
 #include "delivery/SerialLine.h"
 #include "gui/FieldCheck.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/ModemDialog.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
@@ -138,6 +139,7 @@ OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& ho
                          sizeHint().height());
         resize(want.boundedTo(screen->availableSize() * 0.9));
     }
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 
@@ -322,7 +324,7 @@ QWidget* OptionsDialog::pagerPage()
     QGroupBox* numeric = group(tr("Numeric pages"), &numForm);
     text(numForm, "pager.numeric_prefix", tr("Characters to p&recede:"), tr("Characters to precede the numeric page."));
     number(numForm, "pager.numeric_wait", tr("Dela&y (sec):"), tr("Delay after dialing pager before message is sent"));
-    number(numForm, "pager.numeric_pause", tr("Pause &setting:"),
+    number(numForm, "pager.numeric_pause", tr("Pause settin&g:"),
            tr("Half of it gives the number of commas a numeric page starts with"));
     auto* testButton = new QPushButton(tr("Send &Test Page"));
     testButton->setObjectName(QStringLiteral("cmdTestPage"));
@@ -351,7 +353,7 @@ QWidget* OptionsDialog::pagerPage()
 
     QFormLayout* contentForm = nullptr;
     QGroupBox* content = group(tr("What the page carries"), &contentForm);
-    numberCheck(contentForm, "page.layout", tr("Include the price &change"));
+    numberCheck(contentForm, "page.layout", tr("Include the price c&hange"));
     check(contentForm, "page.news", tr("Add fresh ne&ws"));
     check(contentForm, "pager.forward_mail", tr("&Forward new mail headers"));
     // Modes 0 and 1 both page while any alarm is on; 2 pages only when an alarm is new.
@@ -380,11 +382,11 @@ QWidget* OptionsDialog::emailPage()
     text(form, "smtp.host", tr("SMTP &Host Name:"), tr("Host name of SMTP server (i.e. xyz.com)"));
     text(form, "smtp.address", tr("SMTP Host &Address:"), tr("IP address of SMTP server"));
     number(form, "smtp.port", tr("SMTP &Port:"));
-    choice(form, "smtp.security", tr("&Security:"), {tr("None"), tr("STARTTLS"), tr("TLS")});
+    choice(form, "smtp.security", tr("Secur&ity:"), {tr("None"), tr("STARTTLS"), tr("TLS")});
     text(form, "smtp.user", tr("&User Name:"), tr("Leave empty when the server takes mail without a log-on"));
     password(form, "smtp.password", tr("Pass&word:"));
     text(form, "smtp.from", tr("&Return Email Address:"));
-    text(form, "smtp.recipient", tr("Re&cipient Email Address:"));
+    text(form, "smtp.recipient", tr("Recipie&nt Email Address:"));
     text(form, "smtp.domain", tr("&Domain Name:"), tr("The name this computer gives the server"));
     number(form, "smtp.max_length", tr("Max Page &Length:"));
     return page({smtp});
@@ -434,7 +436,7 @@ QWidget* OptionsDialog::mailPage()
 {
     QFormLayout* form = nullptr;
     QGroupBox* pop = group(tr("POP mailbox"), &form);
-    auto* checkMail = new QCheckBox(tr("&Check for mail at each update"));
+    auto* checkMail = new QCheckBox(tr("Chec&k for mail at each update"));
     form->addRow(checkMail);
     bindPreference(
         "prefs.check_mail", checkMail->text(), checkMail, [checkMail] { return flag(checkMail->isChecked()); },
@@ -444,7 +446,7 @@ QWidget* OptionsDialog::mailPage()
     bindPreference(
         "prefs.get_mail", getMail->text(), getMail, [getMail] { return flag(getMail->isChecked()); },
         [getMail](const QString& v) { getMail->setChecked(isTrue(v)); });
-    text(form, "mail.server", tr("POP &Server:"));
+    text(form, "mail.server", tr("POP Se&rver:"));
     number(form, "mail.port", tr("POP &Port:"));
     choice(form, "mail.security", tr("Sec&urity:"), {tr("None"), tr("STLS"), tr("TLS")});
     text(form, "mail.user", tr("User &Name:"));
@@ -507,7 +509,7 @@ QWidget* OptionsDialog::connectionPage()
     };
     connect(dialup, &QRadioButton::toggled, this, dialupOnly);
     m_afterLoad.push_back(dialupOnly);
-    auto* testButton = new QPushButton(tr("Test &Connection"));
+    auto* testButton = new QPushButton(tr("T&est Connection"));
     testButton->setObjectName(QStringLiteral("cmdTestConnection"));
     testButton->setAutoDefault(false);
     connect(testButton, &QPushButton::clicked, this, &OptionsDialog::testConnection);
@@ -538,7 +540,7 @@ QWidget* OptionsDialog::quotesPage()
     }
     QFormLayout* form = nullptr;
     QGroupBox* service = group(tr("Quote service"), &form);
-    choice(form, "quotes.server", tr("&Stock quotes from:"), names);
+    choice(form, "quotes.server", tr("S&tock quotes from:"), names);
     choice(form, "quotes.option_server", tr("&Option quotes from:"), names);
     check(form, "quotes.fastest", tr("Use the &fastest service (Fastest)"),
           tr("Measures the services before each update and uses the quickest"));
@@ -614,9 +616,9 @@ QWidget* OptionsDialog::quotesPage()
     QFormLayout* marketForm = nullptr;
     QGroupBox* market = group(tr("Market summary"), &marketForm);
     check(marketForm, "quotes.market_summary", tr("Fetch the market summar&y"));
-    check(marketForm, "quotes.page_dow", tr("Dow in the page"));
-    check(marketForm, "quotes.page_nasdaq", tr("NASDAQ in the page"));
-    check(marketForm, "quotes.page_sp500", tr("S&&P 500 in the page"));
+    check(marketForm, "quotes.page_dow", tr("Dow &in the page"));
+    check(marketForm, "quotes.page_nasdaq", tr("N&ASDAQ in the page"));
+    check(marketForm, "quotes.page_sp500", tr("S&&P &500 in the page"));
     text(marketForm, "quotes.market_url", tr("Summary &page:"));
 
     QFormLayout* newsForm = nullptr;
@@ -803,7 +805,7 @@ QWidget* OptionsDialog::serialPage()
     auto* stopBits = new QComboBox;
     stopBits->setObjectName(QStringLiteral("cboStopBits"));
     stopBits->addItems({"1", "1.5", "2"});
-    form->addRow(tr("&Speed:"), speed);
+    form->addRow(tr("Sp&eed:"), speed);
     form->addRow(tr("P&arity:"), parity);
     form->addRow(tr("Data &Bits:"), dataBits);
     form->addRow(tr("S&top Bits:"), stopBits);
@@ -849,7 +851,7 @@ QWidget* OptionsDialog::programPage()
             key, label, box, [box] { return flag(box->isChecked()); },
             [box](const QString& v) { box->setChecked(isTrue(v)); });
     };
-    boolPref("prefs.show_status", tr("Show the &status window during long operations"));
+    boolPref("prefs.show_status", tr("Show the status &window during long operations"));
     boolPref("prefs.system_tray", tr("Minimize to the notification &area"));
     boolPref("prefs.www_buttons", tr("Show the quote service &buttons"));
     boolPref("prefs.notifications", tr("Desktop &notifications for alarm pages and new mail"));
@@ -860,7 +862,7 @@ QWidget* OptionsDialog::programPage()
     bindPreference(
         "prefs.default_file", fileLabel, file, [file] { return file->text().trimmed(); },
         [file](const QString& v) { file->setText(v); });
-    numberCheck(form, "gate_flag", tr("Skip the fastest-service test and the wait for the modem"));
+    numberCheck(form, "gate_flag", tr("S&kip the fastest-service test and the wait for the modem"));
     return page({program});
 }
 

@@ -4,6 +4,7 @@
 #include "core/PortfolioEntries.h"
 #include "core/SecurityType.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/SecurityDialog.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
@@ -137,6 +138,7 @@ PortfolioDialog::PortfolioDialog(QWidget* parent, app::Application& app, GuiHost
         want = want.boundedTo(screen->availableSize() * 0.9);
     }
     resize(want.expandedTo(sizeHint()));
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

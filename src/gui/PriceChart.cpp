@@ -7,6 +7,7 @@
 
 #include <QAreaSeries>
 #include <QButtonGroup>
+#include <QCategoryAxis>
 #include <QChart>
 #include <QChartView>
 #include <QDateTimeAxis>
@@ -93,6 +94,9 @@ double priceAt(const history::ChartData& d, qint64 t)
     const qsizetype i = std::min<qsizetype>(it - d.times.begin(), d.times.size() - 1);
     return d.prices.value(i);
 }
+
+// Dates under a compressed time axis: enough to find one's way, few enough to read.
+constexpr int kTimeLabels = 8;
 
 QString money(double v)
 {
@@ -254,6 +258,12 @@ void PriceChart::load()
 void PriceChart::apply(const history::ChartData& data)
 {
     m_data = data;
+    m_axis = history::TradingTimeAxis(data.times);
+    m_axisTimes.clear();
+    m_axisTimes.reserve(data.times.size());
+    for (const qint64 t : data.times) {
+        m_axisTimes.append(qRound64(m_axis.position(t)));
+    }
     rebuildPrice();
     rebuildVolume();
     if (!data.error.isEmpty()) {
@@ -298,6 +308,11 @@ void PriceChart::alignPlots()
 
 std::pair<qint64, qint64> PriceChart::timeSpan() const
 {
+    if (m_axis.compressed()) {
+        // Trading time only: from the first quote to the last, half a step of room at each end.
+        const qint64 pad = std::max<qint64>(1, m_axis.step() / 2);
+        return {m_axisTimes.first() - pad, m_axisTimes.last() + pad};
+    }
     // A fixed range ends now even when the last quote is older; "All" spans the quotes.
     if (m_range == history::ChartRange::All || !m_from.isValid()) {
         if (m_data.times.isEmpty()) {
@@ -324,7 +339,7 @@ void PriceChart::rebuildPrice()
 
     auto* price = new QLineSeries;
     price->setName(m_symbol);
-    price->replace(history::decimate(d.times, d.prices, buckets));
+    price->replace(history::decimate(m_axisTimes, d.prices, buckets));
     QPen pen = price->pen();
     pen.setWidthF(1.6);
     price->setPen(pen);
@@ -337,22 +352,18 @@ void PriceChart::rebuildPrice()
         lo = *mn;
         hi = *mx;
     }
-    const double span = std::max(hi - lo, std::max(0.01, std::abs(hi) * 0.02));
-    // A limit far from every price would squash the line flat; it is named, not drawn.
+    // The price axis reaches every limit, however far from the prices: how far the price
+    // is from its alarm is what the chart is looked at for.
     auto limitLine = [&](const std::optional<double>& limit, const QString& name, const QColor& color) {
         if (!limit) {
             return;
         }
         auto* s = new QLineSeries;
-        if (d.prices.isEmpty() || (*limit >= lo - span && *limit <= hi + span)) {
-            s->setName(tr("%1 %2").arg(name, money(*limit)));
-            s->append(double(x0), *limit);
-            s->append(double(x1), *limit);
-            lo = std::min(lo, *limit);
-            hi = std::max(hi, *limit);
-        } else {
-            s->setName(tr("%1 %2 (off the chart)").arg(name, money(*limit)));
-        }
+        s->setName(tr("%1 %2").arg(name, money(*limit)));
+        s->append(double(x0), *limit);
+        s->append(double(x1), *limit);
+        lo = std::min(lo, *limit);
+        hi = std::max(hi, *limit);
         s->setPen(limitPen(color));
         chart->addSeries(s);
     };
@@ -369,15 +380,12 @@ void PriceChart::rebuildPrice()
         for (const history::AlarmRow& a : d.alarms) {
             const qint64 t = a.firedAt.toMSecsSinceEpoch();
             const bool isPrice = a.kind == history::AlarmKind::High || a.kind == history::AlarmKind::Low;
-            fired->append(double(t), isPrice || d.times.isEmpty() ? a.value : priceAt(d, t));
+            fired->append(m_axis.position(t), isPrice || d.times.isEmpty() ? a.value : priceAt(d, t));
         }
         chart->addSeries(fired);
     }
 
-    auto* xAxis = new QDateTimeAxis;
-    xAxis->setFormat(timeFormat(x1 - x0));
-    xAxis->setRange(QDateTime::fromMSecsSinceEpoch(x0), QDateTime::fromMSecsSinceEpoch(x1));
-    xAxis->setTickCount(tickCount(x1 - x0));
+    QAbstractAxis* xAxis = makeTimeAxis(true);
     auto* yAxis = new QValueAxis;
     const double pad = (hi - lo) * 0.06 + 0.01;
     yAxis->setRange(lo - pad, hi + pad);
@@ -402,7 +410,7 @@ void PriceChart::rebuildVolume()
         delete a;
     }
     const history::ChartData& d = m_data;
-    const QList<QPointF> pts = history::decimate(d.times, d.volumes, std::max(100, m_volumeView->width()));
+    const QList<QPointF> pts = history::decimate(m_axisTimes, d.volumes, std::max(100, m_volumeView->width()));
     double top = m_limits.volume.value_or(0);
     for (const QPointF& p : pts) {
         top = std::max(top, p.y());
@@ -438,11 +446,7 @@ void PriceChart::rebuildVolume()
         limit->setPen(limitPen(QColor(0x8e, 0x24, 0xaa)));
         chart->addSeries(limit);
     }
-    auto* xAxis = new QDateTimeAxis;
-    xAxis->setFormat(timeFormat(x1 - x0));
-    xAxis->setRange(QDateTime::fromMSecsSinceEpoch(x0), QDateTime::fromMSecsSinceEpoch(x1));
-    xAxis->setTickCount(tickCount(x1 - x0));
-    xAxis->setLabelsVisible(false); // the price chart above carries the dates
+    QAbstractAxis* xAxis = makeTimeAxis(false); // the price chart above carries the dates
     auto* yAxis = new QValueAxis;
     yAxis->setRange(0, std::max(1.0, top / scale * 1.08));
     yAxis->setTickCount(3);
@@ -454,6 +458,39 @@ void PriceChart::rebuildVolume()
         s->attachAxis(xAxis);
         s->attachAxis(yAxis);
     }
+}
+
+QAbstractAxis* PriceChart::makeTimeAxis(bool labels) const
+{
+    const auto [x0, x1] = timeSpan();
+    if (!m_axis.compressed()) {
+        auto* axis = new QDateTimeAxis;
+        axis->setFormat(timeFormat(x1 - x0));
+        axis->setRange(QDateTime::fromMSecsSinceEpoch(x0), QDateTime::fromMSecsSinceEpoch(x1));
+        axis->setTickCount(tickCount(x1 - x0));
+        axis->setLabelsVisible(labels);
+        return axis;
+    }
+    // Nights and weekends are left out, so the axis is no longer plain time: each label
+    // stands at the start of a session, with a grid line where one session ends and the
+    // next begins.
+    auto* axis = new QCategoryAxis;
+    axis->setLabelsPosition(QCategoryAxis::AxisLabelsPositionOnValue);
+    axis->setStartValue(double(x0));
+    axis->setRange(double(x0), double(x1));
+    const QString format = timeFormat(m_data.times.last() - m_data.times.first());
+    QString previous;
+    const QLocale locale;
+    for (const history::TradingTimeAxis::Session& s : m_axis.labelled(kTimeLabels)) {
+        const QString label = locale.toString(QDateTime::fromMSecsSinceEpoch(s.start), format);
+        // A category axis knows its labels by their text: each must be new.
+        if (label != previous && s.at > double(x0)) {
+            axis->append(label, s.at);
+            previous = label;
+        }
+    }
+    axis->setLabelsVisible(labels);
+    return axis;
 }
 
 bool PriceChart::reportWrite(bool ok, const QString& path, const QString& why)

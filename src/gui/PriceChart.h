@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+class QAbstractAxis;
 class QAbstractButton;
 class QButtonGroup;
 class QChart;
@@ -40,8 +41,9 @@ struct ChartLimits
 ChartLimits chartLimitsOf(const core::Quote& quote);
 
 // One security's price history from the history store: the price over the chosen range
-// with the alarm limits as dashed lines and the alarms that fired as markers, the volume
-// in a band below, and export of both as PNG or CSV.
+// with the alarm limits as dashed lines (the price axis always reaches them) and the
+// alarms that fired as markers, the volume in a band below, and export of both as PNG or
+// CSV. Nights and weekends are left out of the time axis, as stock charts do.
 //
 // The rows are read on a thread of their own with a connection of its own, so a year of
 // one-minute quotes never holds up the window; the series shown is thinned to about two
@@ -82,7 +84,9 @@ Q_SIGNALS:
 private:
     void load();
     void apply(const history::ChartData& data);
+    // The time axis' span in axis units (plain milliseconds unless trading time only).
     std::pair<qint64, qint64> timeSpan() const;
+    QAbstractAxis* makeTimeAxis(bool labels) const;
     void rebuildPrice();
     void rebuildVolume();
     void alignPlots();
@@ -96,6 +100,9 @@ private:
     ChartLimits m_limits;
     history::ChartRange m_range = history::ChartRange::Month;
     history::ChartData m_data;
+    // The data's times on the axis, which leaves out the hours without quotes.
+    history::TradingTimeAxis m_axis{{}};
+    QList<qint64> m_axisTimes;
     QDateTime m_from;
     QDateTime m_until;
     int m_generation = 0;

@@ -4,6 +4,7 @@
 #include "core/Quotes.h"
 #include "core/Security.h"
 #include "gui/Icons.h"
+#include "quotes/QuoteCycle.h"
 #include "support/Format.h"
 
 #include <QColor>
@@ -54,7 +55,8 @@ struct Money
 
 Money holdingsOf(const core::Quote& q)
 {
-    if (q.shares() == 0) {
+    // No price yet (a row of the portfolio before its first quote): no value either.
+    if (q.shares() == 0 || q.last().isEmpty()) {
         return {};
     }
     const double market = core::holdings::marketValue(q.shares(), q.lastValue()).toDouble();
@@ -64,9 +66,10 @@ Money holdingsOf(const core::Quote& q)
 
 } // namespace
 
-QuoteTableModel::QuoteTableModel(const core::Quotes& stocks, const core::Quotes& options, QObject* parent)
-    : QAbstractTableModel(parent), m_stocks(stocks), m_options(options), m_alarmIcon(icon(IconName::Alarm)),
-      m_newsIcon(icon(IconName::News))
+QuoteTableModel::QuoteTableModel(const core::Quotes& stocks, const core::Quotes& options, QObject* parent,
+                                 const core::PortfolioTable* portfolio)
+    : QAbstractTableModel(parent), m_stocks(stocks), m_options(options), m_portfolio(portfolio),
+      m_alarmIcon(icon(IconName::Alarm)), m_newsIcon(icon(IconName::News))
 {
     reload();
 }
@@ -77,10 +80,14 @@ void QuoteTableModel::reload()
 {
     beginResetModel();
     m_rows.clear();
-    m_rows.reserve(static_cast<size_t>(m_stocks.Count() + m_options.Count()));
-    for (const core::Quotes* set : {&m_stocks, &m_options}) {
-        for (const auto& q : *set) {
-            m_rows.push_back(q);
+    if (m_portfolio) {
+        m_rows = quotes::tableRows(*m_portfolio, m_stocks, m_options);
+    } else {
+        m_rows.reserve(static_cast<size_t>(m_stocks.Count() + m_options.Count()));
+        for (const core::Quotes* set : {&m_stocks, &m_options}) {
+            for (const auto& q : *set) {
+                m_rows.push_back(q);
+            }
         }
     }
     endResetModel();

@@ -9,6 +9,7 @@
 namespace kestrova::core {
 class Quote;
 class Quotes;
+struct PortfolioTable;
 } // namespace kestrova::core
 
 namespace kestrova::gui {
@@ -27,10 +28,13 @@ public:
     static constexpr int AlarmedRole = Qt::UserRole + 2;
     static constexpr int SortRole = Qt::UserRole + 3;
 
-    QuoteTableModel(const core::Quotes& stocks, const core::Quotes& options, QObject* parent = nullptr);
+    // With a portfolio, every security of it has a row from the start (prices blank until
+    // an update brings its quote); without, the rows are the sets' quotes alone.
+    QuoteTableModel(const core::Quotes& stocks, const core::Quotes& options, QObject* parent = nullptr,
+                    const core::PortfolioTable* portfolio = nullptr);
     ~QuoteTableModel() override;
 
-    // Takes the sets' current members (an update run has ended).
+    // Takes the sets' current members (an update run has ended, the portfolio changed).
     void reload();
 
     int rowCount(const QModelIndex& parent = {}) const override;
@@ -54,6 +58,7 @@ private:
 
     const core::Quotes& m_stocks;
     const core::Quotes& m_options;
+    const core::PortfolioTable* m_portfolio;
     std::vector<std::shared_ptr<const core::Quote>> m_rows;
     int m_sortColumn = -1;
     Qt::SortOrder m_sortOrder = Qt::AscendingOrder;

@@ -4,6 +4,7 @@
 #include "core/PortfolioEntries.h"
 #include "core/Quote.h"
 #include "core/SecurityType.h"
+#include "gui/Mnemonics.h"
 #include "gui/QuoteTableModel.h"
 #include "gui/WindowPlacement.h"
 #include "support/Format.h"
@@ -234,7 +235,11 @@ QuoteViewer::QuoteViewer(QWidget* parent, app::Application& app) : QDialog(paren
     m_timer->start();
 
     refresh();
-    resize(fontMetrics().averageCharWidth() * 140, fontMetrics().height() * 24);
+    // The first time, wide enough for every column's contents (the screen permitting).
+    const QMargins m = main->contentsMargins();
+    resize(std::max(fontMetrics().averageCharWidth() * 60, widthForColumns(m_table) + m.left() + m.right()),
+           fontMetrics().height() * 24);
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

@@ -3,6 +3,7 @@
 #include "app/Application.h"
 #include "core/ScheduleRules.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 
 #include <QCheckBox>
@@ -66,7 +67,7 @@ ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_openTime = timeField("mskOpenTime", s.openTime, this);
     m_midday = box("chkMktMidday", tr("Mi&dday at"), s.midday);
     m_middayTime = timeField("mskMiddayTime", s.middayTime, this);
-    m_close = box("chkMktClose", tr("Market &close at"), s.marketClose);
+    m_close = box("chkMktClose", tr("Market c&lose at"), s.marketClose);
     m_closeTime = timeField("mskCloseTime", s.closeTime, this);
     auto* moments = new QGroupBox(tr("Market updates (one each a day)"));
     auto* momentGrid = new QGridLayout(moments);
@@ -86,7 +87,7 @@ ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_frequencyLabel = new QLabel(tr("minutes"));
     m_startTime = timeField("mskStartTime", s.startTime, this);
     m_stopTime = timeField("mskStopTime", s.stopTime, this);
-    m_startLabel = new QLabel(tr("&Start:"));
+    m_startLabel = new QLabel(tr("Sta&rt:"));
     m_startLabel->setBuddy(m_startTime);
     m_stopLabel = new QLabel(tr("Sto&p:"));
     m_stopLabel->setBuddy(m_stopTime);
@@ -126,6 +127,7 @@ ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& 
         edit->installEventFilter(this);
     }
     m_days[0]->setFocus();
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

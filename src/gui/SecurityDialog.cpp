@@ -2,8 +2,10 @@
 
 #include "app/Application.h"
 #include "core/PortfolioEntries.h"
+#include "core/PriceFormat.h"
 #include "core/SecurityType.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
 #include "support/Format.h"
@@ -84,6 +86,7 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_costBasis->setObjectName(QStringLiteral("txtCostBasis"));
     m_costBasis->setToolTip(tr("What one share cost"));
     m_lastPrice = new QLabel;
+    m_lastPrice->setObjectName(QStringLiteral("lblLastPrice"));
     m_marketValue = new QLabel;
     m_marketValue->setObjectName(QStringLiteral("lblMarketValue"));
     m_costValue = new QLabel;
@@ -97,7 +100,7 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     auto* holding = new QGroupBox(tr("Holding"));
     auto* holdingForm = new QFormLayout(holding);
     holdingForm->addRow(tr("Sha&res:"), m_shares);
-    holdingForm->addRow(tr("C&ost basis (per share):"), m_costBasis);
+    holdingForm->addRow(tr("Cost &basis (per share):"), m_costBasis);
     holdingForm->addRow(tr("Last price:"), m_lastPrice);
     holdingForm->addRow(tr("Market value:"), m_marketValue);
     holdingForm->addRow(tr("Cost value:"), m_costValue);
@@ -188,15 +191,18 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     for (QLineEdit* e : {m_ticker, m_shares, m_costBasis}) {
         connect(e, &QLineEdit::textChanged, this, &SecurityDialog::updateFigures);
     }
+    connect(m_digits, &QSpinBox::valueChanged, this, &SecurityDialog::updateFigures);
     updateFigures();
     m_ticker->setFocus();
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 
 void SecurityDialog::updateFigures()
 {
     const std::optional<float> last = m_app.lastPrice(m_ticker->text());
-    m_lastPrice->setText(last ? support::formatNumber(*last, u"#,##0.00####") : tr("no quote yet"));
+    m_lastPrice->setText(last ? core::priceValueText(*last, static_cast<qint16>(m_digits->value()))
+                              : tr("no quote yet"));
     const std::optional<double> shares = core::parseEntryNumber(m_shares->text());
     const std::optional<double> cost = core::parseEntryNumber(m_costBasis->text());
     if (!shares || !cost || *shares < 0 || *cost < 0 || *cost > 9e11) {

@@ -3,6 +3,7 @@
 #include "app/Application.h"
 #include "delivery/ManualPage.h"
 #include "gui/GuiHost.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 
 #include <QApplication>
@@ -71,6 +72,7 @@ SendPageDialog::SendPageDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_send->setDefault(true);
     m_message->setFocus();
     resize(sizeHint().expandedTo(QSize(fontMetrics().averageCharWidth() * 60, 0)));
+    giveMnemonics(buttons);
     rememberPlacement(this, objectName());
 }
 

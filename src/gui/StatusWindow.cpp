@@ -30,7 +30,7 @@ StatusWindow::StatusWindow(QWidget* parent) : QWidget(parent, Qt::Tool)
     m_progress = new QProgressBar(this);
     m_progress->setObjectName(QStringLiteral("prgStatus"));
     m_progress->setRange(0, 100);
-    m_cancelButton = new QPushButton(QStringLiteral("Cancel"), this);
+    m_cancelButton = new QPushButton(QStringLiteral("&Cancel"), this);
     m_cancelButton->setObjectName(QStringLiteral("cmdCancel"));
     connect(m_cancelButton, &QPushButton::clicked, this, &StatusWindow::cancel);
 

@@ -54,11 +54,11 @@ void TerminalWindow::echo(const QString& text)
     QScrollBar* bar = m_box->verticalScrollBar();
     const bool atEnd = bar->value() == bar->maximum();
     if (redraw) {
-        m_box->setPlainText(displayText(m_text));
+        m_box->setPlainText(displayText(support::controlNames(m_text)));
     } else {
         QTextCursor c(m_box->document());
         c.movePosition(QTextCursor::End);
-        c.insertText(displayText(m_text.mid(before)));
+        c.insertText(displayText(support::controlNames(m_text.mid(before))));
     }
     if (atEnd) {
         bar->setValue(bar->maximum());

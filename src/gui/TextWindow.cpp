@@ -1,5 +1,7 @@
 #include "gui/TextWindow.h"
 
+#include "gui/Mnemonics.h"
+
 #include <QClipboard>
 #include <QDialogButtonBox>
 #include <QFontDatabase>
@@ -29,6 +31,7 @@ TextWindow::TextWindow(const QString& objectName, const QString& title, QWidget*
     layout->addWidget(buttons);
     const QFontMetrics fm(m_text->font());
     resize(fm.averageCharWidth() * 90, fm.height() * 28);
+    giveMnemonics(buttons);
 }
 
 void TextWindow::setText(const QString& text)

@@ -3,7 +3,11 @@
 #include "settings/SettingsStore.h"
 
 #include <QEvent>
+#include <QHeaderView>
 #include <QObject>
+#include <QScrollBar>
+#include <QTableView>
+#include <QTreeView>
 #include <QWidget>
 
 namespace kestrova::gui {
@@ -44,6 +48,26 @@ void rememberPlacement(QWidget* window, const QString& name)
         window->restoreGeometry(saved);
     }
     window->installEventFilter(new PlacementKeeper(window, name));
+}
+
+int widthForColumns(const QAbstractItemView* view)
+{
+    const QHeaderView* header = nullptr;
+    if (const auto* table = qobject_cast<const QTableView*>(view)) {
+        header = table->horizontalHeader();
+    } else if (const auto* tree = qobject_cast<const QTreeView*>(view)) {
+        header = tree->header();
+    }
+    if (!header || !view->model()) {
+        return view->sizeHint().width();
+    }
+    int width = 0;
+    for (int c = 0; c < view->model()->columnCount(); ++c) {
+        if (!header->isSectionHidden(c)) {
+            width += std::max(header->sectionSizeHint(c), view->sizeHintForColumn(c));
+        }
+    }
+    return width + 2 * view->frameWidth() + view->verticalScrollBar()->sizeHint().width();
 }
 
 } // namespace kestrova::gui

@@ -12,6 +12,7 @@
 #include "support/CancelFlag.h"
 #include "support/Services.h"
 
+#include <QLabel>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -65,6 +66,15 @@ private Q_SLOTS:
         QTest::newRow("line feeds dropped, CR ends a line") << QStringList{"AT\r\n", "OK\r\n"} << "AT\nOK\n";
         QTest::newRow("backspace within the piece") << QStringList{"ATZ\bH0\r"} << "ATH0\n";
         QTest::newRow("leading backspace eats shown text") << QStringList{"ATZ\r", "\bOK\r\n"} << "ATZOK\n";
+        // A TAP block as the paging terminal sees it: the controls read as their names.
+        QTest::newRow("control characters by name") << QStringList{QStringLiteral("-->\x02"
+                                                                                  "5551234\rHello\r\x03"
+                                                                                  "1B3\r"),
+                                                                   QStringLiteral("<--:\x1b\x04\x06")}
+                                                    << "--><STX>5551234\nHello\n<ETX>1B3\n<--:<ESC><EOT><ACK>";
+        QTest::newRow("a capped redraw keeps the names")
+            << QStringList{QString(16383, u'a') + QChar(0x1e), QStringLiteral("x")}
+            << QString(12287, u'a') + QStringLiteral("<RS>x");
         QTest::newRow("cap drops the oldest 4096") << QStringList{QString(16384, u'a'), QStringLiteral("<--:")}
                                                    << QString(12288, u'a') + QStringLiteral("<--:");
     }
@@ -103,6 +113,8 @@ private Q_SLOTS:
         line->setDevice(modemSim.slavePath());
         delivery::ModemLine modem(services, *line, options.modem);
         QCOMPARE(int(modem.initialize(QStringLiteral("ATZ"))), 0);
+        // As every piece of work of the engine does, the dial runs between two setBusy calls.
+        host.setBusy(true);
 
         QElapsedTimer sinceClick;
         bool windowUp = false;
@@ -114,6 +126,7 @@ private Q_SLOTS:
         });
 
         const qint16 result = modem.dial(QStringLiteral("5550000"));
+        host.setBusy(false);
 
         QVERIFY(windowUp);
         // The wait ends as the user's cancel, not as a call that never connected.
@@ -146,6 +159,30 @@ private Q_SLOTS:
         QTest::qWait(50);
         QVERIFY(!w->isVisible());
         host.setBusy(false);
+    }
+
+    // Work that ends with its last status text still standing ("Connecting") does not
+    // leave the window behind; the next step's progress starts from nothing.
+    void statusWindowShowsTheCurrentStep()
+    {
+        testing::resetSettings({});
+        gui::GuiHost host;
+        host.setBusy(true);
+        host.setStatusText(QStringLiteral("Getting Option Quotes"));
+        host.setProgress(QStringLiteral("100%"), QStringLiteral("Getting Options - CSCOAE"));
+        gui::StatusWindow* w = host.statusWindow();
+        QCOMPARE(w->progressValue(), 100);
+        host.setStatusText(QStringLiteral("Initializing Modem..."));
+        QCOMPARE(w->statusText(), QStringLiteral("Initializing Modem..."));
+        QCOMPARE(w->findChild<QLabel*>(QStringLiteral("lblProgress"))->text(), QString());
+        QCOMPARE(w->progressValue(), 0);
+        host.setStatusText(QStringLiteral("Connecting"));
+        host.setBusy(false);
+        QTRY_VERIFY_WITH_TIMEOUT(!w->isVisible(), 1000);
+        // A text set with no work running shows nothing, and Cancel has nothing to wait for.
+        host.setStatusText(QStringLiteral("Connecting"));
+        QTest::qWait(50);
+        QVERIFY(!w->isVisible());
     }
 };
 

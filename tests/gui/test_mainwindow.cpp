@@ -1,13 +1,19 @@
 #include "DesktopRig.h"
+#include "GuiRig.h"
 
+#include "core/Quote.h"
 #include "core/Quotes.h"
+#include "gui/PortfolioDialog.h"
 #include "gui/PriceChart.h"
 #include "gui/QuoteTableModel.h"
+#include "gui/SecurityDialog.h"
+#include "gui/StatusWindow.h"
 #include "news/ServerFiles.h"
 #include "sim/ModemSimulator.h"
 
 #include <QAction>
 #include <QCheckBox>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
@@ -15,6 +21,8 @@
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTableView>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTimer>
 #include <QToolBar>
 #include <QtTest>
@@ -133,6 +141,102 @@ private Q_SLOTS:
         QCOMPARE(rig.window->toolbarAction(QStringLiteral("portfolio"))->isEnabled(), !opened.isEmpty());
         QCOMPARE(rig.window->toolbarAction(QStringLiteral("open"))->isEnabled(), true);
         QCOMPARE(!rig.host.shownMessages.isEmpty(), boxShown);
+        // The table shows the setup's securities before any update, their prices blank...
+        const QAbstractItemModel* table = rig.child<QTableView>("grdQuotes")->model();
+        QCOMPARE(table->rowCount(), int(state.portfolio.count));
+        if (table->rowCount() > 0) {
+            QCOMPARE(table->index(0, gui::QuoteTableModel::Symbol).data().toString(),
+                     state.portfolio.records[0].ticker);
+            QCOMPARE(table->index(0, gui::QuoteTableModel::Last).data().toString(), QString());
+        }
+        // ...and, empty and without a file, says why the menus are off.
+        auto* hint = rig.child<QLabel>("lblSetupHint");
+        QCOMPARE(hint->isVisibleTo(rig.window.get()), opened.isEmpty());
+        if (opened.isEmpty()) {
+            QCOMPARE(hint->text(), QStringLiteral("Save your setup with File \u25B8 Save As\u2026 to start"));
+        }
+    }
+
+    // Securities saved in the portfolio editor are in the table at once.
+    void savedPortfolioShownAtOnce()
+    {
+        DesktopRig rig;
+        rig.window->startup(writePortfolio(rig.path(QStringLiteral("P.PGR")), {}));
+        QCOMPARE(rig.child<QLabel>("lblSetupHint")->text(),
+                 QStringLiteral("Add the securities to watch with Edit \u25B8 Portfolio\u2026"));
+        auto edited = testing::onModal<gui::PortfolioDialog>([](gui::PortfolioDialog* dlg) {
+            auto form = testing::onModal<gui::SecurityDialog>([](gui::SecurityDialog* entry) {
+                testing::retype(entry, QStringLiteral("txtTicker"), QStringLiteral("IBM"));
+                entry->accept();
+            });
+            QTest::mouseClick(dlg->findChild<QPushButton*>(QStringLiteral("cmdAdd")), Qt::LeftButton);
+            QVERIFY(*form);
+            dlg->accept();
+        });
+        rig.child<QAction>("mnuPortfolio")->trigger();
+        QVERIFY(*edited);
+        const QAbstractItemModel* table = rig.child<QTableView>("grdQuotes")->model();
+        QCOMPARE(table->rowCount(), 1);
+        QCOMPARE(table->index(0, gui::QuoteTableModel::Symbol).data().toString(), QStringLiteral("IBM"));
+        QVERIFY(!rig.child<QLabel>("lblSetupHint")->isVisibleTo(rig.window.get()));
+    }
+
+    // Made as small as it goes, the window still shows a few quotes and every toolbar key.
+    void smallestWindowKeepsQuotesAndKeys()
+    {
+        DesktopRig rig;
+        QStringList tickers;
+        for (int i = 0; i < 12; ++i) {
+            tickers << QStringLiteral("T%1").arg(i);
+        }
+        rig.window->startup(writePortfolio(rig.path(QStringLiteral("P.PGR")), {}, tickers));
+        rig.window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
+        // The layout holds it at its minimum (asked twice: a narrow toolbar needs less room).
+        for (int i = 0; i < 2; ++i) {
+            rig.window->resize(1, 1);
+            QTest::qWait(50);
+        }
+        QCOMPARE(rig.window->size(), rig.window->minimumSizeHint());
+
+        auto* table = rig.child<QTableView>("grdQuotes");
+        const int rows = table->viewport()->height() / std::max(1, table->verticalHeader()->defaultSectionSize());
+        QVERIFY2(rows >= 4, qPrintable(QStringLiteral("%1 rows in view").arg(rows)));
+        auto* toolbar = rig.child<QToolBar>("tlbMain");
+        for (QAction* key : toolbar->actions()) {
+            if (!key->isSeparator()) {
+                QWidget* button = toolbar->widgetForAction(key);
+                QVERIFY2(button && button->isVisible() && toolbar->rect().contains(button->geometry()),
+                         qPrintable(key->objectName()));
+            }
+        }
+    }
+
+    // File > New after an update: no rows of the old setup, paging and the schedule off.
+    void newShowsAnEmptySetup()
+    {
+        DesktopRig rig;
+        rig.window->startup(writePortfolio(
+            rig.path(QStringLiteral("P.PGR")),
+            {QStringLiteral("paging.enabled=true"), QStringLiteral("schedule.enabled=true")}, {QStringLiteral("IBM")}));
+        auto quote = std::make_shared<core::Quote>();
+        quote->setTicker(QStringLiteral("IBM"));
+        quote->setLast(QStringLiteral("151.25"));
+        rig.app->stockQuotes().Add(quote, QStringLiteral("IBM"));
+        rig.window->quoteModel().reload();
+        QVERIFY(rig.child<QCheckBox>("chkPageEnable")->isChecked());
+
+        rig.child<QAction>("mnuNew")->trigger();
+
+        QCOMPARE(rig.child<QTableView>("grdQuotes")->model()->rowCount(), 0);
+        for (const char* flag : {"chkPageEnable", "chkScheduleEnable"}) {
+            QVERIFY2(!rig.child<QCheckBox>(flag)->isChecked(), flag);
+        }
+        for (const char* flag : {"mnuEnablePaging", "mnuEnableSchedule"}) {
+            QVERIFY2(!rig.child<QAction>(flag)->isChecked(), flag);
+        }
+        QCOMPARE(rig.child<QLabel>("lblPaging")->text(), QStringLiteral("None"));
+        QVERIFY(rig.child<QLabel>("lblSetupHint")->isVisibleTo(rig.window.get()));
     }
 
     void damagedFileLeavesSetup()
@@ -350,21 +454,29 @@ private Q_SLOTS:
     void openInBrowser_data()
     {
         QTest::addColumn<QString>("control");
-        QTest::addColumn<QString>("url"); // a pattern
+        QTest::addColumn<QString>("url");  // a pattern
+        QTest::addColumn<bool>("browser"); // whether a browser can be started
 
         QTest::newRow("help key: the user guide") << "help"
-                                                  << "^file:///.*/user-guide\\.html$";
+                                                  << "^file:///.*/user-guide\\.html$" << true;
         QTest::newRow("known problems: its section") << "mnuKnownProblems"
-                                                     << "^file:///.*/user-guide\\.html#known-problems$";
+                                                     << "^file:///.*/user-guide\\.html#known-problems$" << true;
         QTest::newRow("web-site button") << "cmdYahoo"
-                                         << "^https://finance\\.yahoo\\.com/$";
+                                         << "^https://finance\\.yahoo\\.com/$" << true;
+        // Without a browser the user is told, and given the address to copy.
+        QTest::newRow("help key, no browser") << "help"
+                                              << "^file:///.*/user-guide\\.html$" << false;
+        QTest::newRow("web-site button, no browser") << "cmdCBOE"
+                                                     << "^https://www\\.cboe\\.com/$" << false;
     }
 
     void openInBrowser()
     {
         QFETCH(QString, control);
         QFETCH(QString, url);
+        QFETCH(bool, browser);
         DesktopRig rig;
+        rig.host.scriptedBrowserOpens = browser;
         rig.window->startup();
         if (auto* a = rig.window->findChild<QAction*>(control)) {
             a->trigger();
@@ -376,6 +488,14 @@ private Q_SLOTS:
                  qPrintable(rig.host.openedUrls.first()));
         if (url.startsWith(QLatin1String("^file"))) {
             QVERIFY(QFileInfo::exists(QUrl(rig.host.openedUrls.first()).toLocalFile()));
+        }
+        if (browser) {
+            QVERIFY(rig.host.shownMessages.isEmpty());
+        } else {
+            QCOMPARE(rig.host.shownMessages.size(), 1);
+            QVERIFY2(rig.host.shownMessages.first().startsWith(QStringLiteral("No web browser could be started")) &&
+                         rig.host.shownMessages.first().endsWith(u'\n' + rig.host.openedUrls.first()),
+                     qPrintable(rig.host.shownMessages.first()));
         }
     }
 
@@ -467,6 +587,82 @@ private Q_SLOTS:
         QTRY_COMPARE(exited.size(), 1);
         QVERIFY(rig.host.shownMessages.contains(QStringLiteral("Save File Before Exiting?")));
         QVERIFY(!rig.window->isVisible());
+    }
+
+    // The status window belongs to work in progress: it goes when the work ends, and Cancel
+    // ends the work within a second even when the other side never answers. Commands with
+    // nobody to ask say so instead of showing it.
+    void statusWindowGoesWithTheWork_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("silent"); // the peer that never answers: "", "pop" or "quotes"
+        QTest::addColumn<QString>("box");
+
+        QTest::newRow("check for newer version") << "mnuCheckUpdates"
+                                                 << "" << app::kNoUpdateServer;
+        QTest::newRow("update server files") << "mnuUpdateServers"
+                                             << "" << app::kNoUpdateServer;
+        QTest::newRow("check mail, cancelled") << "mnuCheckMail"
+                                               << "pop" << QString();
+        QTest::newRow("update, cancelled") << "update"
+                                           << "quotes" << QString();
+    }
+
+    void statusWindowGoesWithTheWork()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, silent);
+        QFETCH(QString, box);
+        // Takes the connection and keeps it open without a word.
+        QTcpServer peer;
+        QVERIFY(peer.listen(QHostAddress::LocalHost));
+        QList<QTcpSocket*> held;
+        connect(&peer, &QTcpServer::newConnection, this, [&] { held << peer.nextPendingConnection(); });
+
+        testing::DemoDesktop d;
+        QVERIFY2(d.start(), qPrintable(d.why));
+        if (silent == QLatin1String("quotes")) {
+            QVERIFY(news::retargetDemoMarket(d.demo.dataDir(), peer.serverPort()));
+        }
+        DesktopRig& rig = d.open();
+        core::Options& o = rig.app->state().options;
+        o.connection.type = 1; // direct
+        o.quotes.marketSummary = false;
+        o.sources.order = QStringLiteral("servers.dat");
+        o.paging.enabled = false;
+        o.mail.server = QStringLiteral("127.0.0.1");
+        o.mail.port = static_cast<qint16>(silent == QLatin1String("pop") ? peer.serverPort() : testing::freePort());
+        rig.window->show();
+        gui::StatusWindow* window = rig.host.statusWindow();
+
+        bool shown = false;
+        QElapsedTimer sinceCancel;
+        QTimer watch;
+        connect(&watch, &QTimer::timeout, this, [&] {
+            if (window->isVisible() && !sinceCancel.isValid()) {
+                shown = true;
+                if (!silent.isEmpty() && !held.isEmpty()) {
+                    sinceCancel.start();
+                    QTest::mouseClick(window->findChild<QPushButton*>(QStringLiteral("cmdCancel")), Qt::LeftButton);
+                }
+            }
+        });
+        watch.start(20);
+        QAction* action = command == QLatin1String("update") ? rig.window->toolbarAction(command)
+                                                             : rig.child<QAction>(qPrintable(command));
+        action->trigger();
+        const qint64 afterCancel = sinceCancel.isValid() ? sinceCancel.elapsed() : -1;
+        watch.stop();
+
+        if (silent.isEmpty()) {
+            QCOMPARE(rig.host.shownMessages, QStringList{box});
+            QVERIFY(!shown);
+            return;
+        }
+        QVERIFY2(afterCancel >= 0, "the work never showed the status window while the peer waited");
+        QVERIFY2(afterCancel < 1000, qPrintable(QString::number(afterCancel)));
+        QTRY_VERIFY_WITH_TIMEOUT(!window->isVisible(), 1000);
+        qDeleteAll(held);
     }
 
     // The desktop names a failed fetch in the status list with the line the command line prints.

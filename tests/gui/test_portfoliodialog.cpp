@@ -279,6 +279,35 @@ private Q_SLOTS:
         retype(&form, "txtCostBasis", QStringLiteral("abc"));
         QCOMPARE(market->text(), QStringLiteral("-"));
     }
+
+    // The last price reads as the quote table shows prices, with the digits the form shows.
+    void lastPriceAsEveryPrice_data()
+    {
+        QTest::addColumn<QString>("last");
+        QTest::addColumn<int>("digits");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("a single's 149.54") << "149.54" << 2 << "149.54";
+        QTest::newRow("four digits chosen") << "149.54" << 4 << "149.5400";
+        QTest::newRow("no thousands comma") << "1234.5" << 2 << "1234.50";
+    }
+    void lastPriceAsEveryPrice()
+    {
+        QFETCH(QString, last);
+        QFETCH(int, digits);
+        QFETCH(QString, shown);
+        GuiRig rig;
+        rig.start();
+        auto quote = std::make_shared<core::Quote>();
+        quote->setTicker(QStringLiteral("IBM"));
+        quote->setDigits(2);
+        quote->setLast(last);
+        rig.app->stockQuotes().Add(quote, QStringLiteral("IBM"));
+        core::PortfolioTable table;
+        gui::SecurityDialog form(nullptr, *rig.app, rig.host, table, -1);
+        retype(&form, "txtTicker", QStringLiteral("IBM"));
+        child<QSpinBox>(&form, "spnDigits")->setValue(digits);
+        QCOMPARE(child<QLabel>(&form, "lblLastPrice")->text(), shown);
+    }
 };
 
 QTEST_MAIN(TestPortfolioDialog)

@@ -7,6 +7,7 @@
 #include "support/Clock.h"
 
 #include <QApplication>
+#include <QCategoryAxis>
 #include <QChart>
 #include <QDateTimeAxis>
 #include <QDir>
@@ -119,9 +120,14 @@ private Q_SLOTS:
         QCOMPARE(pointsOf(chart.volumeChart(), QStringLiteral("Volume limit")), 2);
         const auto* y = qobject_cast<QValueAxis*>(chart.priceChart()->axes(Qt::Vertical).first());
         QVERIFY(y->min() <= 145.5 && y->max() >= 152.0);
-        const auto* x = qobject_cast<QDateTimeAxis*>(chart.priceChart()->axes(Qt::Horizontal).first());
-        QCOMPARE(x->max(), kNow);
-        QCOMPARE(x->min(), kNow.addDays(-7));
+        // A date under the start of each trading day; the nights between are left out.
+        auto* x = qobject_cast<QCategoryAxis*>(chart.priceChart()->axes(Qt::Horizontal).first());
+        QVERIFY(x);
+        QStringList days;
+        for (int day = 4; day >= 0; --day) {
+            days << QLocale().toString(kNow.addDays(-day), QStringLiteral("MMM d"));
+        }
+        QCOMPARE(x->categoriesLabels(), days);
         QVERIFY2(chart.statusText().startsWith(QStringLiteral("%1 quotes").arg(QLocale().toString(m_week.quotes))),
                  qPrintable(chart.statusText()));
 
@@ -148,6 +154,53 @@ private Q_SLOTS:
         QCOMPARE(csv.size(), m_week.quotes + 2); // header, rows, and the empty piece after the last line end
         const QByteArray firstTime = m_week.record.quotes.first().fetchedAt.toString(u"yyyy-MM-dd HH:mm:ss").toLatin1();
         QVERIFY(csv[1].startsWith(QByteArray(QByteArray("IBM,") + firstTime)));
+    }
+
+    // Stock charts leave out the hours without trading, and show how far the price is from
+    // a limit however far that is.
+    void tradingTimeAndFarLimits_data()
+    {
+        QTest::addColumn<int>("range");
+        QTest::addColumn<double>("high");
+        QTest::addColumn<double>("low");
+        QTest::newRow("week, limits far off") << int(history::ChartRange::Week) << 300.0 << 20.0;
+        QTest::newRow("all, limits close by") << int(history::ChartRange::All) << 152.0 << 145.5;
+        QTest::newRow("month, one far limit") << int(history::ChartRange::Month) << 1000.0 << 145.5;
+    }
+    void tradingTimeAndFarLimits()
+    {
+        QFETCH(int, range);
+        QFETCH(double, high);
+        QFETCH(double, low);
+        gui::GuiHost host;
+        host.scripted = true;
+        gui::PriceChart chart(host, m_db, m_clock);
+        chart.resize(1100, 700);
+        chart.show();
+        chart.showSecurity(QStringLiteral("IBM"), gui::ChartLimits{high, low, {}});
+        chart.setRange(history::ChartRange(range));
+        QTRY_VERIFY(!chart.isLoading());
+
+        QCOMPARE(pointsOf(chart.priceChart(), QStringLiteral("High limit")), 2);
+        QCOMPARE(pointsOf(chart.priceChart(), QStringLiteral("Low limit")), 2);
+        const auto* y = qobject_cast<QValueAxis*>(chart.priceChart()->axes(Qt::Vertical).first());
+        QVERIFY2(y->min() <= low && y->max() >= high, qPrintable(QStringLiteral("%1..%2").arg(y->min()).arg(y->max())));
+
+        // Between a day's close and the next day's open the line takes no more room than
+        // between two quotes of a day.
+        const QXYSeries* price = nullptr;
+        for (QAbstractSeries* series : chart.priceChart()->series()) {
+            if (series->name() == QLatin1String("IBM")) {
+                price = static_cast<QXYSeries*>(series);
+            }
+        }
+        QVERIFY(price && price->count() == m_week.quotes);
+        double widest = 0;
+        for (int i = 1; i < price->count(); ++i) {
+            widest = std::max(widest, price->at(i).x() - price->at(i - 1).x());
+        }
+        const double step = price->at(1).x() - price->at(0).x();
+        QVERIFY2(widest <= step * 1.01, qPrintable(QStringLiteral("%1 against %2").arg(widest).arg(step)));
     }
 
     void rangesAndThinning_data()

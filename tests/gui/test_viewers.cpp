@@ -200,6 +200,71 @@ private Q_SLOTS:
         QCOMPARE(viewer.message()->toPlainText(), QStringLiteral("The whole message"));
         QVERIFY(rig.host.shownMessages.isEmpty());
     }
+
+    // The first time a viewer opens, it is as wide as its columns' contents: no column cut
+    // short, none out of view. (Only the screen's own size may hold it back.)
+    void columnsFitOnFirstOpen_data()
+    {
+        QTest::addColumn<QString>("viewer");
+        QTest::newRow("quotes") << "quotes";
+        QTest::newRow("news") << "news";
+        QTest::newRow("mail") << "mail";
+    }
+    void columnsFitOnFirstOpen()
+    {
+        QFETCH(QString, viewer);
+        testing::clearSettingsStore(); // no place remembered from an earlier opening
+        GuiRig rig;
+        rig.start();
+        auto q = std::make_shared<core::Quote>();
+        q->setTicker(QStringLiteral("VFIAX"));
+        q->setName(QStringLiteral("Vanguard 500 Index Fund Admiral Shares, the whole market in one fund"));
+        q->setDigits(2);
+        q->setLast(QStringLiteral("432.10"));
+        rig.app->stockQuotes().Add(q, QStringLiteral("VFIAX"));
+        addStory(*rig.app, "IBM", "11/23/2026", "09:05",
+                 "IBM agrees to buy a cloud security firm for $2.1 billion in cash, its largest purchase in five years",
+                 true);
+        core::MailBox& box = rig.app->state().mailBox;
+        box.messageCount = 1;
+        box.records[1] = {QStringLiteral("Mon, 23 Nov 2026 08:12"),
+                          QStringLiteral("<a@example.com>"),
+                          QStringLiteral("From: Broker Desk\r\n"),
+                          QStringLiteral("Broker Desk <statements@broker.example.com>"),
+                          QStringLiteral("Your November statement is ready, with the year's tax documents attached"),
+                          QString(),
+                          true,
+                          40960};
+        gui::Dialogs dialogs(nullptr, *rig.app, rig.host);
+        QAbstractItemView* view = nullptr;
+        QHeaderView* header = nullptr;
+        if (viewer == QLatin1String("quotes")) {
+            dialogs.quoteViewer();
+            view = topLevel<gui::QuoteViewer>()->table();
+            header = topLevel<gui::QuoteViewer>()->table()->horizontalHeader();
+        } else if (viewer == QLatin1String("news")) {
+            dialogs.newsViewer();
+            view = topLevel<gui::NewsViewer>()->list();
+            header = topLevel<gui::NewsViewer>()->list()->header();
+        } else {
+            dialogs.mailViewer();
+            view = topLevel<gui::MailViewer>()->list();
+            header = topLevel<gui::MailViewer>()->list()->header();
+        }
+        QVERIFY(QTest::qWaitForWindowExposed(view->window()));
+        for (int c = 0; c < header->count(); ++c) {
+            if (!header->isSectionHidden(c)) {
+                QVERIFY2(header->sectionSize(c) >= view->sizeHintForColumn(c),
+                         qPrintable(QStringLiteral("column %1: %2 < %3")
+                                        .arg(c)
+                                        .arg(header->sectionSize(c))
+                                        .arg(view->sizeHintForColumn(c))));
+            }
+        }
+        QVERIFY2(header->length() <= view->viewport()->width(),
+                 qPrintable(QStringLiteral("%1 > %2").arg(header->length()).arg(view->viewport()->width())));
+        dialogs.closeAll();
+    }
 };
 
 QTEST_MAIN(TestViewers)
