@@ -34,11 +34,11 @@ pkgs=(build-essential cmake ninja-build pkg-config qt6-base-dev libqt6opengl6-de
 if [ "$test" = yes ]; then
     # Real peers for the tests: POP3, SMTP, NetworkManager and a GNOME keyring on a private
     # bus (secret-tool looks into the keyring from outside), pty pairs.
-    # Desktop checks: Xvfb for screenshots, the .desktop, AppStream and MIME (xmllint)
-    # validators, dpkg-dev for cpack -G DEB. Benchmarks: Google Benchmark. Fuzzing:
-    # clang with its libFuzzer runtime. HTTP/2 peer: hypercorn / nghttpd. sqlite3: the
-    # baseline of the history listing's bench.
-    pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth
+    # Desktop checks: Xvfb for screenshots and xprop for the window titles it shows, the
+    # .desktop, AppStream and MIME (xmllint) validators, dpkg-dev for cpack -G DEB.
+    # Benchmarks: Google Benchmark. Fuzzing: clang with its libFuzzer runtime. HTTP/2 peer:
+    # hypercorn / nghttpd. sqlite3: the baseline of the history listing's bench.
+    pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth x11-utils
            desktop-file-utils appstream libxml2-utils dpkg-dev clang libclang-rt-14-dev python3-hypercorn
            nghttp2-server ccache gnome-keyring libsecret-tools sqlite3)
 fi
