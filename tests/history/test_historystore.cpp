@@ -524,6 +524,44 @@ private Q_SLOTS:
         QCOMPARE(history::decimate(times, values, buckets), expected);
     }
 
+    // Sessions of quotes follow each other on the axis with one ordinary step between them;
+    // a moment within a pause falls within that step.
+    void tradingTimeAxisLeavesOutPauses_data()
+    {
+        constexpr qint64 kMin = 60000;
+        constexpr qint64 kHour = 60 * kMin;
+        constexpr qint64 kDay = 24 * kHour;
+        QTest::addColumn<QList<qint64>>("times");
+        QTest::addColumn<QList<double>>("positions");
+        QTest::addColumn<qint64>("probe");
+        QTest::addColumn<double>("probeAt");
+        QTest::newRow("one session: plain time")
+            << QList<qint64>{0, kMin, 2 * kMin} << QList<double>{0, kMin, 2 * kMin} << 90 * kMin << 90.0 * kMin;
+        QTest::newRow("a night left out")
+            << QList<qint64>{0, kMin, 2 * kMin, 17 * kHour, 17 * kHour + kMin}
+            << QList<double>{0, kMin, 2 * kMin, 3 * kMin, 4 * kMin} << (2 * kMin + 17 * kHour) / 2 << 2.5 * kMin;
+        QTest::newRow("three hours is still one session")
+            << QList<qint64>{0, 3 * kHour, 6 * kHour} << QList<double>{0, 3 * kHour, 6 * kHour} << 7 * kHour
+            << 7.0 * kHour;
+        QTest::newRow("daily rows: a day apart, weekend or not")
+            << QList<qint64>{0, kDay, 4 * kDay} << QList<double>{0, kDay, 2 * kDay} << -kHour << -1.0 * kHour;
+    }
+    void tradingTimeAxisLeavesOutPauses()
+    {
+        QFETCH(QList<qint64>, times);
+        QFETCH(QList<double>, positions);
+        QFETCH(qint64, probe);
+        QFETCH(double, probeAt);
+        const history::TradingTimeAxis axis(times);
+        QList<double> at;
+        for (const qint64 t : times) {
+            at << axis.position(t);
+        }
+        QCOMPARE(at, positions);
+        QCOMPARE(axis.position(probe), probeAt);
+        QCOMPARE(axis.compressed(), positions.last() != double(times.last() - times.first()));
+    }
+
     void chartDataSkipsUnpricedQuotes()
     {
         testing::ServicesRig rig;

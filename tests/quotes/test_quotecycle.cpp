@@ -241,6 +241,48 @@ private Q_SLOTS:
         QVERIFY(!newsRan);
     }
 
+    // Between updates the table lists the portfolio in fetch order, priced or not, then
+    // what the last update priced for entries since removed.
+    void tableRowsFollowThePortfolio_data()
+    {
+        QTest::addColumn<QStringList>("priced"); // stocks, then options after a "|"
+        QTest::addColumn<QStringList>("rows");   // ticker, "$" when priced
+        QTest::newRow("nothing priced yet") << QStringList{} << QStringList{"IBM", "msft", "XYZAB"};
+        QTest::newRow("priced in any case, option by its key")
+            << QStringList{"MSFT", "|", "XYZAB"} << QStringList{"IBM", "MSFT$", "XYZAB$"};
+        QTest::newRow("a removed entry's quote last")
+            << QStringList{"AAPL", "IBM"} << QStringList{"IBM$", "msft", "XYZAB", "AAPL$"};
+    }
+    void tableRowsFollowThePortfolio()
+    {
+        QFETCH(QStringList, priced);
+        QFETCH(QStringList, rows);
+        core::PortfolioTable portfolio;
+        const std::pair<const char*, qint16> entries[] = {{"XYZ AB", 1}, {"IBM", 0}, {" msft ", 0}};
+        for (const auto& [ticker, type] : entries) {
+            portfolio.records[size_t(portfolio.count)].ticker = QString::fromLatin1(ticker);
+            portfolio.records[size_t(portfolio.count++)].securityType = type;
+        }
+        core::Quotes stocks;
+        core::Quotes options;
+        bool option = false;
+        for (const QString& t : priced) {
+            if (t == QLatin1String("|")) {
+                option = true;
+                continue;
+            }
+            auto q = std::make_shared<core::Quote>();
+            q->setTicker(t);
+            q->setLast(QStringLiteral("10"));
+            (option ? options : stocks).Add(q, t);
+        }
+        QStringList shown;
+        for (const auto& q : quotes::tableRows(portfolio, stocks, options)) {
+            shown << q->ticker() + (q->last().isEmpty() ? QString() : QStringLiteral("$"));
+        }
+        QCOMPARE(shown, rows);
+    }
+
     void optionTicker_data()
     {
         QTest::addColumn<QString>("symbol");
