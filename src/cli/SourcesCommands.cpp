@@ -1,17 +1,23 @@
 #include "cli/Cli.h"
 #include "cli/CliContext.h"
+#include "cli/SignalWatcher.h"
 #include "core/OptionRegistry.h"
+#include "core/PortfolioEntries.h"
+#include "news/NewsServer.h"
 #include "news/ServerFiles.h"
 #include "quotes/CurlFetcher.h"
 #include "quotes/QuoteCycle.h"
+#include "quotes/ServersDat.h"
 #include "quotes/SourceAnswer.h"
 #include "quotes/SourceHealth.h"
+#include "quotes/SymbolLookup.h"
 #include "support/Format.h"
 #include "support/Paths.h"
 #include "support/Secrets.h"
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QTextStream>
 
@@ -160,11 +166,7 @@ int testCommand(const GlobalOptions& g, const QStringList& args)
             continue;
         }
         const QString asked = quotes::sourceSymbol(*s, symbol);
-        quotes::HttpRequest request;
-        request.url = quotes::sourceRequestUrl(*s, {asked}, key, &request.shownUrl);
-        for (const auto& [name, value] : s->headers)
-            request.headers.append({name, QByteArray(value).replace("{key}", key.toUtf8())});
-        request.carriesSecret = s->needsKey() && !key.isEmpty();
+        const quotes::HttpRequest request = quotes::sourceHttpRequest(*s, {asked}, key);
         out << s->name << ": " << request.shownUrl << '\n';
         QElapsedTimer elapsed;
         elapsed.start();
@@ -208,6 +210,63 @@ int testCommand(const GlobalOptions& g, const QStringList& args)
     return allPriced ? kExitOk : kExitFailure;
 }
 
+const QString kLookupUsage =
+    QStringLiteral("Usage: kestrova-cli [global options] sources lookup SYMBOL...\n"
+                   "Asks the quote sources about each symbol in the failure order the portfolio uses\n"
+                   "(sources list shows it) and prints, per symbol in the order given, the first source\n"
+                   "that priced it with the name and last price, or that no source knows it. Symbols\n"
+                   "may also be separated by commas. Exits with 1 when any symbol is unknown.\n");
+
+int lookupCommand(const GlobalOptions& g, const QStringList& args)
+{
+    if (wantsHelp(args)) {
+        QTextStream(stdout) << kLookupUsage;
+        return kExitOk;
+    }
+    const QStringList symbols = core::splitTickers(args.join(u' '));
+    if (symbols.isEmpty())
+        return usageError(kLookupUsage, QStringLiteral("no symbol given"));
+    CliContext ctx(g);
+    ctx.showOnlyResults();
+    if (QFileInfo::exists(ctx.portfolioPath))
+        ctx.loadPortfolio();
+    QTextStream out(stdout);
+    const quotes::SourceFile file = loadSources(g, out);
+    const quotes::BuiltInServers builtIn(ctx.options.quotes);
+    quotes::ServerDefinitions servers;
+    news::NewsServers newsServers;
+    news::loadServerDefinitions(g.dataDir, newsServers, servers, builtIn, ctx.host);
+    quotes::SourceHealth health;
+    health.load(QDir(g.dataDir).filePath(QStringLiteral("sources.state")));
+
+    quotes::SymbolLookup lookup(quotes::makeLookupSetup(file, ctx.options, servers, &CliContext::sourceKey, &health,
+                                                        ctx.clock.now(), ctx.prefs.hostConnections));
+    QHash<QString, quotes::LookupResult> results;
+    qsizetype printed = 0;
+    bool allKnown = true;
+    QEventLoop loop;
+    QObject::connect(&lookup, &quotes::SymbolLookup::resolved, [&](const quotes::LookupResult& r) {
+        results.insert(r.symbol, r);
+        allKnown = allKnown && r.known;
+        // In the order given, each as soon as the ones before it are known.
+        while (printed < symbols.size() && results.contains(symbols[printed])) {
+            out << quotes::lookupText(results.value(symbols[printed++])) << Qt::endl;
+        }
+    });
+    QObject::connect(&lookup, &quotes::SymbolLookup::idle, &loop, &QEventLoop::quit);
+    int signalled = 0;
+    SignalWatcher stop([&](int signal) {
+        signalled = signal;
+        lookup.cancel();
+        loop.quit();
+    });
+    lookup.lookUp(symbols);
+    loop.exec();
+    if (signalled)
+        return 128 + signalled;
+    return allKnown ? kExitOk : kExitFailure;
+}
+
 } // namespace
 
 void registerSourcesCommands(Registry& r)
@@ -216,6 +275,8 @@ void registerSourcesCommands(Registry& r)
            listCommand});
     r.add({QStringLiteral("sources test"), QStringLiteral("ask quote sources for one symbol, show the fields"),
            testCommand});
+    r.add({QStringLiteral("sources lookup"),
+           QStringLiteral("ask the quote sources about symbols: name, last price and source"), lookupCommand});
 }
 
 } // namespace kestrova::cli

@@ -220,6 +220,19 @@ std::optional<EntryProblem> parseEntry(const EntryInput& in, PortfolioRecord& re
     return std::nullopt;
 }
 
+QStringList splitTickers(const QString& text)
+{
+    static const QRegularExpression separators(QStringLiteral("[\\s,;]+"));
+    QStringList tickers;
+    for (const QString& part : text.split(separators, Qt::SkipEmptyParts)) {
+        const QString ticker = part.toUpper();
+        if (!tickers.contains(ticker)) {
+            tickers << ticker;
+        }
+    }
+    return tickers;
+}
+
 int findEntry(const PortfolioTable& table, const QString& ticker, int exceptSlot)
 {
     const QString wanted = ticker.trimmed();

@@ -6,6 +6,7 @@
 #include "support/Currency.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -70,6 +71,10 @@ std::optional<double> parseEntryNumber(const QString& text);
 // Checks every field in form order and builds the record. The first field at fault is
 // returned and record is left untouched. Texts are trimmed; limits of 0 mean no limit.
 std::optional<EntryProblem> parseEntry(const EntryInput& input, PortfolioRecord& record);
+
+// The tickers of a list as a person types one: one a line, or separated by blanks, commas
+// or semicolons; in upper case, each once, in the order typed.
+QStringList splitTickers(const QString& text);
 
 // Slot of the entry with this ticker (blanks and letter case ignored), or -1.
 int findEntry(const PortfolioTable& table, const QString& ticker, int exceptSlot = -1);

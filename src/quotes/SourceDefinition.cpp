@@ -521,4 +521,17 @@ QString sourceRequestUrl(const SourceDefinition& source, const QStringList& symb
     return url;
 }
 
+HttpRequest sourceHttpRequest(const SourceDefinition& source, const QStringList& symbols, const QString& key)
+{
+    HttpRequest h;
+    h.url = sourceRequestUrl(source, symbols, key, &h.shownUrl);
+    for (const auto& [name, value] : source.headers)
+        h.headers.append({name, QByteArray(value).replace("{key}", key.toUtf8())});
+    h.hostLimit = source.connections;
+    h.spacingMs = source.spacingMs;
+    // A request with the user's key in it is followed to no other host.
+    h.carriesSecret = source.needsKey() && !key.isEmpty();
+    return h;
+}
+
 } // namespace kestrova::quotes

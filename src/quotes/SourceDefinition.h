@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quotes/PageFetcher.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
@@ -137,6 +139,9 @@ QString sourceSymbol(const SourceDefinition& source, const QString& ticker);
 // place of {key}. shown gets the same URL with the key as "***", for log lines.
 QString sourceRequestUrl(const SourceDefinition& source, const QStringList& symbols, const QString& key,
                          QString* shown = nullptr);
+// The whole request for the given symbols (in the source's form): URL, the URL as a log
+// line may show it, the source's headers with the key in place, and its politeness limits.
+HttpRequest sourceHttpRequest(const SourceDefinition& source, const QStringList& symbols, const QString& key);
 // True when the pointer is well formed: empty (the whole document), or "/" followed by
 // reference tokens in which "~" is only ever followed by "0" or "1".
 bool isJsonPointer(const QString& pointer);
