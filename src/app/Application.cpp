@@ -6,6 +6,7 @@
 #include "core/PortfolioEntries.h"
 #include "core/PortfolioFile.h"
 #include "delivery/CurlSmtpSender.h"
+#include "delivery/MailServers.h"
 #include "delivery/ManualPage.h"
 #include "delivery/ModemLine.h"
 #include "delivery/NumericPager.h"
@@ -39,6 +40,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <QTextStream>
 #include <QUrl>
 
@@ -75,6 +77,23 @@ QStringList lastLogErrors(const QString& logPath, int count)
         }
     }
     return errors;
+}
+
+// What start-up gives every setup before a portfolio file may say otherwise.
+void setStartDefaults(core::Options& o)
+{
+    o.schedule.openTime = QStringLiteral("9:30 am");
+    o.schedule.middayTime = QStringLiteral("12:00 pm");
+    o.schedule.closeTime = QStringLiteral("4:00 pm");
+    o.schedule.startTime = QStringLiteral("9:00 am");
+    o.schedule.stopTime = QStringLiteral("4:00 pm");
+    core::setBuiltInModemProfiles(o.modem);
+}
+
+// A pager service to dial: without its phone number the modem has nowhere to page.
+bool hasPagerService(const core::Options& o)
+{
+    return !o.paging.phone.trimmed().isEmpty();
 }
 
 bool anyAlarm(const core::Quotes& set)
@@ -188,13 +207,7 @@ void Application::startup(const QString& commandLineFile)
     m_fetcher->setMaxBodyBytes(qint64(m_state.prefs.maxPageKb) * 1024);
 
     // Schedule defaults and the built-in modem profiles; the portfolio file may override both.
-    auto& sched = m_state.options.schedule;
-    sched.openTime = QStringLiteral("9:30 am");
-    sched.middayTime = QStringLiteral("12:00 pm");
-    sched.closeTime = QStringLiteral("4:00 pm");
-    sched.startTime = QStringLiteral("9:00 am");
-    sched.stopTime = QStringLiteral("4:00 pm");
-    core::setBuiltInModemProfiles(m_state.options.modem);
+    setStartDefaults(m_state.options);
 
     const QString startupFile = commandLineFile.isEmpty() ? m_state.prefs.defaultFile : commandLineFile;
     if (startupFile.isEmpty() ||
@@ -469,9 +482,34 @@ bool Application::save()
     return true;
 }
 
+bool Application::writeAs(const QString& name, const core::PortfolioTable& portfolio, const core::Options& options)
+{
+    core::FileLock lock(core::portfolioLockPath(name));
+    if (!lockPortfolioFile(lock, name)) {
+        return false;
+    }
+    const core::PortfolioFileResult r = core::PortfolioFile::write(name, portfolio, options);
+    if (!r.ok()) {
+        m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
+        m_log.LogMessage(core::portfolioSaveFailure(r.message, name));
+        return false;
+    }
+    m_fileStamp = core::FileStamp::of(name);
+    return true;
+}
+
+namespace {
+
+QString withPgrSuffix(const QString& path)
+{
+    return QFileInfo(path).suffix().isEmpty() ? path + QStringLiteral(".pgr") : path;
+}
+
+} // namespace
+
 bool Application::saveAs(const QString& path)
 {
-    if (!writeAs(path)) {
+    if (!saveAsQuietly(path)) {
         return false;
     }
     const QString& name = m_state.currentFile;
@@ -484,24 +522,12 @@ bool Application::saveAs(const QString& path)
     return true;
 }
 
-bool Application::writeAs(const QString& path)
+bool Application::saveAsQuietly(const QString& path)
 {
-    QString name = path;
-    if (QFileInfo(name).suffix().isEmpty()) {
-        name += QStringLiteral(".pgr");
-    }
-    core::FileLock lock(core::portfolioLockPath(name));
-    if (!lockPortfolioFile(lock, name)) {
+    const QString name = withPgrSuffix(path);
+    if (!writeAs(name, m_state.portfolio, m_state.options)) {
         return false;
     }
-    const core::PortfolioFileResult r = core::PortfolioFile::write(name, m_state.portfolio, m_state.options);
-    if (!r.ok()) {
-        m_host.messageBox(r.message, support::MsgButtons::Ok, support::MsgIcon::Critical);
-        m_log.LogMessage(core::portfolioSaveFailure(r.message, name));
-        return false;
-    }
-    lock.release();
-    m_fileStamp = core::FileStamp::of(name);
     m_state.currentFile = name;
     m_state.caption = QStringLiteral("Kestrova - ") + name;
     m_state.fileModified = false;
@@ -543,6 +569,108 @@ bool Application::lockPortfolioFile(core::FileLock& lock, const QString& file)
         m_log.LogMessage(lock.tookOver());
     }
     return true;
+}
+
+core::Options Application::freshOptions() const
+{
+    core::Options o;
+    setStartDefaults(o);
+    return o;
+}
+
+QString Application::suggestedSetupFile() const
+{
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    if (folder.isEmpty()) {
+        folder = QDir::homePath();
+    }
+    const QDir dir(folder);
+    QString name = dir.filePath(QStringLiteral("Kestrova.pgr"));
+    for (int n = 2; QFileInfo::exists(name); ++n) {
+        name = dir.filePath(QStringLiteral("Kestrova %1.pgr").arg(n));
+    }
+    return name;
+}
+
+bool Application::finishSetup(const core::PortfolioTable& portfolio, const core::Options& options, const QString& path)
+{
+    core::Options o = options;
+    o.paging.enabled = true;
+    o.schedule.enabled = true;
+    const QString name = withPgrSuffix(path);
+    // The documents folder of a fresh account may not exist yet.
+    QDir().mkpath(QFileInfo(name).absolutePath());
+    if (!writeAs(name, portfolio, o)) {
+        return false;
+    }
+    // Assigned, not replaced: the modem line, the mail watch and the connection keep
+    // references into the options.
+    m_state.portfolio = portfolio;
+    m_state.options = o;
+    m_state.currentFile = name;
+    m_state.caption = QStringLiteral("Kestrova - ") + name;
+    m_state.fileModified = false;
+    m_state.menusEnabled = true;
+    settings::SettingsStore store;
+    store.save(settings::kSettingsSection, QStringLiteral("DefaultFile"), name);
+    store.sync();
+    m_state.prefs.defaultFile = name;
+    m_builtIn = quotes::BuiltInServers(m_state.options.quotes);
+    m_fetcher->setProxy(m_state.options.proxy);
+    setUpSerial();
+    UpdateSettings();
+    m_services.StatusMessage(QStringLiteral("New setup saved as ") + name);
+    return true;
+}
+
+std::vector<RouteTest> Application::sendRouteTests(const core::Options& shown)
+{
+    m_cancel.clear();
+    m_host.setBusy(true);
+    std::vector<RouteTest> out;
+    const QString text = QStringLiteral("Kestrova test: this is how your alarms will arrive.");
+    if (shown.push.enabled) {
+        delivery::PushNotifier push(m_services, shown.push);
+        RouteTest t{QStringLiteral("Push"), false, {}};
+        runStep("SendTestPush", [&] { t.sent = push.notify(text, delivery::PushKind::Manual); });
+        t.text = t.sent ? QStringLiteral("Sent \u2014 check your phone") : push.lastOutcome();
+        out.push_back(t);
+    }
+    if (shown.smtp.enabled && !m_cancel.isSet()) {
+        RouteTest t{QStringLiteral("E-mail"), false, {}};
+        runStep("SendTestMail", [&] {
+            delivery::SmtpMail mail = delivery::smtpMailFor(shown.smtp);
+            mail.body = text;
+            mail.date = m_clock.now();
+            // The pager is only the listener that echoes the server's replies to the terminal.
+            delivery::SmtpPager echo(m_services, shown, *m_smtpSender);
+            t.sent = m_smtpSender->send(mail, &echo) == 0;
+            t.text = t.sent ? QStringLiteral("Sent \u2014 check your mailbox") : m_smtpSender->lastFailure();
+        });
+        out.push_back(t);
+    }
+    for (RouteTest& t : out) {
+        if (!t.sent && t.text.isEmpty()) {
+            t.text = m_cancel.isSet() ? QStringLiteral("Cancelled") : QStringLiteral("Not sent");
+        }
+    }
+    m_host.setBusy(false);
+    m_host.setStatusText(QString());
+    return out;
+}
+
+quotes::LookupSetup Application::lookupSetup(const core::Options* shown)
+{
+    const core::Options& o = shown ? *shown : m_state.options;
+    // An edited sources.json counts at once, as it does for the next update.
+    if (m_sources.refresh()) {
+        for (const QString& problem : m_sources.file().problems) {
+            m_services.StatusMessage(problem);
+        }
+    }
+    m_health.load(sourceHealthPath());
+    return quotes::makeLookupSetup(m_sources.file(), o, m_servers, sourceKey, &m_health, m_clock.now(),
+                                   m_state.prefs.hostConnections);
 }
 
 void Application::startMinuteCycle(int intervalMs)
@@ -587,34 +715,33 @@ bool Application::ownsSchedule()
 
 bool Application::queryExit()
 {
-    m_state.exitCancelled = false;
+    m_state.exitCancelled = !offerSave(QStringLiteral("Save File Before Exiting?"));
+    return !m_state.exitCancelled;
+}
+
+bool Application::offerSave(const QString& question)
+{
     if (!m_state.fileModified) {
         return true;
     }
-    switch (m_host.messageBox(QStringLiteral("Save File Before Exiting?"), support::MsgButtons::YesNoCancel,
-                              support::MsgIcon::Question)) {
+    switch (m_host.messageBox(question, support::MsgButtons::YesNoCancel, support::MsgIcon::Question)) {
     case support::MsgAnswer::Yes: {
-        // Without a file the save dialog chooses one; leaving is no time to ask about the
-        // startup file as Save As does. A save that fails, or a dialog cancelled, keeps the
-        // program open: leaving now would lose the changes.
+        // Without a file the save dialog chooses one; this is no time to ask about the
+        // startup file as Save As does. A save that fails, or a dialog cancelled, keeps
+        // everything as it is: going on would lose the changes.
         bool saved = false;
         if (m_state.currentFile.isEmpty()) {
             const QString name =
                 m_host.saveFileName(QStringLiteral("Save File As"), kPortfolioFileFilter, QStringLiteral("pgr"));
-            saved = !name.isEmpty() && writeAs(name);
+            saved = !name.isEmpty() && saveAsQuietly(name);
         } else {
             saved = save();
         }
-        if (!saved) {
-            m_state.exitCancelled = true;
-            return false;
-        }
-        return true;
+        return saved;
     }
     case support::MsgAnswer::No:
         return true;
     default:
-        m_state.exitCancelled = true;
         return false;
     }
 }
@@ -628,7 +755,10 @@ void Application::UpdateSettings()
     if (!o.paging.enabled) {
         l.paging = QStringLiteral("None");
     } else {
-        l.paging = o.smtp.enabled ? QStringLiteral("SMTP Paging") : QStringLiteral("Direct Dial");
+        l.paging = o.smtp.enabled       ? QStringLiteral("SMTP Paging")
+                   : hasPagerService(o) ? QStringLiteral("Direct Dial")
+                   : o.push.enabled     ? QStringLiteral("Push")
+                                        : QStringLiteral("Desktop Only");
     }
 
     if (internet) {
@@ -876,6 +1006,10 @@ bool Application::deliverText(const QString& text, bool waitFirst, delivery::Pus
         mirrorPage(text, kind);
         return sent;
     }
+    if (!hasPagerService(o)) {
+        // No paging service to dial: the push route, when there is one, is the page.
+        return mirrorPage(text, kind);
+    }
     if (waitFirst && o.gateFlag == 0) {
         waitForLine();
     }
@@ -1075,7 +1209,8 @@ void Application::update(bool pagingEnabled, bool marketMoment)
     m_host.setStatusText(QString());
     m_outcome.cancelled = m_cancel.isSet();
     m_outcome.quotesRetrieved = m_state.quotesAvailable;
-    m_outcome.alarmPageSent = pageSent && (anyAlarm(m_stockQuotes) || anyAlarm(m_optionQuotes));
+    m_outcome.alarms = anyAlarm(m_stockQuotes) || anyAlarm(m_optionQuotes);
+    m_outcome.alarmPageSent = pageSent && m_outcome.alarms;
     m_outcome.newMessages = mailChecked ? newMessages(mailBefore) : 0;
     m_updating = false;
     if (m_observer.updateFinished) {

@@ -15,6 +15,7 @@
 #include "quotes/ServersDat.h"
 #include "quotes/SourceDefinition.h"
 #include "quotes/SourceHealth.h"
+#include "quotes/SymbolLookup.h"
 #include "settings/Preferences.h"
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
@@ -28,6 +29,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace kestrova::quotes {
 class CurlFetcher;
@@ -98,6 +100,7 @@ struct UpdateOutcome
     bool cancelled = false;
     bool quotesRetrieved = false;
     bool alarmPageSent = false; // a page went out while an alarm limit was crossed
+    bool alarms = false;        // an alarm limit was crossed, whether or not a page carried it
     int newMessages = 0;        // mail the check found that the previous check had not seen
 };
 
@@ -108,6 +111,14 @@ struct AppObserver
     std::function<void()> updateStarted;
     std::function<void(const UpdateOutcome&)> updateFinished;
     std::function<void(const QString&)> clockLabel;
+};
+
+// The outcome of a test notification by one route, in the words the user reads.
+struct RouteTest
+{
+    QString route; // "Push", "E-mail"
+    bool sent = false;
+    QString text; // "Sent — check your phone", or why not
 };
 
 // Transport overrides for tests and the demo; empty members mean "the real one".
@@ -151,6 +162,27 @@ public:
     // The exit path: true when the program may end ("Save File Before Exiting?"). With no
     // current file, Yes saves where the save dialog says and sets the caption, nothing more.
     bool queryExit();
+    // Before the setup in use is replaced: with unsaved changes, asks the question (Yes
+    // saves, No drops them, Cancel keeps everything); true when the program may go on.
+    bool offerSave(const QString& question);
+
+    // The options a new setup starts from: the defaults, with the schedule times and the
+    // built-in modem profiles start-up gives, and the program's own preferences untouched.
+    core::Options freshOptions() const;
+    // Where the set-up assistant proposes to keep a new setup: "Kestrova.pgr" in the
+    // user's documents folder ("Kestrova 2.pgr" and so on when that exists).
+    QString suggestedSetupFile() const;
+    // The assistant's Finish: saves the setup to path (adding ".pgr"), makes it the setup
+    // in use and the startup file, with paging and the schedule on. Nothing changes when
+    // the file cannot be written (the user is told why).
+    bool finishSetup(const core::PortfolioTable& portfolio, const core::Options& options, const QString& path);
+    // A real test notification by every route the shown options turn on (push, e-mail),
+    // each with its outcome; the options in use are left alone.
+    std::vector<RouteTest> sendRouteTests(const core::Options& shown);
+    // What a symbol look-up asks with: the quote sources of the data folder in the failure
+    // order the options give (those shown, else the ones in use), their keys, and the
+    // servers.dat definitions the options choose.
+    quotes::LookupSetup lookupSetup(const core::Options* shown = nullptr);
 
     // Refreshes the configuration labels from the options and preferences.
     void UpdateSettings();
@@ -255,7 +287,9 @@ public:
 
 private:
     // Save As without the startup-file question.
-    bool writeAs(const QString& path);
+    bool saveAsQuietly(const QString& path);
+    // Writes a setup to a file under its lock; reports a failure to the user and the log.
+    bool writeAs(const QString& name, const core::PortfolioTable& portfolio, const core::Options& options);
     void runStep(const char* name, const std::function<void()>& step);
     void checkMail();
     int newMessages(qint16 previousCount) const;

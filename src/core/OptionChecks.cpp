@@ -166,6 +166,9 @@ std::optional<OptionFailure> firstFailedOptionCheck(const std::function<QString(
         textOf(QStringLiteral("smtp.address")).trimmed().isEmpty()) {
         return failure("You must enter either a host name or host address for the SMTP server.", "smtp.host");
     }
+    if (truthy(textOf(QStringLiteral("push.enabled"))) && textOf(QStringLiteral("push.url")).trimmed().isEmpty()) {
+        return failure("You must enter the URL of the push topic or webhook.", "push.url");
+    }
     return std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QUrl>
 
 #include <curl/curl.h>
@@ -84,6 +85,28 @@ QString PushNotifier::tags(PushKind kind)
         return QStringLiteral("pager");
     }
     return {};
+}
+
+QString PushNotifier::suggestedTopicUrl(const QString& server)
+{
+    // Letters and digits that cannot be mistaken for each other when copied by hand; 14 of
+    // them are 70 bits, beyond guessing.
+    static const char kAlphabet[] = "abcdefghijkmnpqrstuvwxyz23456789";
+    QString topic = QStringLiteral("kestrova-");
+    for (int i = 0; i < 14; ++i) {
+        topic += QLatin1Char(kAlphabet[QRandomGenerator::system()->bounded(int(sizeof kAlphabet) - 1)]);
+    }
+    QString base = server.trimmed();
+    while (base.endsWith(u'/')) {
+        base.chop(1);
+    }
+    return base + u'/' + topic;
+}
+
+QString PushNotifier::topicOf(const QString& url)
+{
+    const QString path = QUrl(url.trimmed()).path();
+    return path.section(u'/', -1, -1, QString::SectionSkipEmpty);
 }
 
 PushRequest PushNotifier::buildRequest(int style, const QString& text, PushKind kind, const QString& token)

@@ -46,6 +46,12 @@ public:
 
     // Why a URL cannot be used by the route; empty when it can.
     static QString refusal(const QString& url);
+    // A topic URL on an ntfy-style server that nobody will guess: whoever knows a topic's
+    // name can read what is posted to it. "https://ntfy.sh/kestrova-7k2m..." by default.
+    static QString suggestedTopicUrl(const QString& server = QString::fromLatin1(kDefaultServer));
+    // The topic a phone subscribes to: the last part of the URL's path.
+    static QString topicOf(const QString& url);
+    static constexpr const char* kDefaultServer = "https://ntfy.sh";
     static QString title(PushKind kind);
     // ntfy's scale: 3 default, 4 high.
     static int priority(PushKind kind);

@@ -1,5 +1,6 @@
 #include "delivery/SmtpPager.h"
 
+#include "delivery/MailServers.h"
 #include "delivery/WinsockErrors.h"
 #include "net/InternetConnection.h"
 #include "support/CLogFile.h"
@@ -30,15 +31,10 @@ bool SmtpPager::sendSmtpMessage(const QString& text, const QString& recipient)
     }
 
     const core::SmtpOptions& o = m_options.smtp;
-    SmtpMail mail;
-    mail.server = o.hostName.trimmed().isEmpty() ? o.hostAddress.trimmed() : o.hostName.trimmed();
-    mail.port = static_cast<quint16>(o.port);
-    mail.from = o.from;
-    mail.recipient = recipient.isEmpty() ? o.recipient : recipient;
-    mail.domain = o.domain;
-    mail.security = static_cast<MailSecurity>(std::clamp<int>(o.security, 0, 2));
-    mail.user = o.user;
-    mail.password = o.password;
+    SmtpMail mail = smtpMailFor(o);
+    if (!recipient.isEmpty()) {
+        mail.recipient = recipient;
+    }
 
     try {
         m_pages = splitPages(text, o.maxLength, false);

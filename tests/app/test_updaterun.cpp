@@ -188,6 +188,46 @@ private Q_SLOTS:
         }
     }
 
+    // A setup without a paging service to dial (the assistant's push or desktop route):
+    // the modem is never used; the push, when there is one, carries the alarm page, and the
+    // outcome tells the face of the alarm either way.
+    void noPagerServiceNoModem_data()
+    {
+        QTest::addColumn<bool>("push");
+        QTest::addColumn<bool>("sent");
+        QTest::addColumn<QString>("label");
+        QTest::newRow("push alone") << true << true << "Push";
+        QTest::newRow("desktop only") << false << false << "Desktop Only";
+    }
+    void noPagerServiceNoModem()
+    {
+        QFETCH(bool, push);
+        QFETCH(bool, sent);
+        QFETCH(QString, label);
+        testing::PushPeer peer;
+        QVERIFY2(peer.start(QStringLiteral("accept")), peer.process.log().constData());
+        Rig rig;
+        QVERIFY(rig.start({entry(QStringLiteral("IBM"), 1.0f), entry(QStringLiteral("MSFT"))}, [&](core::Options& o) {
+            o.paging.phone.clear();
+            o.alarms.select = true;
+            o.alarms.selectMode = 1;
+            o.push = {push, 0, peer.url(), QString(), 1};
+        }));
+        QCOMPARE(rig.app->state().labels.paging, label);
+        rig.app->update(true, false);
+        QVERIFY(rig.modem.pages.isEmpty());
+        QVERIFY2(!rig.activity().contains("Initializing Modem"), rig.activity().constData());
+        QVERIFY(rig.app->lastOutcome().alarms);
+        QCOMPARE(rig.app->lastOutcome().alarmPageSent, sent);
+        const QList<QJsonObject> got = peer.requests();
+        QCOMPARE(got.size(), push ? 1 : 0);
+        if (push) {
+            QVERIFY(got.first().value(QStringLiteral("body")).toString().startsWith(QStringLiteral("+IBM ")));
+            QCOMPARE(testing::header(got.first(), QStringLiteral("Title")),
+                     delivery::PushNotifier::title(delivery::PushKind::Alarm));
+        }
+    }
+
     void pagedNewsIsNotPagedAgain()
     {
         Rig rig;

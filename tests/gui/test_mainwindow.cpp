@@ -52,15 +52,20 @@ private Q_SLOTS:
             << QStringList{"SMTP Paging", "Internet: Work ISP", "Not checked", "(Fastest)"};
         QTest::newRow("modem quotes: notify only, no fastest")
             << QStringList{}
-            << QStringList{"paging.enabled=1", "modem.quote_service=1", "modem.port=2", "quotes.fastest=1"}
+            << QStringList{"paging.enabled=1", "pager.phone=5550100", "modem.quote_service=1", "modem.port=2",
+                           "quotes.fastest=1"}
             << QStringList{"Direct Dial", "Modem: COM2:9600,N,8,1", "Notify Only", "PCQuote"};
         QTest::newRow("external dialer, headers paged")
             << QStringList{}
-            << QStringList{"paging.enabled=1", "connection.type=2", "mail.page_headers=1", "quotes.server=4"}
+            << QStringList{"paging.enabled=1", "pager.phone=5550100", "connection.type=2", "mail.page_headers=1",
+                           "quotes.server=4"}
             << QStringList{"Direct Dial", "Internet: External Dialer", "Download, Page MSG Header", "Yahoo"};
-        QTest::newRow("download and notify; not downloaded")
+        QTest::newRow("download and notify; not downloaded; no pager number")
             << QStringList{"GetMail=0"} << QStringList{"paging.enabled=1"}
-            << QStringList{"Direct Dial", "Internet: Direct", "Notify Only", "PCQuote"};
+            << QStringList{"Desktop Only", "Internet: Direct", "Notify Only", "PCQuote"};
+        QTest::newRow("push, no pager number")
+            << QStringList{} << QStringList{"paging.enabled=1", "push.enabled=1", "push.url=https://ntfy.sh/x"}
+            << QStringList{"Push", "Internet: Direct", "Download and Notify", "PCQuote"};
     }
 
     void startupLabels()
@@ -285,7 +290,7 @@ private Q_SLOTS:
         QFETCH(QString, mirror);
         QFETCH(bool, paging);
         DesktopRig rig;
-        rig.window->startup(writePortfolio(rig.path(QStringLiteral("P.PGR")), {}));
+        rig.window->startup(writePortfolio(rig.path(QStringLiteral("P.PGR")), {"pager.phone=5550100"}));
         rig.window->show();
         QVERIFY(QTest::qWaitForWindowExposed(rig.window.get()));
         QVERIFY(!rig.app->state().fileModified);
