@@ -105,6 +105,8 @@ int runDesktop(int& argc, char** argv)
     app::Application application(clock, host, dataDir);
     MainWindow window(application, host);
     QObject::connect(&window, &MainWindow::exitAccepted, &qapp, &QCoreApplication::quit, Qt::QueuedConnection);
+    // A first start with nothing to open begins with the set-up assistant.
+    window.setFirstRunAssistant(!demo);
     window.startup(file);
     window.show();
     if (demo) {

@@ -10,6 +10,7 @@
 #include "gui/QuoteTableModel.h"
 #include "gui/ResizingPane.h"
 #include "gui/ScreenFit.h"
+#include "gui/SetupWizard.h"
 #include "gui/TerminalWindow.h"
 #include "gui/TextWindow.h"
 #include "support/Browser.h"
@@ -156,6 +157,7 @@ void MainWindow::buildMenus()
     QMenu* file = menu("mnuFile", QStringLiteral("&File"));
     QAction* newFile = addItem(file, "mnuNew", QStringLiteral("&New"), [this] { fileNew(); });
     newFile->setShortcut(QKeySequence::New);
+    QAction* setup = addItem(file, "mnuNewSetup", QStringLiteral("New Set&up..."), [this] { newSetup(); });
     QAction* open = addItem(file, "mnuOpen", QStringLiteral("&Open..."), [this] { fileOpen(); });
     open->setShortcut(QKeySequence::Open);
     addItem(file, "mnuSave", QStringLiteral("&Save"), [this] { fileSave(); })->setShortcut(QKeySequence::Save);
@@ -235,8 +237,7 @@ void MainWindow::buildMenus()
     help->addSeparator();
     addItem(help, "mnuAbout", QStringLiteral("&About Kestrova"), [this] { showAbout(); });
 
-    m_lockedWhileRunning = {newFile, open,   saveAs,   portfolio, options2, send,
-                            modem,   modem2, schedule, options,   checkMail};
+    m_lockedWhileRunning = {newFile, setup, open, saveAs, portfolio, options2, send, modem, modem2, schedule, options, checkMail};
 }
 
 void MainWindow::buildToolbar()
@@ -477,6 +478,30 @@ void MainWindow::startup(const QString& commandLineFile)
     m_quoteModel->reload();
     fitQuoteColumns();
     m_app.startMinuteCycle();
+    if (m_firstRunAssistant && commandLineFile.isEmpty() && m_app.state().currentFile.isEmpty()) {
+        // Once the window is up, so the assistant opens over it.
+        QTimer::singleShot(0, this, &MainWindow::newSetup);
+    }
+}
+
+void MainWindow::newSetup()
+{
+    if (m_app.updating() || !m_app.offerSave(QStringLiteral("Save the setup in use before you make a new one?"))) {
+        return;
+    }
+    refreshDisplay(); // a save just now changed the caption
+    SetupWizard wizard(this, m_app, m_host);
+    connect(&wizard, &SetupWizard::desktopTestRequested, this, [this] {
+        notify(QStringLiteral("Kestrova test"), QStringLiteral("This is how alarms show on this computer."));
+    });
+    if (wizard.exec() != QDialog::Accepted) {
+        return;
+    }
+    m_quoteModel->reload();
+    m_columnsFitted = false;
+    refreshDisplay();
+    // The table fills now, and an alarm that is already true goes out now.
+    runUpdate();
 }
 
 void MainWindow::refreshDisplay()
@@ -831,14 +856,17 @@ void MainWindow::onUpdateFinished(const app::UpdateOutcome& outcome)
     if ((outcome.quotesRetrieved || outcome.newMessages > 0) && !isActiveWindow()) {
         raiseNotice();
     }
-    if (outcome.alarmPageSent) {
+    if (outcome.alarms) {
         QStringList alarmed;
         for (int row = 0; row < m_quoteModel->rowCount(); ++row) {
             if (m_quoteModel->index(row, 0).data(QuoteTableModel::AlarmedRole).toBool()) {
                 alarmed << m_quoteModel->tickerAt(row);
             }
         }
-        notify(QStringLiteral("Alarm page sent"), alarmed.join(QStringLiteral(", ")));
+        // Without a page that carried it (no route set up, or the route failed) the desktop
+        // still tells.
+        notify(outcome.alarmPageSent ? QStringLiteral("Alarm page sent") : QStringLiteral("Alarm"),
+               alarmed.join(QStringLiteral(", ")));
     }
     if (outcome.newMessages > 0) {
         notify(QStringLiteral("New mail"),

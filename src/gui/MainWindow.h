@@ -65,6 +65,11 @@ public:
     // The installed HTML user guide that Help opens.
     static QString helpFile();
 
+    // Whether start-up opens the set-up assistant when there is no setup to open (no
+    // startup file, no file on the command line). The program itself sets it; tests that
+    // start without a file and drive the menus leave it off.
+    void setFirstRunAssistant(bool on) { m_firstRunAssistant = on; }
+
     // Whether minimising may hide the window into the notification area. Defaults to the
     // platform's answer; with no tray to come back from, the window only minimises.
     std::function<bool()> trayAvailable;
@@ -83,6 +88,8 @@ public Q_SLOTS:
     // and asks once the run has ended.
     void requestExit();
     void restoreFromTray();
+    // File > New Setup...: the set-up assistant; on Finish one update runs at once.
+    void newSetup();
 
 Q_SIGNALS:
     // The exit path has run to its end: the program may quit.
@@ -175,6 +182,7 @@ private:
     bool m_closePending = false;
     bool m_columnsFitted = false;
     bool m_closed = false;
+    bool m_firstRunAssistant = false;
     QPointer<TextWindow> m_rawPage;
     QPointer<TextWindow> m_diagnostics;
     QPointer<PriceChart> m_chart;

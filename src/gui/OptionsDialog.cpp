@@ -100,8 +100,18 @@ QWidget* page(const QList<QWidget*>& left, const QList<QWidget*>& right = {})
 } // namespace
 
 OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host)
-    : QDialog(parent), m_app(app), m_host(host), m_options(app.state().options), m_prefs(app.state().prefs),
-      m_logons(m_options.quotes.logons)
+    : OptionsDialog(parent, app, host, app.state().options, nullptr, nullptr)
+{}
+
+OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host, core::Options& target,
+                             QHash<QString, QString>& storeTarget)
+    : OptionsDialog(parent, app, host, target, &target, &storeTarget)
+{}
+
+OptionsDialog::OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host, const core::Options& start,
+                             core::Options* target, QHash<QString, QString>* storeTarget)
+    : QDialog(parent), m_app(app), m_host(host), m_options(start), m_target(target), m_storeTarget(storeTarget),
+      m_prefs(app.state().prefs), m_logons(m_options.quotes.logons)
 {
     setObjectName(QStringLiteral("OptionsDialog"));
     setWindowTitle(tr("Options"));
@@ -1003,6 +1013,12 @@ void OptionsDialog::accept()
     // The engine's checks, in their order, over everything the form shows.
     const core::OptionCheck check = core::checkOptions(m_options, entered(true));
     if (!passes(check)) {
+        return;
+    }
+    if (m_target) {
+        *m_target = check.options;
+        m_storeTarget->insert(check.storeTexts);
+        QDialog::accept();
         return;
     }
     m_app.applyOptions(check.options);

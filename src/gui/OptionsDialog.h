@@ -39,6 +39,11 @@ class OptionsDialog : public QDialog
     Q_OBJECT
 public:
     OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host);
+    // Edits a setup that is not in use yet (the set-up assistant's): Save leaves the
+    // options in target and the preferences' texts in storeTarget, and the engine is not
+    // touched.
+    OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host, core::Options& target,
+                  QHash<QString, QString>& storeTarget);
 
     QTabWidget* tabs() const { return m_tabs; }
     // The result text of the last test page ("Digital Pager: Message 1 Sent").
@@ -50,6 +55,9 @@ public:
     void accept() override;
 
 private:
+    OptionsDialog(QWidget* parent, app::Application& app, GuiHost& host, const core::Options& start,
+                  core::Options* target, QHash<QString, QString>* storeTarget);
+
     // One field on screen and how its text reaches an option or a preference.
     struct Field
     {
@@ -99,6 +107,8 @@ private:
     app::Application& m_app;
     GuiHost& m_host;
     core::Options m_options;
+    core::Options* m_target = nullptr;
+    QHash<QString, QString>* m_storeTarget = nullptr;
     settings::Preferences m_prefs;
     std::vector<Field> m_fields;
     std::vector<std::function<void()>> m_afterLoad; // enable states that follow the loaded values

@@ -48,11 +48,17 @@ QCheckBox* box(const char* name, const QString& text, bool checked)
 } // namespace
 
 ScheduleDialog::ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& host)
-    : QDialog(parent), m_app(app), m_host(host)
+    : ScheduleDialog(parent, host, app.state().options.schedule)
+{
+    m_stored = [&app] { app.markModified(); };
+}
+
+ScheduleDialog::ScheduleDialog(QWidget* parent, GuiHost& host, core::ScheduleOptions& target)
+    : QDialog(parent), m_host(host), m_schedule(target)
 {
     setObjectName(QStringLiteral("frmSchedule"));
     setWindowTitle(tr("Update Schedule"));
-    const core::ScheduleOptions& s = app.state().options.schedule;
+    const core::ScheduleOptions& s = target;
 
     static const char* const dayNames[] = {"chkMonday", "chkTuesday", "chkWednesday", "chkThursday", "chkFriday"};
     const QStringList dayTexts{tr("&Monday"), tr("&Tuesday"), tr("&Wednesday"), tr("T&hursday"), tr("&Friday")};
@@ -207,7 +213,7 @@ void ScheduleDialog::accept()
         return;
     }
     // Everything is stored at once, and only now.
-    core::ScheduleOptions& s = m_app.state().options.schedule;
+    core::ScheduleOptions& s = m_schedule;
     for (size_t i = 0; i < m_days.size(); ++i) {
         s.days[i] = m_days[i]->isChecked();
     }
@@ -216,7 +222,9 @@ void ScheduleDialog::accept()
     s.marketClose = m_close->isChecked();
     s.interval = m_other->isChecked();
     core::storeSchedule(s, entry, verdict);
-    m_app.markModified();
+    if (m_stored) {
+        m_stored();
+    }
     if (verdict.shortInterval) {
         m_host.messageBox(core::kShortIntervalWarning, support::MsgButtons::Ok, support::MsgIcon::Exclamation);
     }

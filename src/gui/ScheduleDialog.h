@@ -6,6 +6,7 @@
 #include <QHash>
 
 #include <array>
+#include <functional>
 
 class QCheckBox;
 class QLabel;
@@ -28,6 +29,9 @@ class ScheduleDialog : public QDialog
     Q_OBJECT
 public:
     ScheduleDialog(QWidget* parent, app::Application& app, GuiHost& host);
+    // Edits a schedule that is not in use yet (the set-up assistant's): Save stores into
+    // target alone.
+    ScheduleDialog(QWidget* parent, GuiHost& host, core::ScheduleOptions& target);
 
     void accept() override;
     // How a message names a field: "Start time", "Market close time".
@@ -42,8 +46,9 @@ private:
     // Says at once, naming the field, when a time field is left holding no time.
     void checkTimeField(QLineEdit* edit);
 
-    app::Application& m_app;
     GuiHost& m_host;
+    core::ScheduleOptions& m_schedule;
+    std::function<void()> m_stored; // after Save: the file now differs from what it holds
     std::array<QCheckBox*, 5> m_days{};
     QCheckBox* m_open;
     QCheckBox* m_midday;

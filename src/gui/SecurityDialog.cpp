@@ -6,8 +6,10 @@
 #include "core/SecurityType.h"
 #include "gui/GuiHost.h"
 #include "gui/Mnemonics.h"
+#include "gui/LookupLabel.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
+#include "quotes/SymbolLookup.h"
 #include "support/Format.h"
 
 #include <QCheckBox>
@@ -76,6 +78,12 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     auto* whatForm = new QFormLayout(what);
     whatForm->addRow(tr("&Type:"), m_type);
     whatForm->addRow(tr("Tic&ker:"), m_ticker);
+    // What the quote sources know of the ticker: a warning when none does, not a refusal,
+    // since a servers.dat page may know symbols the sources do not.
+    m_lookupResult = new LookupLabel;
+    m_lookupResult->setObjectName(QStringLiteral("lblLookup"));
+    whatForm->addRow(QString(), m_lookupResult);
+    connect(m_ticker, &QLineEdit::editingFinished, this, &SecurityDialog::lookUpTicker);
     whatForm->addRow(tr("&Name:"), m_name);
     whatForm->addRow(tr("Quote &server:"), m_server);
     whatForm->addRow(tr("&Digits:"), m_digits);
@@ -196,6 +204,39 @@ SecurityDialog::SecurityDialog(QWidget* parent, app::Application& app, GuiHost& 
     m_ticker->setFocus();
     giveMnemonics(buttons);
     rememberPlacement(this, objectName());
+}
+
+void SecurityDialog::lookUpTicker()
+{
+    const QString ticker = m_ticker->text().trimmed();
+    if (ticker.isEmpty() || ticker.compare(m_lookedUp, Qt::CaseInsensitive) == 0) {
+        return;
+    }
+    m_lookedUp = ticker;
+    if (!m_lookup) {
+        m_lookup = new quotes::SymbolLookup(m_app.lookupSetup(), this);
+        connect(m_lookup, &quotes::SymbolLookup::resolved, this, &SecurityDialog::showLookup);
+    }
+    m_lookup->cancel();
+    m_lookupResult->showAsking(ticker);
+    m_lookup->lookUp({ticker}, static_cast<qint16>(m_type->currentIndex()));
+}
+
+void SecurityDialog::showLookup(const quotes::LookupResult& result)
+{
+    if (result.symbol.compare(m_lookedUp, Qt::CaseInsensitive) != 0) {
+        return;
+    }
+    m_lookupResult->showResult(result);
+    if (result.known && m_name->text().trimmed().isEmpty() && !result.name.isEmpty()) {
+        m_name->setText(result.name);
+        m_name->setCursorPosition(0);
+    }
+}
+
+QString SecurityDialog::lookupResult() const
+{
+    return m_lookupResult->text();
 }
 
 void SecurityDialog::updateFigures()

@@ -16,10 +16,15 @@ class QSpinBox;
 namespace kestrova::app {
 class Application;
 }
+namespace kestrova::quotes {
+class SymbolLookup;
+struct LookupResult;
+} // namespace kestrova::quotes
 
 namespace kestrova::gui {
 
 class GuiHost;
+class LookupLabel;
 
 // The form of one portfolio entry. It works on the portfolio editor's copy of the table:
 // OK checks every field with the engine's rules and adds or replaces the entry there,
@@ -36,8 +41,14 @@ public:
 
     void accept() override;
 
+    // What the quote sources said of the ticker last looked up ("IBM — ..., 241.30 (Stooq)").
+    QString lookupResult() const;
+
 private:
     void updateFigures();
+    // Asks the quote sources about the ticker in the background (when the field is left).
+    void lookUpTicker();
+    void showLookup(const quotes::LookupResult& result);
     QWidget* fieldFor(core::EntryField field) const;
 
     app::Application& m_app;
@@ -53,6 +64,9 @@ private:
     QLineEdit* m_shares;
     QLineEdit* m_costBasis;
     QLabel* m_lastPrice;
+    LookupLabel* m_lookupResult;
+    quotes::SymbolLookup* m_lookup = nullptr;
+    QString m_lookedUp; // the ticker the shown result is for
     QLabel* m_marketValue;
     QLabel* m_costValue;
     QLabel* m_gain;
