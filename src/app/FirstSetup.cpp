@@ -1,7 +1,6 @@
 #include "app/FirstSetup.h"
 
 #include "core/OptionChecks.h"
-#include "core/OptionRegistry.h"
 
 namespace kestrova::app {
 
@@ -65,70 +64,42 @@ std::optional<SetupProblem> buildWatchList(const std::vector<WatchInput>& rows, 
 std::optional<SetupProblem> applyRoutes(const RouteInput& in, core::Options& options,
                                         const std::function<QString(const QString&)>& labelOf)
 {
-    core::Options o = options;
-    auto assign = [&](const char* name, const QString& text) -> std::optional<SetupProblem> {
-        const QString option = QString::fromLatin1(name);
-        const core::OptionDef* def = core::OptionRegistry::find(option);
-        QString why = core::OptionRegistry::assign(*def, o, text);
-        if (why.isEmpty()) {
-            return std::nullopt;
-        }
-        // The registry names the option; the user knows the field by its label.
-        const QString prefix = option + QStringLiteral(": ");
-        if (why.startsWith(prefix)) {
-            why = labelOf(option) + QStringLiteral(": ") + why.mid(prefix.size());
-        }
-        return SetupProblem{-1, core::EntryField::Ticker, option, why};
-    };
     auto text = [&](const char* name) { return in.texts.value(QString::fromLatin1(name)).trimmed(); };
-
-    o.paging.enabled = true;
-    o.paging.numeric = false;
-    o.alarms.select = true;
-    o.alarms.selectMode = 1;
-    o.alarms.mode = 0;
-
-    o.push.enabled = in.push;
+    auto flag = [](bool on) { return on ? QStringLiteral("true") : QStringLiteral("false"); };
+    QList<core::OptionText> entered{
+        {QStringLiteral("paging.enabled"), flag(true)},
+        {QStringLiteral("pager.numeric"), flag(false)},
+        // Alarms only: a phone is no pager to fill with every quote of every update.
+        {QStringLiteral("alarms.select"), flag(true)},
+        {QStringLiteral("alarms.select_mode"), QStringLiteral("1")},
+        {QStringLiteral("alarms.mode"), QStringLiteral("0")},
+        {QStringLiteral("push.enabled"), flag(in.push)},
+        {QStringLiteral("smtp.enabled"), flag(in.email)},
+    };
     if (in.push) {
-        o.push.style = 0;
-        if (auto p = assign("push.url", text("push.url"))) {
-            return p;
-        }
+        entered << core::OptionText{QStringLiteral("push.style"), QStringLiteral("0")}
+                << core::OptionText{QStringLiteral("push.url"), text("push.url")};
     }
-
-    o.smtp.enabled = in.email;
     if (in.email) {
         const QString host = text("smtp.host");
         const bool address = core::isHostAddress(host);
-        if (auto p = assign(address ? "smtp.address" : "smtp.host", host)) {
-            return p;
-        }
-        if (auto p = assign(address ? "smtp.host" : "smtp.address", QString())) {
-            return p;
-        }
+        const QString user = text("smtp.user");
+        entered << core::OptionText{QStringLiteral("smtp.host"), address ? QString() : host}
+                << core::OptionText{QStringLiteral("smtp.address"), address ? host : QString()};
         for (const char* name : {"smtp.port", "smtp.security", "smtp.recipient", "smtp.user"}) {
-            if (auto p = assign(name, text(name))) {
-                return p;
-            }
+            entered << core::OptionText{QString::fromLatin1(name), text(name)};
         }
         // A password is taken as typed: blanks may belong to it.
-        if (auto p = assign("smtp.password", in.texts.value(QStringLiteral("smtp.password")))) {
-            return p;
-        }
-        const QString user = text("smtp.user");
-        if (auto p = assign("smtp.from", core::isEmailAddress(user) ? user : text("smtp.recipient"))) {
-            return p;
-        }
+        entered << core::OptionText{QStringLiteral("smtp.password"), in.texts.value(QStringLiteral("smtp.password"))}
+                << core::OptionText{QStringLiteral("smtp.from"),
+                                    core::isEmailAddress(user) ? user : text("smtp.recipient")};
     }
-
-    const auto failure = core::firstFailedOptionCheck([&o](const QString& name) {
-        const core::OptionDef* def = core::OptionRegistry::find(name);
-        return def && def->get ? def->get(o) : QString();
-    });
-    if (failure) {
-        return SetupProblem{-1, core::EntryField::Ticker, failure->option, failure->message};
+    const core::OptionCheck check = core::checkOptions(options, entered);
+    if (!check.ok()) {
+        return SetupProblem{-1, core::EntryField::Ticker, check.failure->option,
+                            check.failure->namedAs(labelOf(check.failure->option))};
     }
-    options = o;
+    options = check.options;
     return std::nullopt;
 }
 

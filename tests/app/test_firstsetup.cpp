@@ -313,7 +313,7 @@ private Q_SLOTS:
         QTest::newRow("e-mail to no address")
             << false << true
             << QStringList{"smtp.recipient=me", "smtp.host=smtp.example.com", "smtp.port=587", "smtp.security=1"}
-            << "smtp.recipient: Label(smtp.recipient): expects an e-mail address";
+            << "smtp.recipient: You must enter a valid recipient email address";
         QTest::newRow("e-mail without a server")
             << false << true << QStringList{"smtp.recipient=me@example.com", "smtp.port=587", "smtp.security=1"}
             << "smtp.host: You must enter either a host name or host address for the SMTP server.";
