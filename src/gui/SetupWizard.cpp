@@ -80,9 +80,12 @@ public:
         m_grid = new QGridLayout(m_rowsBox);
         m_grid->setContentsMargins(0, 0, 0, 0);
         m_grid->setColumnStretch(1, 1);
-        m_highHeader = new QLabel(tr("&High price"));
-        m_lowHeader = new QLabel(tr("&Low price"));
-        m_moveHeader = new QLabel(tr("Mo&ve in a day, \u00B1%"));
+        m_highHeader = new QLabel(tr("&High"));
+        m_highHeader->setToolTip(tr("An alarm when the price reaches this or more"));
+        m_lowHeader = new QLabel(tr("&Low"));
+        m_lowHeader->setToolTip(tr("An alarm when the price falls to this or less"));
+        m_moveHeader = new QLabel(tr("Mo&ve \u00B1%"));
+        m_moveHeader->setToolTip(tr("An alarm when the price moves this many percent in a day, up or down"));
         auto* symbolHeader = new QLabel(tr("Symbol"));
         auto* foundHeader = new QLabel(tr("What the quote sources say"));
         int column = 0;
@@ -100,8 +103,8 @@ public:
         scroll->setMinimumHeight(fm.lineSpacing() * 8);
 
         m_hint = textLabel(tr("Each symbol is checked with the quote sources as you type. An alarm goes out when "
-                              "the price reaches the high or the low price, or moves by the percentage in a "
-                              "day; leave a field empty for no alarm of that kind."));
+                              "the price reaches the high or the low price, or moves by the percentage (up or "
+                              "down) in a day; leave a field empty for no alarm of that kind."));
 
         auto* layout = new QVBoxLayout(this);
         layout->addWidget(symbolsLabel);
@@ -180,7 +183,7 @@ private:
         e->setObjectName(name + u'_' + ticker);
         e->setAlignment(Qt::AlignRight);
         e->setPlaceholderText(tr("none"));
-        e->setFixedWidth(e->fontMetrics().horizontalAdvance(QStringLiteral("0000000.00")) +
+        e->setFixedWidth(e->fontMetrics().horizontalAdvance(QStringLiteral("00000.00")) +
                          e->fontMetrics().averageCharWidth() * 2);
         return e;
     }
@@ -238,11 +241,11 @@ private:
         for (size_t i = 0; i < m_rows.size(); ++i) {
             const Row& r = m_rows[i];
             const int at = int(i) + 1;
-            m_grid->addWidget(r.symbol, at, 0, Qt::AlignTop);
+            m_grid->addWidget(r.symbol, at, 0);
             m_grid->addWidget(r.found, at, 1);
-            m_grid->addWidget(r.high, at, 2, Qt::AlignTop);
-            m_grid->addWidget(r.low, at, 3, Qt::AlignTop);
-            m_grid->addWidget(r.move, at, 4, Qt::AlignTop);
+            m_grid->addWidget(r.high, at, 2);
+            m_grid->addWidget(r.low, at, 3);
+            m_grid->addWidget(r.move, at, 4);
             for (QWidget* w : {r.high, r.low, r.move}) {
                 setTabOrder(previous, w);
                 previous = w;
@@ -383,14 +386,17 @@ public:
         connect(m_push, &QCheckBox::toggled, this, [this](bool on) {
             settle();
             if (on) {
-                m_pushUrl->setFocus();
-                m_pushUrl->selectAll();
+                QTimer::singleShot(0, m_pushUrl, [this] {
+                    m_pushUrl->setFocus();
+                    m_pushUrl->selectAll();
+                });
             }
         });
         connect(m_email, &QCheckBox::toggled, this, [this](bool on) {
             settle();
             if (on) {
-                m_address->setFocus();
+                // After the click that ticked the box has given it the focus.
+                QTimer::singleShot(0, m_address, [this] { m_address->setFocus(); });
             }
         });
         connect(m_pushUrl, &QLineEdit::textChanged, this, [this] { settle(); });
@@ -403,9 +409,14 @@ public:
 
     void initializePage() override
     {
-        // The suggested topic is the field's whole text: typing replaces it at once.
-        m_pushUrl->setFocus();
-        m_pushUrl->selectAll();
+        // The suggested topic is the field's whole text: typing replaces it at once. Once the
+        // wizard has shown the page, which gives the focus to its first control.
+        QTimer::singleShot(0, m_pushUrl, [this] {
+            if (m_push->isChecked()) {
+                m_pushUrl->setFocus();
+                m_pushUrl->selectAll();
+            }
+        });
     }
 
     bool validatePage() override
@@ -469,13 +480,15 @@ private:
     // The port and security follow the server's name ("smtp.gmail.com", "host:2525").
     void serverLeft()
     {
-        if (m_server->text().trimmed().isEmpty()) {
+        // Once per server typed: a port or security chosen afterwards by hand stays.
+        if (m_server->text().trimmed().isEmpty() || m_server->text() == m_serverApplied) {
             return;
         }
         const delivery::SmtpEndpoint e = delivery::smtpEndpointFor(m_server->text());
         if (e.host != m_server->text()) {
             m_server->setText(e.host);
         }
+        m_serverApplied = m_server->text();
         m_port->setText(QString::number(e.port));
         m_security->setCurrentIndex(int(e.security));
     }
@@ -590,6 +603,7 @@ private:
     QLabel* m_testResult;
     QList<QWidget*> m_pushFields;
     QList<QWidget*> m_mailFields;
+    QString m_serverApplied; // the server whose port and security are shown
 };
 
 // ---- When to check ----
@@ -741,8 +755,9 @@ SetupWizard::SetupWizard(QWidget* parent, app::Application& app, GuiHost& host)
     setPage(WhenPageId, new WhenPage(this));
     setOption(QWizard::NoBackButtonOnStartPage);
     if (const QScreen* screen = this->screen()) {
-        const QSize want(std::max(sizeHint().width(), fontMetrics().averageCharWidth() * 100),
-                         std::max(sizeHint().height(), fontMetrics().lineSpacing() * 34));
+        // Room for a symbol's name and price on one line beside its three limits.
+        const QSize want(std::max(sizeHint().width(), fontMetrics().averageCharWidth() * 135),
+                         std::max(sizeHint().height(), fontMetrics().lineSpacing() * 36));
         resize(want.boundedTo(screen->availableSize() * 0.9));
     }
 }
