@@ -43,7 +43,8 @@ QString optionsText(const core::Options& o, const QStringList& names)
 {
     QStringList out;
     for (const QString& n : names) {
-        out << n + u'=' + core::OptionRegistry::find(n)->get(o);
+        const core::OptionDef* def = core::OptionRegistry::find(n);
+        out << (def ? n + u'=' + def->get(o) : QStringLiteral("(no option %1)").arg(n));
     }
     return out.join(u' ');
 }
