@@ -102,9 +102,10 @@ public:
         scroll->setFrameShape(QFrame::NoFrame);
         scroll->setMinimumHeight(fm.lineSpacing() * 8);
 
-        m_hint = textLabel(tr("Each symbol is checked with the quote sources as you type. An alarm goes out when "
-                              "the price reaches the high or the low price, or moves by the percentage (up or "
-                              "down) in a day; leave a field empty for no alarm of that kind."));
+        m_hintText = tr("Each symbol is checked with the quote sources as you type. An alarm goes out when the "
+                        "price reaches the high or the low price, or moves by the percentage (up or down) in a "
+                        "day; leave a field empty for no alarm of that kind.");
+        m_hint = textLabel(m_hintText);
 
         auto* layout = new QVBoxLayout(this);
         layout->addWidget(symbolsLabel);
@@ -126,6 +127,11 @@ public:
             }
             Q_EMIT completeChanged();
         });
+        connect(this, &QWizardPage::completeChanged, this, [this] {
+            // Next waits for a symbol; the page says so while there is none.
+            m_hint->setText(isComplete() ? m_hintText : tr("Type at least one symbol to go on. ") + m_hintText);
+        });
+        Q_EMIT completeChanged();
     }
 
     void initializePage() override { m_symbols->setFocus(); }
@@ -285,6 +291,7 @@ private:
     QLabel* m_lowHeader;
     QLabel* m_moveHeader;
     QLabel* m_hint;
+    QString m_hintText;
     QTimer m_pause;
     std::vector<Row> m_rows;
     QHash<QString, quotes::LookupResult> m_results;
