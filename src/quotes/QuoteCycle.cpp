@@ -228,16 +228,8 @@ QStringList askSource(const SourceStage& stage, const std::vector<SourceItem>& i
     if (requests.empty())
         return warnings;
     std::vector<HttpRequest> http;
-    for (const Request& r : requests) {
-        HttpRequest h;
-        h.url = sourceRequestUrl(src, r.symbols, stage.key, &h.shownUrl);
-        for (const auto& [name, value] : src.headers)
-            h.headers.append({name, QByteArray(value).replace("{key}", stage.key.toUtf8())});
-        h.hostLimit = src.connections;
-        h.spacingMs = src.spacingMs;
-        h.carriesSecret = src.needsKey() && !stage.key.isEmpty();
-        http.push_back(h);
-    }
+    for (const Request& r : requests)
+        http.push_back(sourceHttpRequest(src, r.symbols, stage.key));
     sv.host.setStatusText(QStringLiteral("Getting quotes from ") + src.name);
     auto rest = [&](int seconds, const QString& why) {
         const int wait = seconds > 0 ? qMin(seconds, kLongestRestSeconds) : kDefaultRestSeconds;

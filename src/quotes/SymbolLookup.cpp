@@ -4,11 +4,13 @@
 #include "quotes/CurlFetcher.h"
 #include "quotes/QuoteCycle.h"
 #include "quotes/ServersDat.h"
-#include "quotes/SourceAnswer.h"
 #include "quotes/SourceFill.h"
 #include "quotes/SourceHealth.h"
+#include "support/CLogFile.h"
+#include "support/CancelFlag.h"
 #include "support/Clock.h"
 #include "support/Host.h"
+#include "support/Services.h"
 
 #include <QPointer>
 #include <QThread>
@@ -118,21 +120,17 @@ public:
         m_fetcher->setCancelCheck([this, generation] { return !current(generation); });
 
         QStringList pending = symbols;
-        for (const QString& entry : m_setup->order) {
+        // The places of the failure order as an update finds them (a source without its key
+        // is passed over), less those resting after a "too many requests".
+        const SourceSetup sources{m_setup->sources, m_setup->order,
+                                  [this](const QString& name) { return m_setup->keys.value(name); }, nullptr};
+        for (const SourceStage& stage : sourceStages(&sources, m_services, false)) {
             if (pending.isEmpty() || !current(generation))
                 break;
-            if (entry.compare(kServersDatEntry, Qt::CaseInsensitive) == 0) {
+            if (!stage.source)
                 askServersDat(pending, type, generation);
-                continue;
-            }
-            const SourceDefinition* source = m_setup->sources.find(entry);
-            if (!source || m_setup->resting.contains(source->name) || type < 0 || type > 3 ||
-                !source->types[size_t(type)])
-                continue;
-            const QString key = m_setup->keys.value(source->name);
-            if (source->needsKey() && key.isEmpty())
-                continue;
-            askSource(*source, key, pending, type, generation);
+            else if (!m_setup->resting.contains(stage.source->name))
+                askModernSource(stage, pending, type, generation);
         }
         if (!current(generation))
             return;
@@ -162,48 +160,26 @@ private:
         return q;
     }
 
-    // One source: its requests (batches where it takes them) side by side within its own
-    // limits; every symbol it prices is reported as its answer comes in.
-    void askSource(const SourceDefinition& source, const QString& key, QStringList& pending, qint16 type,
-                   quint64 generation)
+    // One source, asked as an update asks it; every symbol it prices is reported as its
+    // answer comes in.
+    void askModernSource(const SourceStage& stage, QStringList& pending, qint16 type, quint64 generation)
     {
-        std::vector<QStringList> asked; // portfolio symbols per request
-        std::vector<HttpRequest> requests;
-        const int perRequest = source.batch ? qMax(1, source.batchSize) : 1;
-        for (qsizetype i = 0; i < pending.size(); i += perRequest) {
-            const QStringList symbols = pending.mid(i, perRequest);
-            QStringList sourceSymbols;
-            for (const QString& s : symbols)
-                sourceSymbols << sourceSymbol(source, s);
-            asked.push_back(symbols);
-            requests.push_back(sourceHttpRequest(source, sourceSymbols, key));
-        }
+        std::vector<SourceItem> items;
+        for (const QString& s : pending)
+            items.push_back({s, type});
         QSet<QString> priced;
-        m_fetcher->fetch(requests, [&](int index, const HttpResponse& r) {
-            if (!current(generation))
-                return false;
-            if (!r.answered() || r.status >= 400)
-                return true;
-            const QStringList& symbols = asked[size_t(index)];
-            QStringList sourceSymbols;
-            for (const QString& s : symbols)
-                sourceSymbols << sourceSymbol(source, s);
-            const SourceAnswer answer = parseSourceAnswer(source, r.body, sourceSymbols);
-            if (!answer.failure.isEmpty())
-                return true;
-            for (size_t k = 0; k < answer.symbols.size() && k < size_t(symbols.size()); ++k) {
-                const SymbolAnswer& a = answer.symbols[k];
-                if (!a.priced)
-                    continue;
-                auto q = blankQuote(symbols[qsizetype(k)], type);
-                fillFromSource(*q, a.values, source.name);
+        askSource(
+            stage, items, *m_fetcher, m_services, nullptr, false, [&] { return current(generation); },
+            [&](size_t i, const SymbolAnswer& answer) {
+                if (!current(generation))
+                    return;
+                auto q = blankQuote(items[i].ticker, type);
+                fillFromSource(*q, answer.values, stage.source->name);
                 if (q->lastValue() == 0)
-                    continue;
-                priced.insert(symbols[qsizetype(k)]);
-                report(generation, foundIn(symbols[qsizetype(k)], *q, source.name));
-            }
-            return true;
-        });
+                    return;
+                priced.insert(items[i].ticker);
+                report(generation, foundIn(items[i].ticker, *q, stage.source->name));
+            });
         pending.removeIf([&](const QString& s) { return priced.contains(s); });
     }
 
@@ -247,6 +223,9 @@ private:
     SymbolLookup* m_owner;
     QuietHost m_host;
     support::SystemClock m_clock;
+    support::CancelFlag m_cancel;
+    support::CLogFile m_log{m_clock, m_host}; // never enabled: a look-up writes no log
+    const support::Services m_services{m_clock, m_host, m_cancel, m_log};
     std::unique_ptr<CurlFetcher> m_fetcher;
 };
 
