@@ -453,11 +453,13 @@ private:
         const QString topic = delivery::PushNotifier::topicOf(m_pushUrl->text());
         const QString server = QUrl(m_pushUrl->text().trimmed()).host();
         m_subscribe->setText(
-            tr("On your phone, install the <b>ntfy</b> app, tap <b>+</b> and subscribe to the topic <b>%1</b>%2. "
+            tr("On your phone, install the <b>ntfy</b> app, tap <b>+</b> and subscribe to the topic "
+               "<b style=\"white-space:nowrap\">%1</b>%2. "
                "Whoever knows the topic's name can read it: keep it to yourself.")
-                .arg(topic.toHtmlEscaped(), server.isEmpty() || server == QLatin1String("ntfy.sh")
-                                                ? QString()
-                                                : tr(" on the server <b>%1</b>").arg(server.toHtmlEscaped())));
+                .arg(topic.toHtmlEscaped(),
+                     server.isEmpty() || server == QLatin1String("ntfy.sh")
+                         ? QString()
+                         : tr(" on the server <b style=\"white-space:nowrap\">%1</b>").arg(server.toHtmlEscaped())));
         const bool none = !m_push->isChecked() && !m_email->isChecked();
         m_desktop->setText(none ? tr("Nothing ticked: alarms show as desktop notifications on this computer only.")
                                 : tr("Alarms also show as desktop notifications on this computer."));
