@@ -352,7 +352,8 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
         curl_easy_setopt(e, CURLOPT_MAXREDIRS, long(kMaxRedirects));
         curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
         // From https, only on to https.
-        curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, isHttps(QUrl(job.request.url)) ? "https" : "http,https");
+        const bool https = isHttps(job.currentUrl);
+        curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, https ? "https" : "http,https");
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
         if (!m_caFile.isEmpty())
@@ -374,7 +375,7 @@ void CurlFetcher::run(std::vector<Job>& jobs, int maxParallel, const std::functi
         // whole answer on the first connection, and against a server that closes every
         // connection the pages would come one at a time.
         curl_easy_setopt(e, CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_2TLS));
-        curl_easy_setopt(e, CURLOPT_PIPEWAIT, isHttps(url) ? 1L : 0L);
+        curl_easy_setopt(e, CURLOPT_PIPEWAIT, https ? 1L : 0L);
         for (const auto& [name, value] : job.request.headers)
             job.headers = curl_slist_append(job.headers, QByteArray(name + ": " + value).constData());
         if (job.headers)

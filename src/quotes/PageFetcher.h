@@ -88,7 +88,7 @@ public:
     // The same fetch with each page handed over as its bytes and charset: a quote fill
     // decodes only the part of a page it keeps. onDone is called as for getMany.
     using PageCallback = std::function<bool(int index, const PageBody& page)>;
-    virtual std::vector<PageBody> getPages(const QStringList& urls, int maxParallel = 50,
+    virtual std::vector<PageBody> getPages(const QStringList& urls, int maxParallel = kMaxTransfers,
                                            const PageCallback& onDone = {}) = 0;
 
     // Fetches every request (HTTP errors included, with status, body and Retry-After),

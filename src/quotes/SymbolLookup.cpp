@@ -200,7 +200,7 @@ private:
         }
         const ScrapeContext scrape{*m_fetcher, m_setup->builtIn, m_clock, m_host};
         QSet<QString> priced;
-        m_fetcher->getMany(urls, CurlFetcher::kMaxParallel, [&](int index, const QString& body) {
+        m_fetcher->getPages(urls, CurlFetcher::kMaxParallel, [&](int index, const PageBody& body) {
             if (!current(generation))
                 return false;
             const QString& symbol = pending[index];
