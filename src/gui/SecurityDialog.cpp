@@ -5,8 +5,8 @@
 #include "core/PriceFormat.h"
 #include "core/SecurityType.h"
 #include "gui/GuiHost.h"
-#include "gui/Mnemonics.h"
 #include "gui/LookupLabel.h"
+#include "gui/Mnemonics.h"
 #include "gui/WindowPlacement.h"
 #include "quotes/BuiltInServers.h"
 #include "quotes/SymbolLookup.h"
@@ -232,6 +232,13 @@ void SecurityDialog::showLookup(const quotes::LookupResult& result)
         m_name->setText(result.name);
         m_name->setCursorPosition(0);
     }
+}
+
+SecurityDialog::~SecurityDialog()
+{
+    // The ticker field loses its focus while QDialog's destructor takes the children down,
+    // and its editingFinished would then start a look-up on a half-destroyed dialog.
+    disconnect(m_ticker, nullptr, this, nullptr);
 }
 
 QString SecurityDialog::lookupResult() const

@@ -35,6 +35,7 @@ class SecurityDialog : public QDialog
 public:
     // slot -1 adds a new entry; otherwise the entry in that slot is edited.
     SecurityDialog(QWidget* parent, app::Application& app, GuiHost& host, core::PortfolioTable& table, int slot);
+    ~SecurityDialog() override;
 
     // The slot the entry ended up in after OK.
     int slot() const { return m_slot; }

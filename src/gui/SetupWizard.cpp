@@ -414,6 +414,14 @@ public:
         settle();
     }
 
+    ~NotifyPage() override
+    {
+        // A field that has the focus loses it while QWidget's destructor takes the children
+        // down; its editingFinished must not reach this half-destroyed page.
+        disconnect(m_address, nullptr, this, nullptr);
+        disconnect(m_server, nullptr, this, nullptr);
+    }
+
     void initializePage() override
     {
         // The suggested topic is the field's whole text: typing replaces it at once. Once the
