@@ -4,10 +4,10 @@
 #include "core/OptionChecks.h"
 
 #include "secrets/SecretStore.h"
-#include "support/Secrets.h"
 #include "settings/SettingsStore.h"
 #include "support/Cp1252.h"
 #include "support/Format.h"
+#include "support/Secrets.h"
 #include "support/Text.h"
 
 #include <QRegularExpression>

@@ -237,7 +237,8 @@ void MainWindow::buildMenus()
     help->addSeparator();
     addItem(help, "mnuAbout", QStringLiteral("&About Kestrova"), [this] { showAbout(); });
 
-    m_lockedWhileRunning = {newFile, setup, open, saveAs, portfolio, options2, send, modem, modem2, schedule, options, checkMail};
+    m_lockedWhileRunning = {newFile, setup, open,   saveAs,   portfolio, options2,
+                            send,    modem, modem2, schedule, options,   checkMail};
 }
 
 void MainWindow::buildToolbar()

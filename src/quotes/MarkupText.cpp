@@ -19,14 +19,12 @@ namespace {
 // digits), and neither Windows-1252 nor UTF-8 writes an ASCII character with anything but
 // its own byte, so the bytes give the same tags, entities and text runs as the decoded
 // text; only the runs of text it keeps are decoded.
-template <typename Char>
-inline char16_t code(Char c)
+template <typename Char> inline char16_t code(Char c)
 {
     return char16_t(std::make_unsigned_t<Char>(c));
 }
 
-template <typename Char>
-inline bool isAsciiLetter(Char ch)
+template <typename Char> inline bool isAsciiLetter(Char ch)
 {
     const char16_t c = code(ch);
     return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
@@ -39,8 +37,7 @@ inline char16_t lower(char16_t c)
 
 // True when [p, end) starts with the ASCII word (already lower case), case-insensitively,
 // and the word is not the prefix of a longer name ("<scripts>" is no script).
-template <typename Char>
-bool startsWithName(const Char* p, const Char* end, const char* word)
+template <typename Char> bool startsWithName(const Char* p, const Char* end, const char* word)
 {
     for (; *word; ++word, ++p) {
         if (p == end || lower(code(*p)) != char16_t(*word))
@@ -52,8 +49,7 @@ bool startsWithName(const Char* p, const Char* end, const char* word)
 // The first position at or after p holding a or b, or end. The page is mostly plain text
 // between tags and long attribute values, so these scans are where the time goes: sixteen
 // bytes or eight characters are compared at a time.
-template <typename Char>
-const Char* findEither(const Char* p, const Char* end, char a, char b)
+template <typename Char> const Char* findEither(const Char* p, const Char* end, char a, char b)
 {
 #if defined(__SSE2__)
     if constexpr (sizeof(Char) == 1) {
@@ -83,8 +79,7 @@ const Char* findEither(const Char* p, const Char* end, char a, char b)
     return end;
 }
 
-template <typename Char>
-const Char* find(const Char* p, const Char* end, char c)
+template <typename Char> const Char* find(const Char* p, const Char* end, char c)
 {
     if constexpr (sizeof(Char) == 1) {
         const void* hit = std::memchr(p, c, size_t(end - p));
@@ -97,8 +92,7 @@ const Char* find(const Char* p, const Char* end, char c)
 // End of a tag that starts at p (p points at '<'): the position just past its '>', or end.
 // A quote opens a quoted value when the last character before it other than a blank is
 // '='; inside it '>' does not end the tag.
-template <typename Char>
-const Char* skipTag(const Char* p, const Char* end)
+template <typename Char> const Char* skipTag(const Char* p, const Char* end)
 {
     const Char* const start = p + 1;
     for (p = start; p != end;) {
@@ -125,8 +119,7 @@ const Char* skipTag(const Char* p, const Char* end)
 
 // Decodes the entity at p (p points at '&'); writes the character to out and returns the
 // position after the entity, or returns p when nothing known stands there.
-template <typename Char>
-const Char* decodeEntity(const Char* p, const Char* end, char16_t*& out)
+template <typename Char> const Char* decodeEntity(const Char* p, const Char* end, char16_t*& out)
 {
     const Char* q = p + 1;
     if (q != end && code(*q) == u'#') {
@@ -184,8 +177,7 @@ const Char* decodeEntity(const Char* p, const Char* end, char16_t*& out)
 }
 
 // Finds the closing tag "</name" at or after p (case-insensitive); returns its '<' or end.
-template <typename Char>
-const Char* findClosing(const Char* p, const Char* end, const char* name)
+template <typename Char> const Char* findClosing(const Char* p, const Char* end, const char* name)
 {
     for (p = find(p, end, '<'); p != end; p = find(p + 1, end, '<')) {
         if (p + 1 != end && code(p[1]) == u'/' && startsWithName(p + 2, end, name))
@@ -263,10 +255,11 @@ QString markupToTabs(const QString& page)
     // each entity one or two characters.
     QString result(page.size(), Qt::Uninitialized);
     auto* const outStart = reinterpret_cast<char16_t*>(result.data());
-    char16_t* const out = convert(p, p + page.size(), outStart, [](const char16_t* from, const char16_t* to, char16_t* o) {
-        std::memcpy(o, from, size_t(to - from) * sizeof(char16_t));
-        return o + (to - from);
-    });
+    char16_t* const out =
+        convert(p, p + page.size(), outStart, [](const char16_t* from, const char16_t* to, char16_t* o) {
+            std::memcpy(o, from, size_t(to - from) * sizeof(char16_t));
+            return o + (to - from);
+        });
     result.truncate(out - outStart);
     return result;
 }
@@ -287,8 +280,8 @@ QString markupToTabs(QByteArrayView page, PageCharset charset)
         // its own reads exactly as it would in the whole page.
         if (page.startsWith("\xEF\xBB\xBF"))
             p += 3;
-        QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
-                                                      QStringDecoder::Flag::ConvertInitialBom);
+        QStringDecoder utf8(QStringDecoder::Utf8,
+                            QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
         out = convert(p, end, outStart, [&utf8](const char* from, const char* to, char16_t* o) {
             return reinterpret_cast<char16_t*>(
                 utf8.appendToBuffer(reinterpret_cast<QChar*>(o), QByteArrayView(from, to - from)));

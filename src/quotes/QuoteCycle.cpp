@@ -368,7 +368,8 @@ CycleResult GetQuotes(CycleContext& ctx, core::Quotes& stockSet, core::Quotes& o
         }
         std::vector<PageBody> bodies;
         if (!urls.isEmpty()) {
-            bodies = ctx.fetcher.getPages(urls, ctx.maxParallel, [&](int, const PageBody&) { return !stopRequested(); });
+            bodies =
+                ctx.fetcher.getPages(urls, ctx.maxParallel, [&](int, const PageBody&) { return !stopRequested(); });
         }
         for (size_t i = 0; i < fetched.size(); ++i) {
             Job& job = *fetched[i];

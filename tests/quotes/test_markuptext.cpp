@@ -123,10 +123,43 @@ private Q_SLOTS:
             }
         }
         QVERIFY(pages.size() >= 4);
-        static const char* const kPieces[] = {
-            "<", ">", "<td>", "</td>", "<script>", "</script>", "<style>", "</STYLE", "<!--", "-->", "-", "&", "&amp;",
-            "&#", "&#x", "&#x1F600;", "&#65;", "&nbsp;", ";", "\"", "'", "=", " ", "/", "a", "9", "\r\n", "<sup>",
-            "\xef\xbb\xbf", "\xe2\x82", "\xe2\x82\xac", "\xf0\x9f\x98", "\x80", "\x9f", "\xa0", "\xff", "\xc0\xbc"};
+        static const char* const kPieces[] = {"<",
+                                              ">",
+                                              "<td>",
+                                              "</td>",
+                                              "<script>",
+                                              "</script>",
+                                              "<style>",
+                                              "</STYLE",
+                                              "<!--",
+                                              "-->",
+                                              "-",
+                                              "&",
+                                              "&amp;",
+                                              "&#",
+                                              "&#x",
+                                              "&#x1F600;",
+                                              "&#65;",
+                                              "&nbsp;",
+                                              ";",
+                                              "\"",
+                                              "'",
+                                              "=",
+                                              " ",
+                                              "/",
+                                              "a",
+                                              "9",
+                                              "\r\n",
+                                              "<sup>",
+                                              "\xef\xbb\xbf",
+                                              "\xe2\x82",
+                                              "\xe2\x82\xac",
+                                              "\xf0\x9f\x98",
+                                              "\x80",
+                                              "\x9f",
+                                              "\xa0",
+                                              "\xff",
+                                              "\xc0\xbc"};
         std::mt19937 random(20261124);
         for (int n = 0; n < 3000; ++n) {
             QByteArray page;
