@@ -39,19 +39,6 @@ QString wordFor(QDialogButtonBox::StandardButton button)
     }
 }
 
-QChar mnemonicOf(const QString& text)
-{
-    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
-        if (text[i] == u'&') {
-            if (text[i + 1] != u'&') {
-                return text[i + 1].toLower();
-            }
-            ++i;
-        }
-    }
-    return {};
-}
-
 // The letters the window's other controls answer to, on every page of it.
 QSet<QChar> lettersInUse(const QWidget* window, const QDialogButtonBox* box)
 {
@@ -108,6 +95,19 @@ void giveMnemonics(QDialogButtonBox* box)
         used.insert(word[at].toLower());
         b->setText(word.left(at) + u'&' + word.mid(at));
     }
+}
+
+QChar mnemonicOf(const QString& text)
+{
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+        if (text[i] == u'&') {
+            if (text[i + 1] != u'&') {
+                return text[i + 1].toLower();
+            }
+            ++i;
+        }
+    }
+    return {};
 }
 
 } // namespace kestrova::gui

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QChar>
+
 class QDialogButtonBox;
+class QString;
 
 namespace kestrova::gui {
 
@@ -12,5 +15,9 @@ namespace kestrova::gui {
 // here they are the same everywhere. Call it when the window has all its controls. A
 // button whose text already carries a letter is left as it is.
 void giveMnemonics(QDialogButtonBox* box);
+
+// The underlined letter a control's text gives it ("&Save" -> 's'; "&&" is a plain
+// ampersand), lower case; null when it has none.
+QChar mnemonicOf(const QString& text);
 
 } // namespace kestrova::gui

@@ -4,6 +4,7 @@
 #include "core/Options.h"
 #include "core/PortfolioEntries.h"
 #include "gui/MailViewer.h"
+#include "gui/Mnemonics.h"
 #include "gui/ModemDialog.h"
 #include "gui/NewsViewer.h"
 #include "gui/OptionsDialog.h"
@@ -69,19 +70,6 @@ struct Windows
         return std::unique_ptr<QDialog>(makers.at(name)());
     }
 };
-
-QChar mnemonicOf(const QString& text)
-{
-    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
-        if (text[i] == u'&') {
-            if (text[i + 1] != u'&') {
-                return text[i + 1].toLower();
-            }
-            ++i;
-        }
-    }
-    return {};
-}
 
 QString textOf(QWidget* w)
 {
@@ -209,7 +197,7 @@ private Q_SLOTS:
                     continue;
                 }
                 const QString text = textOf(w);
-                const QChar key = mnemonicOf(text);
+                const QChar key = gui::mnemonicOf(text);
                 if (auto* label = qobject_cast<QLabel*>(w); label && !key.isNull()) {
                     QVERIFY2(label->buddy(), qPrintable(text + QStringLiteral(" has no field")));
                     labelled.insert(label->buddy());

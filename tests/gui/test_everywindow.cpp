@@ -4,6 +4,7 @@
 #include "WindowWalk.h"
 
 #include "gui/Desktop.h"
+#include "gui/Mnemonics.h"
 
 #include <QCheckBox>
 #include <QGroupBox>
@@ -22,19 +23,6 @@ using namespace kestrova;
 using testing::DesktopRig;
 
 namespace {
-
-QChar mnemonicOf(const QString& text)
-{
-    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
-        if (text[i] == u'&') {
-            if (text[i + 1] != u'&') {
-                return text[i + 1].toLower();
-            }
-            ++i;
-        }
-    }
-    return {};
-}
 
 // What a person sees of a window's underlined letters: each visible control with the text
 // that carries its letter. Tool buttons go by their icon and shortcut, not by a letter.
@@ -98,7 +86,7 @@ private Q_SLOTS:
             windows << where;
             std::map<QChar, QString> taken;
             for (const auto& [w, text] : keyedControls(window)) {
-                const QChar key = mnemonicOf(text);
+                const QChar key = gui::mnemonicOf(text);
                 const bool button =
                     qobject_cast<QPushButton*>(w) || qobject_cast<QCheckBox*>(w) || qobject_cast<QRadioButton*>(w);
                 if (key.isNull()) {
@@ -119,7 +107,7 @@ private Q_SLOTS:
         for (QMenu* menu : walk.menus()) {
             std::map<QChar, QString> taken;
             for (QAction* a : menu->actions()) {
-                const QChar key = mnemonicOf(a->text());
+                const QChar key = gui::mnemonicOf(a->text());
                 if (a->isSeparator() || key.isNull()) {
                     continue;
                 }

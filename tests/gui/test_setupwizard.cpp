@@ -13,6 +13,7 @@
 #include "delivery/CurlSmtpSender.h"
 #include "delivery/PushNotifier.h"
 #include "gui/LookupLabel.h"
+#include "gui/Mnemonics.h"
 #include "gui/SecurityDialog.h"
 #include "gui/SetupWizard.h"
 #include "settings/SettingsStore.h"
@@ -91,19 +92,6 @@ void writeSources(const QString& dataDir, const QString& base)
     testing::writeFile(QDir(dataDir).filePath(QStringLiteral("sources.json")), text.toUtf8());
 }
 
-QChar mnemonicOf(const QString& text)
-{
-    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
-        if (text[i] == u'&') {
-            if (text[i + 1] != u'&') {
-                return text[i + 1].toLower();
-            }
-            ++i;
-        }
-    }
-    return {};
-}
-
 // The letters of what the wizard shows now: labels, buttons (its own included); two
 // sharing one, a button without one, or a letter leading nowhere is a failure.
 QString keyClash(QWizard* w)
@@ -116,16 +104,16 @@ QString keyClash(QWizard* w)
         QString text;
         if (auto* label = qobject_cast<QLabel*>(c)) {
             text = label->text();
-            if (!mnemonicOf(text).isNull() && !label->buddy()) {
+            if (!gui::mnemonicOf(text).isNull() && !label->buddy()) {
                 return text + QStringLiteral(" leads nowhere");
             }
         } else if (auto* button = qobject_cast<QAbstractButton*>(c)) {
             text = button->text();
-            if (mnemonicOf(text).isNull() && !text.isEmpty()) {
+            if (gui::mnemonicOf(text).isNull() && !text.isEmpty()) {
                 return text + QStringLiteral(" has no letter");
             }
         }
-        const QChar key = mnemonicOf(text);
+        const QChar key = gui::mnemonicOf(text);
         if (key.isNull()) {
             continue;
         }
