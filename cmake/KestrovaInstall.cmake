@@ -55,7 +55,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Kestrova developers <developers@kestrova.in
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # QtKeychain opens libsecret and the fetcher opens libcurl only when they run, so the
-# shared-library scan cannot see them.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6, libqt6sql6-sqlite, libsecret-1-0, libcurl4")
+# shared-library scan cannot see them; nor the time zone data and the CA bundle they read.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6, libqt6sql6-sqlite, libsecret-1-0, libcurl4, tzdata, ca-certificates")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "network-manager")
 include(CPack)

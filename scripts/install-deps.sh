@@ -27,19 +27,22 @@ done
 # Build: the tool chain, Qt (Charts needs Qt6OpenGL's CMake package, which qt6-base-dev only
 # recommends), libcurl, SQLite's headers (the history reads through the driver's own
 # handle), cmark for the user guide's HTML, QtKeychain for the desktop's secret service and
-# libsecret, which QtKeychain loads when it runs (no package depends on it).
+# libsecret, which QtKeychain loads when it runs (no package depends on it). What the
+# programs read at run time and no library pulls in on a minimal system: the time zone data
+# (market hours are New York time, history times are local) and the CA bundle every https
+# fetch and TLS mail connection verifies against.
 pkgs=(build-essential cmake ninja-build pkg-config qt6-base-dev libqt6opengl6-dev qt6-serialport-dev
       libcurl4-openssl-dev qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6sql6-sqlite libsqlite3-dev qt6-qpa-plugins
-      cmark qtkeychain-qt6-dev libsecret-1-0)
+      cmark qtkeychain-qt6-dev libsecret-1-0 tzdata ca-certificates)
 if [ "$test" = yes ]; then
     # Real peers for the tests: POP3, SMTP, NetworkManager and a GNOME keyring on a private
     # bus (secret-tool looks into the keyring from outside), pty pairs.
     # Desktop checks: Xvfb for screenshots and xprop for the window titles it shows, the
-    # .desktop, AppStream and MIME (xmllint) validators, dpkg-dev for cpack -G DEB.
+    # .desktop, AppStream and MIME (xmllint) validators, dpkg-dev and file for cpack -G DEB.
     # Benchmarks: Google Benchmark. Fuzzing: clang with its libFuzzer runtime. HTTP/2 peer:
     # hypercorn / nghttpd. sqlite3: the baseline of the history listing's bench.
     pkgs+=(libbenchmark-dev dovecot-pop3d python3-aiosmtpd python3-dbusmock socat dbus openssl xvfb xauth x11-utils
-           desktop-file-utils appstream libxml2-utils dpkg-dev clang libclang-rt-14-dev python3-hypercorn
+           desktop-file-utils appstream libxml2-utils dpkg-dev file clang libclang-rt-14-dev python3-hypercorn
            nghttp2-server ccache gnome-keyring libsecret-tools sqlite3)
 fi
 

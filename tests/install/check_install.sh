@@ -41,7 +41,7 @@ done
 (cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/pkg" >/dev/null)
 deb=$(ls "$work"/pkg/*.deb)
 depends=$(dpkg-deb -f "$deb" Depends)
-for dep in libqt6widgets6 libqt6core6 libcurl4 libqt6svg6; do
+for dep in libqt6widgets6 libqt6core6 libcurl4 libqt6svg6 libsecret-1-0 tzdata ca-certificates; do
     grep -q "$dep" <<<"$depends" || fail "package does not depend on $dep: $depends"
 done
 contents=$(dpkg-deb -c "$deb")
