@@ -135,13 +135,16 @@ grep -q localhost "$root/etc/hosts" 2>/dev/null || printf '127.0.0.1 localhost\n
 
 # The committed tree, as a new user would clone it; the shared tools beside it when this
 # checkout has them, so the test command's package guard runs too.
+# The commit is read once: the checkout may move on while the check runs, and the summary
+# must name what was tested.
+tree=$(git -C "$src" rev-parse --short HEAD)
 mkdir -p "$root/work/kestrova"
-git -C "$src" archive --format=tar HEAD | tar -x -C "$root/work/kestrova"
+git -C "$src" archive --format=tar "$tree" | tar -x -C "$root/work/kestrova"
 if [ -d "$src/../shared/tools" ]; then
     mkdir -p "$root/work/shared"
     cp -r "$src/../shared/tools" "$root/work/shared/"
 fi
-echo "fresh-check: copied $(git -C "$src" rev-parse --short HEAD) into the root"
+echo "fresh-check: copied $tree into the root"
 
 mount_in_root proc proc /proc
 mount_in_root --bind /dev /dev
@@ -168,6 +171,6 @@ if [ "$only" != test ]; then run_in_root demo ./scripts/demo.sh; fi
 if [ "$only" != demo ]; then run_in_root test ./scripts/test.sh; fi
 
 echo
-echo "fresh-check: Debian 12 root, tree $(git -C "$src" rev-parse --short HEAD)"
+echo "fresh-check: Debian 12 root, tree $tree"
 printf '  %s\n' "${results[@]}"
 exit "$failed"
