@@ -224,7 +224,9 @@ private Q_SLOTS:
         const testing::CliRun r = testing::runCli(
             dir, QStringList{QStringLiteral("--data-dir"), data, QStringLiteral("sources"), QStringLiteral("lookup")} +
                      args);
-        QCOMPARE(r.code, code);
+        // What the command said, should it end otherwise than expected.
+        QVERIFY2(r.code == code,
+                 qPrintable(QStringLiteral("exit %1, expected %2\n%3%4").arg(r.code).arg(code).arg(r.out, r.err)));
         const QStringList out = r.out.split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(out.size(), lines.size());
         for (int i = 0; i < lines.size(); ++i)
