@@ -9,6 +9,7 @@
 #include "support/CLogFile.h"
 #include "support/CancelFlag.h"
 #include "support/Clock.h"
+#include "support/CurlLibrary.h"
 #include "support/Host.h"
 #include "support/Services.h"
 
@@ -104,6 +105,9 @@ public:
            SymbolLookup* owner)
         : m_setup(std::move(setup)), m_generation(std::move(generation)), m_owner(owner)
     {}
+
+    // True once this thread has made transfers (and so has TLS state to give back).
+    bool madeTransfers() const { return m_fetcher != nullptr; }
 
     void run(const QStringList& symbols, qint16 type, quint64 generation)
     {
@@ -237,6 +241,14 @@ SymbolLookup::SymbolLookup(LookupSetup setup, QObject* parent)
     m_thread->setObjectName(QStringLiteral("SymbolLookup"));
     m_worker = new Worker(m_setup, m_generation, this);
     m_worker->moveToThread(m_thread);
+    // Emitted on the ending thread itself, after the worker's last job.
+    connect(
+        m_thread, &QThread::finished, m_thread,
+        [worker = m_worker] {
+            if (worker->madeTransfers())
+                support::releaseCurlThreadState();
+        },
+        Qt::DirectConnection);
     m_thread->start();
 }
 

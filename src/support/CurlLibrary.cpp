@@ -10,6 +10,8 @@
 // macros, which would rewrite the definitions below.
 #define CURL_DISABLE_TYPECHECK
 
+#include "support/CurlLibrary.h"
+
 #include <QtGlobal>
 
 #include <curl/curl.h>
@@ -45,6 +47,8 @@ struct CurlApi
     curl_slist* (*slistAppend)(curl_slist*, const char*) = nullptr;
     void (*slistFreeAll)(curl_slist*) = nullptr;
     char* (*version)() = nullptr;
+    // OpenSSL's, when libcurl brought it (optional: another TLS back-end has none).
+    void (*tlsThreadStop)() = nullptr;
 };
 
 template <typename F> bool resolve(void* library, const char* name, F& function)
@@ -83,6 +87,8 @@ CurlApi loadCurl()
         qWarning("%s lacks a function this program uses", KESTROVA_CURL_SONAME);
         return CurlApi();
     }
+    // Looked up through libcurl's handle, which searches the libraries it brought.
+    resolve(library, "OPENSSL_thread_stop", api.tlsThreadStop);
     // Not thread-safe, and needed once before any handle exists: here, where the first
     // handle is about to be made, under the static initialisation's own lock.
     api.globalInit(CURL_GLOBAL_DEFAULT);
@@ -112,6 +118,21 @@ Result forwardOption(Result (*set)(Handle*, Option, ...), Handle* handle, Option
 }
 
 } // namespace
+
+namespace kestrova::support {
+
+void releaseCurlThreadState()
+{
+    // OpenSSL frees a thread's state from a thread-exit handler, which runs after
+    // QThread::wait() has returned to the thread that waits: a program that ends right
+    // after its worker thread can be gone before the handler has run.
+    const CurlApi* api = curl();
+    if (api && api->tlsThreadStop) {
+        api->tlsThreadStop();
+    }
+}
+
+} // namespace kestrova::support
 
 extern "C" {
 
