@@ -158,9 +158,16 @@ run_in_root() { # NAME COMMAND
     echo "fresh-check: $name: $cmd"
     start=$(date +%s)
     set +e
-    chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb LANG=C.UTF-8 \
-        /bin/bash -c "cd /work/kestrova && $cmd" 2>&1 | sed "s/^/[$name] /"
-    rc=${PIPESTATUS[0]}
+    # In the background and waited for, so that a signal to this script is acted on at once
+    # (bash keeps a trap waiting while a foreground command runs): the cleanup then stops
+    # what runs in the root before it unmounts.
+    (
+        chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb LANG=C.UTF-8 \
+            /bin/bash -c "cd /work/kestrova && $cmd" 2>&1 | sed "s/^/[$name] /"
+        exit "${PIPESTATUS[0]}"
+    ) &
+    wait $!
+    rc=$?
     set -e
     results+=("$(printf '%-5s %-20s %5d s  %s' "$name" "$cmd" $(($(date +%s) - start)) \
         "$([ "$rc" = 0 ] && echo passed || echo "FAILED (exit $rc)")")")
